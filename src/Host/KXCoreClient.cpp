@@ -1,0 +1,14 @@
+#include "QuorCustomerService/Host/KXCoreClient.h"
+
+#include "Host/KXInstanceSlot.h"
+
+namespace quor {
+KXCoreClient::~KXCoreClient() = default;
+
+std::shared_ptr<KXCoreClient> KXCoreClient::sharedCoreClient() { return KXInstanceSlot<KXCoreClient>::global().get(); }
+
+void KXCoreClient::setSharedCoreClient(std::shared_ptr<KXCoreClient> client) {
+  KXInstanceSlot<KXCoreClient>::global().set(std::move(client));
+}
+
+}  // namespace quor

@@ -1,0 +1,7 @@
+#include "QuorCustomerService/Host/KXNaviDataInfo.h"
+
+namespace quor {
+
+KXNaviDataInfo::~KXNaviDataInfo() = default;
+
+}  // namespace quor

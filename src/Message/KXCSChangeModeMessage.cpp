@@ -1,0 +1,17 @@
+#include "QuorCustomerService/Message/KXCSChangeModeMessage.h"
+
+#include "Message/KXContentTypeDefinition.h"
+#include "Message/KXJsonWriter.h"
+
+namespace quor {
+
+KX_SENT_CONTENT_TYPE(KXCSChangeModeMessage, "KX:CsCha", 0)
+
+KXData KXCSChangeModeMessage::encode() {
+  KXDictionary body = KXDictionary::object();
+  KXJsonWriter::putIdentifiers(body, uid_, cid_, pid_);
+  KXJsonWriter::putString(body, "groupid", groupid_);
+  return KXJsonWriter::write(body);
+}
+
+}  // namespace quor

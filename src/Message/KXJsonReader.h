@@ -1,0 +1,64 @@
+// Reads received bodies: parsing with the library's limits and the lenient value coercions.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string_view>
+
+#include "QuorCustomerService/Host/KXTypes.h"
+
+namespace quor {
+
+// Parsing and coercion rules shared by every decoder. Every function takes a pointer to a
+// JSON value that may be null (a missing key) and never throws.
+class KXJsonReader {
+ public:
+  // Values nested deeper than this make a body unparsable.
+  static constexpr int kMaxDepth = 128;
+
+  // The body as a JSON object; absent when the bytes are not JSON, not valid UTF-8, nested too
+  // deeply, or their top level is not an object.
+  static std::optional<KXDictionary> parseObject(const std::string& bytes);
+
+  // The body of a received message as an object, by the common reading rule: absent bytes give
+  // nothing and log nothing; bytes that do not parse give nothing after the type's error line
+  // (level 2, `tag`).
+  static std::optional<KXDictionary> readBody(const KXData& data, std::string_view tag,
+                                              std::string_view errorLine);
+
+  // The value under `key` of `object`; null when `object` is null or not an object, or the key
+  // is missing.
+  static const KXDictionary* find(const KXDictionary* object, const char* key);
+  // `value` when it is a JSON object, else null.
+  static const KXDictionary* object(const KXDictionary* value);
+  // `value` when it is a JSON array, else null.
+  static const KXDictionary* array(const KXDictionary* value);
+
+  // Integer reading: a number truncated toward zero (integers keep their low 32 bits, floats
+  // saturate), a string by its leading decimal integer (saturating), true 1; else 0.
+  static int32_t integer(const KXDictionary* value);
+  // Integer reading widened with its sign into 64 unsigned bits.
+  static uint64_t widenedInteger(const KXDictionary* value);
+  // Boolean reading: a non-zero number, true, or a string starting (after white space, a sign
+  // and zeros) with Y, y, T, t or 1-9.
+  static bool boolean(const KXDictionary* value);
+  // String reading "as is": a string's text, null as absent, any other value as its compact
+  // JSON text.
+  static KXString string(const KXDictionary* value);
+  // A JSON value kept as is, shared; absent when missing or null.
+  static std::shared_ptr<const KXDictionary> shared(const KXDictionary* value);
+
+  // The same readings of the value under `key` of `object`.
+  static int32_t integer(const KXDictionary& object, const char* key) {
+    return integer(find(&object, key));
+  }
+  static bool boolean(const KXDictionary& object, const char* key) {
+    return boolean(find(&object, key));
+  }
+  static KXString string(const KXDictionary& object, const char* key) {
+    return string(find(&object, key));
+  }
+};
+
+}  // namespace quor

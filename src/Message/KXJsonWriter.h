@@ -1,0 +1,20 @@
+// Writes the bodies of sent messages.
+#pragma once
+
+#include "QuorCustomerService/Host/KXTypes.h"
+
+namespace quor {
+
+class KXJsonWriter {
+ public:
+  // The compact UTF-8 text of `value`; absent when it cannot be written (invalid UTF-8,
+  // or nested deeper than the library reads).
+  static KXData write(const KXDictionary& value);
+  // Puts `value` under `key` when it is present (an empty string is present).
+  static void putString(KXDictionary& object, const char* key, const KXString& value);
+  // The service identifiers of a request: "uid", "sid" (the cid) and "pid", each when present.
+  static void putIdentifiers(KXDictionary& object, const KXString& uid, const KXString& cid,
+                             const KXString& pid);
+};
+
+}  // namespace quor
