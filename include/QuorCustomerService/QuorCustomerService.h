@@ -4,6 +4,7 @@
 
 #include "QuorCustomerService/QuorCustomerServiceExport.h"
 
+#include "QuorCustomerService/Extension/KXCustomerServiceReceiveMessageDelegate.h"
 #include "QuorCustomerService/Host/KXCoreClient.h"
 #include "QuorCustomerService/Host/KXFwLog.h"
 #include "QuorCustomerService/Host/KXHostConstants.h"
@@ -19,6 +20,8 @@
 #include "QuorCustomerService/Host/KXTextMessage.h"
 #include "QuorCustomerService/Host/KXTypes.h"
 #include "QuorCustomerService/Host/KXUserInfo.h"
+#include "QuorCustomerService/KXCustomerServiceClient.h"
+#include "QuorCustomerService/KXCustomerServiceConstants.h"
 #include "QuorCustomerService/Message/KXCSChangeModeMessage.h"
 #include "QuorCustomerService/Message/KXCSChangeModeResponseMessage.h"
 #include "QuorCustomerService/Message/KXCSEvaluateMessage.h"
@@ -34,6 +37,7 @@
 #include "QuorCustomerService/Message/KXCustomerServiceConfig.h"
 #include "QuorCustomerService/Message/KXCustomerServiceGroupItem.h"
 #include "QuorCustomerService/Message/KXCustomerServiceInfo.h"
+#include "QuorCustomerService/Message/KXCustomerServiceSession.h"
 #include "QuorCustomerService/Message/KXEvaluateItem.h"
 
 // The library's version: the number 1.0 and the version text (for example "1.0.0").

@@ -1,0 +1,7 @@
+#include "QuorCustomerService/Extension/KXCustomerServiceReceiveMessageDelegate.h"
+
+namespace quor {
+
+KXCustomerServiceReceiveMessageDelegate::~KXCustomerServiceReceiveMessageDelegate() = default;
+
+}  // namespace quor
