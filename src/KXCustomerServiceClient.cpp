@@ -137,8 +137,8 @@ bool KXCustomerServiceClient::onCustomerServiceMessageReceived(
   return KXControlMessageHandler(*this, *state_).handle(message);
 }
 
-void KXCustomerServiceClient::notifyCustomerService(const KXString& kefuId,
-                                                    const KXString& warning, bool saveToDB) {
+void KXCustomerServiceClient::notifyCustomerService(const KXString& kefuId, const KXString& warning,
+                                                    bool saveToDB) {
   auto notice = KXInformationNotificationMessage::notificationWithMessage(warning, std::nullopt);
   std::shared_ptr<KXMessage> record;
   if (saveToDB) {
@@ -189,8 +189,8 @@ void KXCustomerServiceClient::sendChangeModelMessage(const KXString& kefuId,
 }
 
 void KXCustomerServiceClient::evaluateCustomerService(const KXString& kefuId,
-                                                      const KXString& knownledgeId,
-                                                      bool robotValue, const KXString& suggest) {
+                                                      const KXString& knownledgeId, bool robotValue,
+                                                      const KXString& suggest) {
   auto session = state_->sessionFor(kefuId);
   auto evaluation = std::make_shared<KXCSEvaluateMessage>();
   setEvaluationIdentifiers(*evaluation, knownledgeId, session);
@@ -230,7 +230,8 @@ void KXCustomerServiceClient::evaluateCustomerService(
   sendToDesk(kefuId, std::move(evaluation));
 }
 
-void KXCustomerServiceClient::getHumanEvaluateCustomerServiceConfig(KXEvaConfigBlock evaConfigBlock) {
+void KXCustomerServiceClient::getHumanEvaluateCustomerServiceConfig(
+    KXEvaConfigBlock evaConfigBlock) {
   if (auto session = state_->sessionFor(kefuId())) {
     session->setEvaConfigBlock(std::move(evaConfigBlock));
   }

@@ -46,7 +46,8 @@ const std::vector<ReceivedType>& receivedTypes() {
       {[] { return std::make_shared<KXCSPullEvaluateMessage>(); },
        "ERROR: KXCSPullEvaluateMessage JSON is nil!!",
        [](const KXMessageContent& c) { return !as<KXCSPullEvaluateMessage>(c).evaluateId(); }},
-      {[] { return std::make_shared<KXCSPullLeaveMessage>(); }, "ERROR: KXCSLeaveMessage JSON is nil!!",
+      {[] { return std::make_shared<KXCSPullLeaveMessage>(); },
+       "ERROR: KXCSLeaveMessage JSON is nil!!",
        [](const KXMessageContent& c) {
          return !as<KXCSPullLeaveMessage>(c).content() && !c.conversationDigest();
        }},
@@ -56,7 +57,8 @@ const std::vector<ReceivedType>& receivedTypes() {
          const auto& r = as<KXCSTerminateMessage>(c);
          return r.code() == 0 && !r.msg() && !r.cid();
        }},
-      {[] { return std::make_shared<KXCSUpdateMessage>(); }, "ERROR: KXCSUpdateMessage JSON is nil!!",
+      {[] { return std::make_shared<KXCSUpdateMessage>(); },
+       "ERROR: KXCSUpdateMessage JSON is nil!!",
        [](const KXMessageContent& c) {
          const auto& r = as<KXCSUpdateMessage>(c);
          return r.serviceStatus() == 0 && !r.cid();
@@ -71,9 +73,20 @@ std::string nested(int depth) {
 
 TEST_F(BadInput, UnparsableBodiesWriteOneErrorLineAndLeaveFieldsUntouched) {
   const std::vector<std::string> bodies = {
-      "",          "{",          "[]",         "[1,2]",       "5",         "\"text\"",
-      "null",      "true",       "{\"a\":1,}", "{\"msg\":\"\xff\xfe\"}", "{\"n\":1e400}",
-      nested(129), "{\"a\":1} x", std::string("{\"a\":\"\0\"}", 9),
+      "",
+      "{",
+      "[]",
+      "[1,2]",
+      "5",
+      "\"text\"",
+      "null",
+      "true",
+      "{\"a\":1,}",
+      "{\"msg\":\"\xff\xfe\"}",
+      "{\"n\":1e400}",
+      nested(129),
+      "{\"a\":1} x",
+      std::string("{\"a\":\"\0\"}", 9),
   };
   for (const auto& type : receivedTypes()) {
     for (const auto& body : bodies) {
@@ -105,7 +118,8 @@ TEST_F(BadInput, AbsentBytesSetNothingAndLogNothing) {
 
 TEST_F(BadInput, LargeButValidValuesParse) {
   auto update = std::make_shared<KXCSUpdateMessage>();
-  update->decodeWithData(R"({"serviceStatus":123456789012345678901234567890,"x":)" + nested(127) + "}");
+  update->decodeWithData(R"({"serviceStatus":123456789012345678901234567890,"x":)" + nested(127) +
+                         "}");
   EXPECT_EQ(update->serviceStatus(), INT32_MAX);
   ASSERT_EQ(host->logs().size(), 1u);
   EXPECT_EQ(host->logs()[0].level, 4);

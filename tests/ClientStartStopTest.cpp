@@ -15,7 +15,8 @@ TEST_F(StartStop, SharedClientIsMadeOnceUnderConcurrentFirstCalls) {
   std::vector<KXCustomerServiceClient*> seen(8);
   std::vector<std::thread> threads;
   for (auto& slot : seen) {
-    threads.emplace_back([&slot] { slot = &KXCustomerServiceClient::sharedCustomerServiceClient(); });
+    threads.emplace_back(
+        [&slot] { slot = &KXCustomerServiceClient::sharedCustomerServiceClient(); });
   }
   for (auto& thread : threads) thread.join();
   for (auto* client : seen) EXPECT_EQ(client, seen[0]);
@@ -73,7 +74,8 @@ TEST_F(StartStop, SendFailureReportsOnceThenStops) {
 }
 
 TEST_F(StartStop, SendFailureUsesTheErrorCallbackOfItsOwnStartAndStopsWithoutOne) {
-  client().startCustomerService("desk", nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
+  client().startCustomerService("desk", nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
+                                nullptr);
   start("desk");  // replaces the session's callbacks
   host->failSend(0, 3);
   host->drainMain();

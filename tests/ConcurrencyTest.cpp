@@ -16,15 +16,17 @@ TEST_F(Concurrency, DeliveriesOperationsAndTheMainThreadRunTogether) {
   constexpr int kRounds = 300;
   std::atomic<int> modeCalls{0};
   std::atomic<bool> done{false};
-  client().startCustomerService("desk", nullptr, nullptr, nullptr,
-                                [&](KXCSModeType) { modeCalls++; }, nullptr, nullptr, nullptr);
+  client().startCustomerService(
+      "desk", nullptr, nullptr, nullptr, [&](KXCSModeType) { modeCalls++; }, nullptr, nullptr,
+      nullptr);
   host->confirmSend(0, 1);
 
   std::thread delivery([&] {
     ThreadName name("delivery");
     for (int i = 0; i < kRounds; ++i) {
       auto response = std::make_shared<KXCSHandShakeResponseMessage>();
-      response->decodeWithData(std::string(R"({"status":1,"data":{"sid":"c","serviceType":3,"groups":[{"id":"g"}]}})"));
+      response->decodeWithData(
+          std::string(R"({"status":1,"data":{"sid":"c","serviceType":3,"groups":[{"id":"g"}]}})"));
       client().onCustomerServiceMessageReceived(receivedMessage(response, "desk", 10));
       auto update = std::make_shared<KXCSUpdateMessage>();
       update->decodeWithData(std::string(R"({"sid":"c2","serviceStatus":2})"));
@@ -34,7 +36,8 @@ TEST_F(Concurrency, DeliveriesOperationsAndTheMainThreadRunTogether) {
   std::thread application([&] {
     for (int i = 0; i < kRounds; ++i) {
       client().switchToHumanMode("desk");
-      client().evaluateCustomerService("desk", std::nullopt, 4, std::nullopt, 1, KXString("t"), nullptr);
+      client().evaluateCustomerService("desk", std::nullopt, 4, std::nullopt, 1, KXString("t"),
+                                       nullptr);
       client().getHumanEvaluateCustomerServiceConfig([](const auto&) {});
       (void)client().customerServiceSessions();
     }

@@ -32,7 +32,8 @@ TEST_F(ControlMessages, ModeChangeResponses) {
     SCOPED_TRACE(row.body);
     SetUp();
     startAndAnswer("desk", ("{\"serviceType\":" + std::to_string(row.serviceType) +
-                            R"(,"robotWelcome":"Hi","robotName":"Bot"})").c_str());
+                            R"(,"robotWelcome":"Hi","robotName":"Bot"})")
+                               .c_str());
     host->drainMain();
     host->clear();
     takeEvents();
@@ -43,7 +44,8 @@ TEST_F(ControlMessages, ModeChangeResponses) {
     EXPECT_EQ(session("desk")->type(), row.typeAfter);
     std::vector<std::string> notices;
     for (const auto& fake : host->fakeReceives()) {
-      if (auto* notice = dynamic_cast<KXInformationNotificationMessage*>(fake.message->content().get())) {
+      if (auto* notice =
+              dynamic_cast<KXInformationNotificationMessage*>(fake.message->content().get())) {
         notices.push_back(*notice->message());
         EXPECT_EQ(fake.thread, "delivery");
       }
@@ -96,10 +98,11 @@ TEST_F(ControlMessages, EvaluationConfigurationSetsTheResolveFlag) {
     session("desk")->setReportResolveStatus(row.before);
     client().setHandShakeMessageSendTime(1);
     deliver<KXCSChangeModeResponseMessage>(
-        "desk", std::string(R"({"code":1,"data":{"status":9,"satisfaction":)") + row.satisfaction + "}}");
+        "desk",
+        std::string(R"({"code":1,"data":{"status":9,"satisfaction":)") + row.satisfaction + "}}");
     EXPECT_EQ(session("desk")->reportResolveStatus(), row.after);
-    EXPECT_EQ(events(), std::vector<std::string>{"evaConfig({\"evaConfig\":" + std::string(row.satisfaction) +
-                                                  "})@delivery"});
+    EXPECT_EQ(events(), std::vector<std::string>{"evaConfig({\"evaConfig\":" +
+                                                 std::string(row.satisfaction) + "})@delivery"});
   }
 
   // Without the callback, or without a configuration, the flag is left alone.
@@ -137,7 +140,8 @@ TEST_F(ControlMessages, EndOfService) {
     EXPECT_TRUE(deliver<KXCSTerminateMessage>("desk", row.body));
     std::vector<std::string> notices;
     for (const auto& fake : host->fakeReceives()) {
-      notices.push_back(*dynamic_cast<KXInformationNotificationMessage&>(*fake.message->content()).message());
+      notices.push_back(
+          *dynamic_cast<KXInformationNotificationMessage&>(*fake.message->content()).message());
     }
     EXPECT_EQ(notices, row.notices);  // shown first, on the delivering thread
     host->drainMain();
@@ -174,7 +178,9 @@ TEST_F(ControlMessages, Updates) {
   for (const auto& row : rows) {
     SCOPED_TRACE(row.body);
     SetUp();
-    startAndAnswer("desk", ("{\"sid\":\"old\",\"serviceType\":" + std::to_string(row.serviceType) + "}").c_str());
+    startAndAnswer(
+        "desk",
+        ("{\"sid\":\"old\",\"serviceType\":" + std::to_string(row.serviceType) + "}").c_str());
     host->drainMain();
     takeEvents();
     EXPECT_TRUE(deliver<KXCSUpdateMessage>("desk", row.body));
@@ -197,7 +203,8 @@ TEST_F(ControlMessages, EvaluationRequests) {
   EXPECT_FALSE(deliver<KXCSPullEvaluateMessage>("unknown", R"({"msgId":"x"})"));
   EXPECT_EQ(host->pendingMain(), 3u);
   host->drainMain();
-  EXPECT_THAT(takeEvents(), ElementsAre("pullEvaluation(dialog-7)@main", "pullEvaluation(null)@main"));
+  EXPECT_THAT(takeEvents(),
+              ElementsAre("pullEvaluation(dialog-7)@main", "pullEvaluation(null)@main"));
 }
 
 }  // namespace

@@ -24,7 +24,8 @@ TEST_F(Dispatch, AnswersForEveryKindOfMessage) {
     bool current;  // the answer when current; stale control messages always answer true
   };
   const std::vector<Row> rows = {
-      {"CsChaR", delivering<KXCSChangeModeResponseMessage>(R"({"code":1,"data":{"status":9}})"), true},
+      {"CsChaR", delivering<KXCSChangeModeResponseMessage>(R"({"code":1,"data":{"status":9}})"),
+       true},
       {"CsEnd", delivering<KXCSTerminateMessage>(R"({"code":9})"), true},
       {"CsHsR", delivering<KXCSHandShakeResponseMessage>(R"({"status":0})"), true},
       {"CsUpdate", delivering<KXCSUpdateMessage>(R"({"serviceStatus":9})"), true},
@@ -36,11 +37,13 @@ TEST_F(Dispatch, AnswersForEveryKindOfMessage) {
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
     const bool control = std::string(row.name) != "CsPLM" && std::string(row.name) != "text";
-    client().setHandShakeMessageSendTime(0);  // nothing confirmed yet: every control message is stale
+    client().setHandShakeMessageSendTime(
+        0);  // nothing confirmed yet: every control message is stale
     EXPECT_EQ(row.deliver(*this, 500, 5), control ? true : row.current);
     client().setHandShakeMessageSendTime(500);
-    EXPECT_EQ(row.deliver(*this, 499, 5), control ? true : row.current);  // older than the handshake
-    EXPECT_EQ(row.deliver(*this, 500, 5), row.current);                   // equal counts as current
+    EXPECT_EQ(row.deliver(*this, 499, 5),
+              control ? true : row.current);             // older than the handshake
+    EXPECT_EQ(row.deliver(*this, 500, 5), row.current);  // equal counts as current
     EXPECT_EQ(row.deliver(*this, 501, 5), row.current);
     EXPECT_FALSE(row.deliver(*this, 501, 1));  // another conversation type
   }
@@ -73,10 +76,14 @@ TEST_F(Dispatch, SuccessfulHandshakeResponse) {
       "announceMsgFlag":1,"announceMsg":"news","announceClickFlag":1,"announceClickUrl":"url",
       "groups":[{"id":"g1"},{"id":"g2"}],"evaluateList":[{"value":5}],
       "evaConf":{"evaEntryPoint":3,"evaType":4,"reportResolveStatus":1},
-      "leaveMsgConf":{"type":5,"customConf":{"url":"lm"},"defaultConf":[{"name":"n"}]}}})", 100));
+      "leaveMsgConf":{"type":5,"customConf":{"url":"lm"},"defaultConf":[{"name":"n"}]}}})",
+                                                    100));
 
   // On the delivering thread: session, evaluation configuration, greeting.
-  EXPECT_THAT(events(), ElementsAre(R"(evaConfig({"evaEntryPoint":3,"evaType":4,"reportResolveStatus":1})@delivery)"));
+  EXPECT_THAT(
+      events(),
+      ElementsAre(
+          R"(evaConfig({"evaEntryPoint":3,"evaType":4,"reportResolveStatus":1})@delivery)"));
   const auto s = session("desk");
   EXPECT_EQ(s->uid(), "u");
   EXPECT_EQ(s->cid(), "c");
@@ -110,8 +117,11 @@ TEST_F(Dispatch, SuccessfulHandshakeResponse) {
   // On the main thread: success, then the mode.
   EXPECT_EQ(client().currentCSModeType(), KXCSModeNoService);
   host->drainMain();
-  EXPECT_THAT(takeEvents(), ElementsAre("evaConfig({\"evaEntryPoint\":3,\"evaType\":4,\"reportResolveStatus\":1})@delivery",
-                                        "success@main", "mode(3) current=3@main"));
+  EXPECT_THAT(
+      takeEvents(),
+      ElementsAre(
+          "evaConfig({\"evaEntryPoint\":3,\"evaType\":4,\"reportResolveStatus\":1})@delivery",
+          "success@main", "mode(3) current=3@main"));
   const auto& config = *lastConfig;
   EXPECT_EQ(config.companyName(), "ACME");
   EXPECT_FALSE(config.companyUrl());
@@ -144,11 +154,19 @@ TEST_F(Dispatch, GreetingAndAutomaticSwitchByServiceType) {
     bool switched;
   };
   const std::vector<Row> rows = {
-      {R"({"serviceType":1,"robotWelcome":"hi","robotName":"","robotIcon":""})", 1, true, false, {}, false},
-      {R"({"serviceType":1,"robotWelcome":"hi","robotName":"","robotIcon":"L"})", 1, true, true, "", false},
-      {R"({"serviceType":1,"robotWelcome":"hi","robotIcon":"L"})", 1, true, true, std::nullopt, false},
+      {R"({"serviceType":1,"robotWelcome":"hi","robotName":"","robotIcon":""})",
+       1,
+       true,
+       false,
+       {},
+       false},
+      {R"({"serviceType":1,"robotWelcome":"hi","robotName":"","robotIcon":"L"})", 1, true, true, "",
+       false},
+      {R"({"serviceType":1,"robotWelcome":"hi","robotIcon":"L"})", 1, true, true, std::nullopt,
+       false},
       {R"({"serviceType":1,"robotWelcome":""})", 1, false, false, {}, false},
-      {R"({"serviceType":3,"robotWelcome":"hi","robotName":"R","notAutoCha":1})", 3, true, true, "R", false},
+      {R"({"serviceType":3,"robotWelcome":"hi","robotName":"R","notAutoCha":1})", 3, true, true,
+       "R", false},
       {R"({"serviceType":2,"robotWelcome":"hi","notAutoCha":1})", 2, false, false, {}, true},
       {R"({"serviceType":4,"notAutoCha":"true"})", 2, false, false, {}, true},
       {R"({"serviceType":4,"notAutoCha":0})", 2, false, false, {}, false},
@@ -160,8 +178,8 @@ TEST_F(Dispatch, GreetingAndAutomaticSwitchByServiceType) {
     takeEvents();
     startAndAnswer("desk", row.data);
     host->drainMain();
-    EXPECT_EQ(events().back(), "mode(" + std::to_string(row.mode) + ") current=" +
-                                   std::to_string(row.mode) + "@main");
+    EXPECT_EQ(events().back(), "mode(" + std::to_string(row.mode) +
+                                   ") current=" + std::to_string(row.mode) + "@main");
     ASSERT_EQ(host->inserts().size(), row.greeting ? 1u : 0u);
     if (row.greeting) {
       const auto& sender = host->inserts()[0].content->senderUserInfo();
@@ -197,7 +215,8 @@ TEST_F(Dispatch, FailedHandshakeReportsTheDesksText) {
 }
 
 TEST_F(Dispatch, ModeIsRecordedOnlyWithItsCallbackAndStopSilencesPostedCallbacks) {
-  client().startCustomerService("quiet", nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
+  client().startCustomerService("quiet", nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
+                                nullptr);
   host->confirmSend(0, 100);
   deliver<KXCSHandShakeResponseMessage>("quiet", R"({"status":1,"data":{"serviceType":2}})", 100);
   host->drainMain();
@@ -214,7 +233,8 @@ TEST_F(Dispatch, ResponsesFindTheirDeskBySenderAndIgnoreUnknownDesks) {
   start("A");
   start("B");
   host->confirmSend(1, 100);
-  EXPECT_TRUE(deliver<KXCSHandShakeResponseMessage>("A", R"({"status":1,"data":{"sid":"a1"}})", 100));
+  EXPECT_TRUE(
+      deliver<KXCSHandShakeResponseMessage>("A", R"({"status":1,"data":{"sid":"a1"}})", 100));
   EXPECT_EQ(session("A")->cid(), "a1");
   EXPECT_FALSE(session("B")->cid());
   EXPECT_TRUE(deliver<KXCSHandShakeResponseMessage>("nobody", R"({"status":1,"data":{}})", 100));

@@ -32,16 +32,20 @@ TEST_F(EvaluationAndLeaveMessage, EvaluationBodies) {
        [](auto& c) { c.evaluateCustomerService("desk", KXString(""), 5, KXString("ok"), 2); },
        R"({"sid":"","source":5,"suggest":"ok","isresolve":2,"type":"1"})"},
       {"human, low 32 bits kept", true, KXCSModeHuman,
-       [](auto& c) { c.evaluateCustomerService("desk", KXString("d"), 1, std::nullopt, 0x1FFFFFFFFull); },
+       [](auto& c) {
+         c.evaluateCustomerService("desk", KXString("d"), 1, std::nullopt, 0x1FFFFFFFFull);
+       },
        R"({"sid":"d","source":1,"isresolve":-1,"type":"1"})"},
       {"tagged in human mode", true, KXCSModeHuman,
        [&](auto& c) {
-         c.evaluateCustomerService("desk", std::nullopt, 4, std::nullopt, 1, KXString("fast"), extra);
+         c.evaluateCustomerService("desk", std::nullopt, 4, std::nullopt, 1, KXString("fast"),
+                                   extra);
        },
        R"({"uid":"u","sid":"c","pid":"p","source":4,"isresolve":1,"type":"1","tag":"fast","orderId":"o1"})"},
       {"tagged in robot mode goes out as type 0", true, KXCSModeRobotFirst,
        [](auto& c) {
-         c.evaluateCustomerService("desk", KXString("d"), 3, std::nullopt, 1, std::nullopt, nullptr);
+         c.evaluateCustomerService("desk", KXString("d"), 3, std::nullopt, 1, std::nullopt,
+                                   nullptr);
        },
        R"({"sid":"d","source":3,"isresolve":1,"type":"0"})"},
       {"unknown desk", true, KXCSModeHuman,
@@ -69,7 +73,8 @@ TEST_F(EvaluationAndLeaveMessage, EvaluationConfigurationCallbackFollowsTheLastS
   client().getHumanEvaluateCustomerServiceConfig([this](const auto&) { record("early"); });
   start("A");
   start("B");
-  client().getHumanEvaluateCustomerServiceConfig([this](const auto& c) { record("B" + c->dump()); });
+  client().getHumanEvaluateCustomerServiceConfig(
+      [this](const auto& c) { record("B" + c->dump()); });
   host->confirmSend(1, 100);
   deliver<KXCSHandShakeResponseMessage>("A", R"({"status":1,"data":{"evaConf":{"x":1}}})", 100);
   deliver<KXCSHandShakeResponseMessage>("B", R"({"status":1,"data":{"evaConf":{"y":2}}})", 100);
@@ -83,14 +88,15 @@ TEST_F(EvaluationAndLeaveMessage, EvaluationConfigurationCallbackFollowsTheLastS
 }
 
 TEST_F(EvaluationAndLeaveMessage, LeaveMessageReportsTheHostsOutcomeOnItsThread) {
-  const auto form = std::make_shared<const KXDictionary>(KXDictionary::parse(R"({"name":"Ann","tel":"138"})"));
+  const auto form =
+      std::make_shared<const KXDictionary>(KXDictionary::parse(R"({"name":"Ann","tel":"138"})"));
   const auto succeed = [this](int64_t id) { record("leaveSuccess(" + std::to_string(id) + ")"); };
   const auto fail = [this](int64_t code, int64_t id) {
     record("leaveFailure(" + std::to_string(code) + "," + std::to_string(id) + ")");
   };
   client().leaveMessageCustomerService("never-started", form, succeed, fail);
-  client().leaveMessageCustomerService("never-started", std::make_shared<const KXDictionary>(KXDictionary::object()),
-                                       succeed, fail);
+  client().leaveMessageCustomerService(
+      "never-started", std::make_shared<const KXDictionary>(KXDictionary::object()), succeed, fail);
   EXPECT_THAT(sent(), ElementsAre(R"(KX:CsLM {"name":"Ann","tel":"138"})", "KX:CsLM {}"));
   EXPECT_EQ(host->sends()[0].closures, Closures::Ids);
   EXPECT_EQ(host->sends()[0].targetId, "never-started");

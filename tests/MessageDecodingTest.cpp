@@ -15,14 +15,26 @@ KXDictionary J(const char* text) { return KXDictionary::parse(text); }
 TEST_F(Decoding, IntegerReadings) {
   // The update's "serviceStatus" is read as an integer.
   const std::vector<std::pair<const char*, int32_t>> cases = {
-      {R"("12")", 12},        {"3.9", 3},         {"-3.9", -3},        {"true", 1},
-      {"false", 0},           {R"("  -7x")", -7}, {R"("+4")", 4},      {R"("abc")", 0},
-      {"null", 0},            {"[1]", 0},         {R"({"a":1})", 0},   {"4294967298", 2},
-      {"1e12", INT32_MAX},    {"-1e12", INT32_MIN}, {R"("99999999999")", INT32_MAX},
+      {R"("12")", 12},
+      {"3.9", 3},
+      {"-3.9", -3},
+      {"true", 1},
+      {"false", 0},
+      {R"("  -7x")", -7},
+      {R"("+4")", 4},
+      {R"("abc")", 0},
+      {"null", 0},
+      {"[1]", 0},
+      {R"({"a":1})", 0},
+      {"4294967298", 2},
+      {"1e12", INT32_MAX},
+      {"-1e12", INT32_MIN},
+      {R"("99999999999")", INT32_MAX},
       {"18446744073709551615", -1},
   };
   for (const auto& [value, expected] : cases) {
-    auto update = decoded<KXCSUpdateMessage>(J((std::string(R"({"serviceStatus":)") + value + "}").c_str()));
+    auto update =
+        decoded<KXCSUpdateMessage>(J((std::string(R"({"serviceStatus":)") + value + "}").c_str()));
     EXPECT_EQ(update->serviceStatus(), expected) << value;
   }
 }
@@ -30,15 +42,15 @@ TEST_F(Decoding, IntegerReadings) {
 TEST_F(Decoding, BooleanReadings) {
   // A group's "online" is read as a boolean.
   const std::vector<std::pair<const char*, bool>> cases = {
-      {"true", true},     {"false", false},     {"1", true},        {"0", false},
-      {"0.5", true},      {"-2", true},         {R"("Yes")", true}, {R"("yes")", true},
-      {R"("T")", true},   {R"("true")", true},  {R"("  -007")", true}, {R"("000")", false},
-      {R"("no")", false}, {R"("")", false},     {"null", false},    {"[1]", false},
+      {"true", true},        {"false", false},    {"1", true},           {"0", false},
+      {"0.5", true},         {"-2", true},        {R"("Yes")", true},    {R"("yes")", true},
+      {R"("T")", true},      {R"("true")", true}, {R"("  -007")", true}, {R"("000")", false},
+      {R"("no")", false},    {R"("")", false},    {"null", false},       {"[1]", false},
       {R"({"a":1})", false},
   };
   for (const auto& [value, expected] : cases) {
-    auto response = decoded<KXCSHandShakeResponseMessage>(J(
-        (std::string(R"({"status":1,"data":{"groups":[{"online":)") + value + "}]}}").c_str()));
+    auto response = decoded<KXCSHandShakeResponseMessage>(
+        J((std::string(R"({"status":1,"data":{"groups":[{"online":)") + value + "}]}}").c_str()));
     ASSERT_EQ(response->groupList()->size(), 1u) << value;
     EXPECT_EQ(response->groupList()->at(0)->online(), expected) << value;
   }
@@ -46,11 +58,17 @@ TEST_F(Decoding, BooleanReadings) {
 
 TEST_F(Decoding, StringReadingsKeepNonStringsAsJsonText) {
   const std::vector<std::pair<const char*, KXString>> cases = {
-      {R"("e1")", "e1"}, {R"("")", ""}, {"42", "42"},       {"1.5", "1.5"},
-      {"true", "true"},  {"null", std::nullopt}, {R"({"a":[1]})", R"({"a":[1]})"},
+      {R"("e1")", "e1"},
+      {R"("")", ""},
+      {"42", "42"},
+      {"1.5", "1.5"},
+      {"true", "true"},
+      {"null", std::nullopt},
+      {R"({"a":[1]})", R"({"a":[1]})"},
   };
   for (const auto& [value, expected] : cases) {
-    auto pull = decoded<KXCSPullEvaluateMessage>(J((std::string(R"({"msgId":)") + value + "}").c_str()));
+    auto pull =
+        decoded<KXCSPullEvaluateMessage>(J((std::string(R"({"msgId":)") + value + "}").c_str()));
     EXPECT_EQ(pull->evaluateId(), expected) << value;
   }
 }
@@ -207,8 +225,8 @@ TEST_F(Decoding, ChangeModeResponseShapes) {
   };
   const std::vector<Case> cases = {
       {R"({"code":200,"data":{"status":1}})", 1, std::nullopt, nullptr, true},
-      {R"({"code":1,"data":{"status":"4","satisfaction":{"evaConfig":[{"isQuestionFlag":1}]}}})",
-       4, std::nullopt, R"({"evaConfig":{"evaConfig":[{"isQuestionFlag":1}]}})", true},
+      {R"({"code":1,"data":{"status":"4","satisfaction":{"evaConfig":[{"isQuestionFlag":1}]}}})", 4,
+       std::nullopt, R"({"evaConfig":{"evaConfig":[{"isQuestionFlag":1}]}})", true},
       {R"({"code":1,"data":{"status":1,"satisfaction":null}})", 1, std::nullopt,
        R"({"evaConfig":null})", true},
       {R"({"code":0,"msg":"busy"})", 2, "busy", nullptr, false},
@@ -230,7 +248,8 @@ TEST_F(Decoding, ChangeModeResponseShapes) {
       EXPECT_FALSE(response->evaConfig());
     }
     if (c.logged) {
-      EXPECT_THAT(logLines(), ElementsAre(std::string("4|KX:CsChaR JSON is : ") + J(c.body).dump()));
+      EXPECT_THAT(logLines(),
+                  ElementsAre(std::string("4|KX:CsChaR JSON is : ") + J(c.body).dump()));
     } else {
       EXPECT_TRUE(host->logs().empty());
     }
@@ -258,13 +277,14 @@ TEST_F(Decoding, TerminateUpdatePullEvaluateAndInvitation) {
   EXPECT_EQ(invitation->content(), "Leave us a note");
   EXPECT_EQ(invitation->conversationDigest(), "Leave us a note");
 
-  EXPECT_THAT(logLines(),
-              ElementsAre(R"(4|KX:CsEnd JSON is : {"code":1,"msg":"bye","cid":"c","sid":"s"})",
-                          R"(4|KX:CsEnd JSON is : {"sid":"s"})", R"(4|KX:CsEnd JSON is : {"msg":"x"})",
-                          R"(4|KX:CsEnd JSON is : {"cid":null,"sid":"s"})",
-                          R"(4|KX:CsUpdate JSON is : {"sid":"s2","cid":"c2","serviceStatus":"2"})",
-                          "4|KX:CsUpdate JSON is : {}", R"(4|KX:CsPullEva JSON is : {"msgId":"d1"})",
-                          R"(4|KX:CsPLM JSON is : {"content":"Leave us a note"})"));
+  EXPECT_THAT(
+      logLines(),
+      ElementsAre(R"(4|KX:CsEnd JSON is : {"code":1,"msg":"bye","cid":"c","sid":"s"})",
+                  R"(4|KX:CsEnd JSON is : {"sid":"s"})", R"(4|KX:CsEnd JSON is : {"msg":"x"})",
+                  R"(4|KX:CsEnd JSON is : {"cid":null,"sid":"s"})",
+                  R"(4|KX:CsUpdate JSON is : {"sid":"s2","cid":"c2","serviceStatus":"2"})",
+                  "4|KX:CsUpdate JSON is : {}", R"(4|KX:CsPullEva JSON is : {"msgId":"d1"})",
+                  R"(4|KX:CsPLM JSON is : {"content":"Leave us a note"})"));
   for (const auto& log : host->logs()) {
     EXPECT_EQ(log.type, 1024);
     EXPECT_EQ(log.tag.find('/'), std::string::npos);

@@ -21,7 +21,9 @@ TEST_F(Encoding, CustomerInformationGroups) {
   info.setUserId("u1");
   info.setNickName("Ann");
   info.setMobileNo("138");
-  EXPECT_EQ(info.encode(), R"({"userInfo":{"userId":"u1","nickName":"Ann"},"contactInfo":{"mobileNo":"138"},"requestInfo":{}})");
+  EXPECT_EQ(
+      info.encode(),
+      R"({"userInfo":{"userId":"u1","nickName":"Ann"},"contactInfo":{"mobileNo":"138"},"requestInfo":{}})");
 
   KXCustomerServiceInfo memoOnly;
   memoOnly.setMemo("");
@@ -41,8 +43,9 @@ TEST_F(Encoding, CustomerInformationGroups) {
   all.setListUrl(std::make_shared<std::vector<std::string>>(std::vector<std::string>{"a", "b"}));
   all.setDefine("d");
   all.setProductId("x\"y");
-  EXPECT_EQ(all.encode(), R"({"userInfo":{"age":"30"},"contactInfo":{"QQ":"q","weixin":"w"},)"
-                          R"("requestInfo":{"page":"p","listUrl":["a","b"],"define":"d","productId":"x\"y"}})");
+  EXPECT_EQ(all.encode(),
+            R"({"userInfo":{"age":"30"},"contactInfo":{"QQ":"q","weixin":"w"},)"
+            R"("requestInfo":{"page":"p","listUrl":["a","b"],"define":"d","productId":"x\"y"}})");
 }
 
 TEST_F(Encoding, HandShakeCarriesOnlyTheInformation) {
@@ -82,10 +85,22 @@ TEST_F(Encoding, EvaluationBody) {
   };
   const std::vector<Case> cases = {
       {[](auto& m) { m.setType(1); }, R"({"source":0,"isresolve":0,"type":"1"})"},
-      {[](auto& m) { m.setSuggest(""); m.setTagText(""); }, R"({"source":0,"isresolve":0,"type":"0"})"},
-      {[](auto& m) { m.setSuggest("s"); m.setTagText("t"); m.setResolveStatus(-1); m.setSource(5); },
+      {[](auto& m) {
+         m.setSuggest("");
+         m.setTagText("");
+       },
+       R"({"source":0,"isresolve":0,"type":"0"})"},
+      {[](auto& m) {
+         m.setSuggest("s");
+         m.setTagText("t");
+         m.setResolveStatus(-1);
+         m.setSource(5);
+       },
        R"({"source":5,"suggest":"s","isresolve":-1,"type":"0","tag":"t"})"},
-      {[](auto& m) { m.setCid("k"); m.setExtra(std::make_shared<KXDictionary>(J(R"({"type":7,"x":[1]})"))); },
+      {[](auto& m) {
+         m.setCid("k");
+         m.setExtra(std::make_shared<KXDictionary>(J(R"({"type":7,"x":[1]})")));
+       },
        R"({"sid":"k","source":0,"isresolve":0,"type":7,"x":[1]})"},
       {[](auto& m) { m.setExtra(std::make_shared<KXDictionary>(KXDictionary::object())); },
        R"({"source":0,"isresolve":0,"type":"0"})"},
@@ -135,7 +150,8 @@ TEST_F(Encoding, TypeTableAndOneWayRule) {
     EXPECT_EQ(row.content->objectName(), row.objectName);
     EXPECT_EQ(row.content->messagePersistentFlag(), row.flag);
     if (row.received) {
-      row.content->decodeWithData(std::string(R"({"status":1,"code":1,"msgId":"m","content":"c","sid":"s"})"));
+      row.content->decodeWithData(
+          std::string(R"({"status":1,"code":1,"msgId":"m","content":"c","sid":"s"})"));
       EXPECT_FALSE(row.content->encode());  // even with fields set
     }
   }

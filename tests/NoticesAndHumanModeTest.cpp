@@ -43,11 +43,15 @@ TEST_F(NoticesAndHumanMode, SwitchToHumanMode) {
   };
   const std::vector<Row> rows = {
       {"two groups: the user chooses",
-       [](auto& t) { t.startAndAnswer("desk", R"({"sid":"c","groups":[{"id":"g1"},{"id":"g2"}]})"); },
-       {}, {"selectGroup(g1,g2)@main"}},
+       [](auto& t) {
+         t.startAndAnswer("desk", R"({"sid":"c","groups":[{"id":"g1"},{"id":"g2"}]})");
+       },
+       {},
+       {"selectGroup(g1,g2)@main"}},
       {"empty group list: request at once",
        [](auto& t) { t.startAndAnswer("desk", R"({"uid":"u","sid":"c","pid":"p","groups":[]})"); },
-       {R"(KX:CsCha {"uid":"u","sid":"c","pid":"p"})"}, {}},
+       {R"(KX:CsCha {"uid":"u","sid":"c","pid":"p"})"},
+       {}},
       {"never started: request without identifiers", [](auto&) {}, {"KX:CsCha {}"}, {}},
   };
   for (const auto& row : rows) {
@@ -63,7 +67,8 @@ TEST_F(NoticesAndHumanMode, SwitchToHumanMode) {
     EXPECT_TRUE(events().empty());  // the group callback waits for the main thread
     host->drainMain();
     EXPECT_EQ(takeEvents(), row.events);
-    EXPECT_EQ(client().currentCSModeType(), modeBefore) << "only the desk's answer changes the mode";
+    EXPECT_EQ(client().currentCSModeType(), modeBefore)
+        << "only the desk's answer changes the mode";
   }
 }
 
@@ -74,7 +79,8 @@ TEST_F(NoticesAndHumanMode, GroupCallbackReadsTheSessionWhenItRuns) {
   client().switchToHumanMode("desk");
   client().switchToHumanMode("desk");
   auto replaced = std::make_shared<std::vector<std::shared_ptr<KXCustomerServiceGroupItem>>>(
-      std::vector<std::shared_ptr<KXCustomerServiceGroupItem>>{std::make_shared<KXCustomerServiceGroupItem>()});
+      std::vector<std::shared_ptr<KXCustomerServiceGroupItem>>{
+          std::make_shared<KXCustomerServiceGroupItem>()});
   replaced->at(0)->setGroupId("g9");
   session("desk")->setGroupList(replaced);
   host->drainMain();
@@ -92,7 +98,8 @@ TEST_F(NoticesAndHumanMode, GroupSelectionSendsWhateverGroupIsNamed) {
   client().selectCustomerServiceGroup("desk", "never-offered");
   client().sendChangeModelMessage("desk", "");
   client().sendChangeModelMessage("other", std::nullopt);
-  EXPECT_THAT(sent(), ElementsAre("KX:CsHs null", R"(KX:CsCha {"uid":"u","sid":"c","groupid":"never-offered"})",
+  EXPECT_THAT(sent(), ElementsAre("KX:CsHs null",
+                                  R"(KX:CsCha {"uid":"u","sid":"c","groupid":"never-offered"})",
                                   R"(KX:CsCha {"uid":"u","sid":"c","groupid":""})", "KX:CsCha {}"));
   for (const auto& send : host->sends()) {
     if (send.objectName == "KX:CsCha") {

@@ -5,6 +5,7 @@
 #include "QuorCustomerService/QuorCustomerServiceExport.h"
 
 #include "QuorCustomerService/Extension/KXCustomerServiceReceiveMessageDelegate.h"
+#include "QuorCustomerService/Extension/QuorCustomerServiceExtensionModule.h"
 #include "QuorCustomerService/Host/KXCoreClient.h"
 #include "QuorCustomerService/Host/KXFwLog.h"
 #include "QuorCustomerService/Host/KXHostConstants.h"
@@ -20,6 +21,7 @@
 #include "QuorCustomerService/Host/KXTextMessage.h"
 #include "QuorCustomerService/Host/KXTypes.h"
 #include "QuorCustomerService/Host/KXUserInfo.h"
+#include "QuorCustomerService/Host/QuorIMLibExtensionModule.h"
 #include "QuorCustomerService/KXCustomerServiceClient.h"
 #include "QuorCustomerService/KXCustomerServiceConstants.h"
 #include "QuorCustomerService/Message/KXCSChangeModeMessage.h"

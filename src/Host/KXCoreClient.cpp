@@ -5,7 +5,9 @@
 namespace quor {
 KXCoreClient::~KXCoreClient() = default;
 
-std::shared_ptr<KXCoreClient> KXCoreClient::sharedCoreClient() { return KXInstanceSlot<KXCoreClient>::global().get(); }
+std::shared_ptr<KXCoreClient> KXCoreClient::sharedCoreClient() {
+  return KXInstanceSlot<KXCoreClient>::global().get();
+}
 
 void KXCoreClient::setSharedCoreClient(std::shared_ptr<KXCoreClient> client) {
   KXInstanceSlot<KXCoreClient>::global().set(std::move(client));

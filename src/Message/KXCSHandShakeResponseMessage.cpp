@@ -50,8 +50,8 @@ KX_RECEIVED_CONTENT_TYPE(KXCSHandShakeResponseMessage, "KX:CsHsR", 0)
 
 void KXCSHandShakeResponseMessage::decodeWithData(const KXData& data) {
   if (!data) return;
-  const auto body = Reader::readBody(data, KX_LOG_TAG,
-                                     "ERROR: KXCSHandShakeResponseMessage JSON is nil!!");
+  const auto body =
+      Reader::readBody(data, KX_LOG_TAG, "ERROR: KXCSHandShakeResponseMessage JSON is nil!!");
   // Both lists are present from here on, even when the body does not parse.
   groupList_ = std::make_shared<std::vector<std::shared_ptr<KXCustomerServiceGroupItem>>>();
   leaveMessageNativeInfo_ = std::make_shared<std::vector<std::shared_ptr<KXCSLeaveMessageItem>>>();

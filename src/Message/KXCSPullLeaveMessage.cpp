@@ -10,7 +10,8 @@ KX_RECEIVED_CONTENT_TYPE(KXCSPullLeaveMessage, "KX:CsPLM", 1)
 
 void KXCSPullLeaveMessage::decodeWithData(const KXData& data) {
   // The error line names the leave-message class, as the desk tooling expects.
-  const auto body = KXJsonReader::readBody(data, KX_LOG_TAG, "ERROR: KXCSLeaveMessage JSON is nil!!");
+  const auto body =
+      KXJsonReader::readBody(data, KX_LOG_TAG, "ERROR: KXCSLeaveMessage JSON is nil!!");
   if (!body) return;
   content_ = KXJsonReader::string(*body, "content");
   KXLog::info(KX_LOG_TAG, "KX:CsPLM JSON is : %@", {*body});

@@ -3,10 +3,10 @@
 // received bytes).
 #pragma once
 
-#define KX_CONTENT_TYPE(Class, name, flag)                                           \
-  std::string Class::getObjectName() { return name; }                                \
-  uint32_t Class::persistentFlag() { return flag; }                                  \
-  std::string Class::objectName() const { return getObjectName(); }                  \
+#define KX_CONTENT_TYPE(Class, name, flag)                          \
+  std::string Class::getObjectName() { return name; }               \
+  uint32_t Class::persistentFlag() { return flag; }                 \
+  std::string Class::objectName() const { return getObjectName(); } \
   uint32_t Class::messagePersistentFlag() const { return persistentFlag(); }
 
 #define KX_RECEIVED_CONTENT_TYPE(Class, name, flag) \

@@ -29,7 +29,8 @@ KXData KXCustomerServiceInfo::encode() const {
 
   const auto group = [this](const auto& fields) {
     KXDictionary object = KXDictionary::object();
-    for (const Field& field : fields) KXJsonWriter::putString(object, field.first, this->*field.second);
+    for (const Field& field : fields)
+      KXJsonWriter::putString(object, field.first, this->*field.second);
     return object;
   };
 

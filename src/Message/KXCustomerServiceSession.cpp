@@ -4,16 +4,16 @@ namespace quor {
 
 // A getter copies under the lock; a setter swaps under the lock and lets the old value go
 // after it, so releasing an application's callback never runs under the lock.
-#define KX_LOCKED_PROPERTY(Type, name, Name)                  \
-  Type KXCustomerServiceSession::name() const {               \
-    std::lock_guard<std::mutex> lock(mutex_);                 \
-    return name##_;                                           \
-  }                                                           \
-  void KXCustomerServiceSession::set##Name(Type value) {      \
-    {                                                         \
-      std::lock_guard<std::mutex> lock(mutex_);               \
-      std::swap(name##_, value);                              \
-    }                                                         \
+#define KX_LOCKED_PROPERTY(Type, name, Name)             \
+  Type KXCustomerServiceSession::name() const {          \
+    std::lock_guard<std::mutex> lock(mutex_);            \
+    return name##_;                                      \
+  }                                                      \
+  void KXCustomerServiceSession::set##Name(Type value) { \
+    {                                                    \
+      std::lock_guard<std::mutex> lock(mutex_);          \
+      std::swap(name##_, value);                         \
+    }                                                    \
   }
 
 KX_LOCKED_PROPERTY(KXString, uid, Uid)

@@ -51,13 +51,16 @@ class ClientFixture : public HostFixture {
           record("error(" + std::to_string(code) + "," + text + ")");
         },
         [this](KXCSModeType mode) {
-          record("mode(" + std::to_string(mode) + ") current=" +
-                 std::to_string(client().currentCSModeType()));
+          record("mode(" + std::to_string(mode) +
+                 ") current=" + std::to_string(client().currentCSModeType()));
         },
-        [this](const KXString& dialogId) { record("pullEvaluation(" + dialogId.value_or("null") + ")"); },
+        [this](const KXString& dialogId) {
+          record("pullEvaluation(" + dialogId.value_or("null") + ")");
+        },
         [this](const KXCustomerServiceGroupList& groups) {
           std::string ids;
-          for (const auto& group : *groups) ids += (ids.empty() ? "" : ",") + group->groupId().value_or("");
+          for (const auto& group : *groups)
+            ids += (ids.empty() ? "" : ",") + group->groupId().value_or("");
           record("selectGroup(" + ids + ")");
         },
         [this](const std::string& text) { record("quit(" + text + ")"); });
@@ -67,8 +70,8 @@ class ClientFixture : public HostFixture {
   void startAndAnswer(const std::string& kefuId, const char* data, int64_t sentTime = 100) {
     start(kefuId);
     host->confirmSend(host->sends().size() - 1, sentTime);
-    deliver<KXCSHandShakeResponseMessage>(kefuId, std::string(R"({"status":1,"data":)") + data + "}",
-                                          sentTime);
+    deliver<KXCSHandShakeResponseMessage>(
+        kefuId, std::string(R"({"status":1,"data":)") + data + "}", sentTime);
   }
 
   // Delivers a received message of type T with `body` from desk `kefuId` on a "delivery" thread;
@@ -95,7 +98,8 @@ class ClientFixture : public HostFixture {
   // The sends so far as "objectName body" lines.
   std::vector<std::string> sent() const {
     std::vector<std::string> lines;
-    for (const auto& send : host->sends()) lines.push_back(send.objectName + " " + send.body.dump());
+    for (const auto& send : host->sends())
+      lines.push_back(send.objectName + " " + send.body.dump());
     return lines;
   }
 

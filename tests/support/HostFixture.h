@@ -15,7 +15,8 @@ class HostFixture : public ::testing::Test {
   // The log entries written so far, as "level|text" lines.
   std::vector<std::string> logLines() const {
     std::vector<std::string> lines;
-    for (const auto& log : host->logs()) lines.push_back(std::to_string(log.level) + "|" + log.text);
+    for (const auto& log : host->logs())
+      lines.push_back(std::to_string(log.level) + "|" + log.text);
     return lines;
   }
 

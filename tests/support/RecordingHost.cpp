@@ -36,12 +36,9 @@ void RecordingHost::uninstall() {
   KXMainThreadDispatcher::setShared(nullptr);
 }
 
-std::shared_ptr<KXMessage> RecordingHost::recordSend(int32_t conversationType,
-                                                     const KXString& targetId,
-                                                     std::shared_ptr<KXMessageContent> content,
-                                                     const KXString& pushContent,
-                                                     const KXString& pushData, Closures closures,
-                                                     PendingSend pending) {
+std::shared_ptr<KXMessage> RecordingHost::recordSend(
+    int32_t conversationType, const KXString& targetId, std::shared_ptr<KXMessageContent> content,
+    const KXString& pushContent, const KXString& pushData, Closures closures, PendingSend pending) {
   RecordedSend send;
   send.thread = currentThreadName();
   send.conversationType = conversationType;
@@ -56,19 +53,17 @@ std::shared_ptr<KXMessage> RecordingHost::recordSend(int32_t conversationType,
   send.pushData = pushData;
   send.closures = closures;
   std::lock_guard<std::mutex> lock(mutex_);
-  send.record = std::make_shared<KXMessage>(conversationType, targetId, 1, nextMessageId_++, content);
+  send.record =
+      std::make_shared<KXMessage>(conversationType, targetId, 1, nextMessageId_++, content);
   auto record = send.record;
   sends_.push_back(std::move(send));
   pending_.push_back(std::move(pending));
   return record;
 }
 
-std::shared_ptr<KXMessage> RecordingHost::sendMessage(int32_t conversationType,
-                                                      const KXString& targetId,
-                                                      std::shared_ptr<KXMessageContent> content,
-                                                      const KXString& pushContent,
-                                                      const KXString& pushData,
-                                                      SuccessBlock success, ErrorBlock error) {
+std::shared_ptr<KXMessage> RecordingHost::sendMessage(
+    int32_t conversationType, const KXString& targetId, std::shared_ptr<KXMessageContent> content,
+    const KXString& pushContent, const KXString& pushData, SuccessBlock success, ErrorBlock error) {
   const Closures closures = (success || error) ? Closures::Ids : Closures::None;
   return recordSend(conversationType, targetId, std::move(content), pushContent, pushData, closures,
                     {std::move(success), std::move(error), nullptr, nullptr});
@@ -116,8 +111,8 @@ std::shared_ptr<KXMessage> RecordingHost::insertIncomingMessage(
   RecordedInsert insert{currentThreadName(), conversationType, targetId, senderUserId,
                         receivedStatus,      content,          nullptr};
   if (!insertFails_) {
-    insert.record = std::make_shared<KXMessage>(conversationType, targetId, 2, nextMessageId_++,
-                                                content);
+    insert.record =
+        std::make_shared<KXMessage>(conversationType, targetId, 2, nextMessageId_++, content);
     insert.record->setSenderUserId(senderUserId);
     insert.record->setReceivedStatus(receivedStatus);
   }
@@ -137,11 +132,12 @@ void RecordingHost::registerMessageType(const KXMessageContentType& type) {
 
 void RecordingHost::write(int32_t level, int32_t type, std::string_view tag,
                           std::string_view format, std::initializer_list<KXLogArgument> keys) {
-  RecordedLog log{currentThreadName(), level, type, std::string(tag), std::string(format), {},
-                  KXFwLog::format(format, keys)};
+  RecordedLog log{
+      currentThreadName(),          level, type, std::string(tag), std::string(format), {},
+      KXFwLog::format(format, keys)};
   for (const KXLogArgument& key : keys) {
-    log.arguments.push_back({key.kind(), std::string(key.text()),
-                             key.json() ? *key.json() : KXDictionary()});
+    log.arguments.push_back(
+        {key.kind(), std::string(key.text()), key.json() ? *key.json() : KXDictionary()});
   }
   std::lock_guard<std::mutex> lock(mutex_);
   logs_.push_back(std::move(log));

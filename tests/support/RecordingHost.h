@@ -97,13 +97,10 @@ class RecordingHost : public KXCoreClient,
                                          std::shared_ptr<KXMessageContent> content,
                                          const KXString& pushContent, const KXString& pushData,
                                          SuccessBlock success, ErrorBlock error) override;
-  std::shared_ptr<KXMessage> sendMessageSuccessBlock(int32_t conversationType,
-                                                     const KXString& targetId,
-                                                     std::shared_ptr<KXMessageContent> content,
-                                                     const KXString& pushContent,
-                                                     const KXString& pushData,
-                                                     RecordSuccessBlock successBlock,
-                                                     RecordErrorBlock errorBlock) override;
+  std::shared_ptr<KXMessage> sendMessageSuccessBlock(
+      int32_t conversationType, const KXString& targetId, std::shared_ptr<KXMessageContent> content,
+      const KXString& pushContent, const KXString& pushData, RecordSuccessBlock successBlock,
+      RecordErrorBlock errorBlock) override;
   std::shared_ptr<KXMessage> insertIncomingMessage(
       int32_t conversationType, const KXString& targetId, const KXString& senderUserId,
       int32_t receivedStatus, std::shared_ptr<KXMessageContent> content) override;

@@ -38,8 +38,7 @@ class QUOR_CS_EXPORT KXCoreClient {
 
   // sendMessage:targetId:content:pushContent:pushData:success:error:
   // Either closure may be empty. Returns the host's record of the queued message, or null.
-  virtual std::shared_ptr<KXMessage> sendMessage(int32_t conversationType,
-                                                 const KXString& targetId,
+  virtual std::shared_ptr<KXMessage> sendMessage(int32_t conversationType, const KXString& targetId,
                                                  std::shared_ptr<KXMessageContent> content,
                                                  const KXString& pushContent,
                                                  const KXString& pushData, SuccessBlock success,
