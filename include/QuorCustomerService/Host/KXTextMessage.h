@@ -16,7 +16,8 @@ class QUOR_CS_EXPORT KXTextMessage : public KXMessageContent {
 
   std::string objectName() const override;
   uint32_t messagePersistentFlag() const override;
-  // {"content": text}, the content key left out when absent.
+  // {"content": text, "user": {"id", "name", "portrait"}}: absent values left out, "user"
+  // only with sender information.
   KXData encode() override;
   void decodeWithData(const KXData& data) override;
   KXString conversationDigest() const override;

@@ -1,0 +1,95 @@
+#pragma once
+
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "QuorCustomerService/Host/KXTypes.h"
+#include "QuorLoopbackHost/QuorLoopbackHost.h"
+#include "QuorLoopbackHost/QuorLoopbackPeer.h"
+
+namespace quor {
+
+// A scripted customer-service desk at the other end of a QuorLoopbackHost, configured by a JSON
+// desk profile (docs/desk-simulator.md). It answers the handshake, mode-change requests and the
+// customer's text messages, accepts ratings, leave-messages and suspends, and can speak on its
+// own. Its times come from the host's virtual clock, so every run is deterministic.
+//
+// Threads: the desk answers on the host's "host" thread; its replies reach the application
+// through the host's delivery thread. The inspection and speaking functions may be called from
+// any thread; call QuorLoopbackHost::settle() afterwards to let everything arrive.
+//
+//   auto host = std::make_shared<QuorLoopbackHost>();
+//   host->install();
+//   host->loadExtensionModule();
+//   std::string error;
+//   auto desk = QuorDeskSimulator::fromProfile(profile, &error);
+//   desk->attach(host);
+//   client.startCustomerService(desk->deskId(), info, ...);
+//   host->settle();                       // greeting, success and mode callbacks have run
+//   desk->bodiesOf("KX:CsHs");            // what the customer sent
+//   desk->endService("Bye");              // make the desk speak
+class QuorDeskSimulator : public QuorLoopbackPeer,
+                          public std::enable_shared_from_this<QuorDeskSimulator> {
+ public:
+  // A desk for a profile, or null with the reason in `error`.
+  static std::shared_ptr<QuorDeskSimulator> fromProfile(const KXDictionary& profile,
+                                                        std::string* error);
+  // The same for a profile file.
+  static std::shared_ptr<QuorDeskSimulator> fromFile(const std::string& path, std::string* error);
+  // The built-in demo desk: a robot-first shop service with two groups.
+  static KXDictionary defaultProfile();
+
+  // Connects the desk to `host` as its peer.
+  void attach(const std::shared_ptr<QuorLoopbackHost>& host);
+
+  const std::string& deskId() const { return deskId_; }
+  const KXDictionary& profile() const { return profile_; }
+
+  // What the customer sent, in order.
+  std::vector<QuorWireMessage> received() const;
+  // The bodies of the customer's messages of one type, parsed.
+  std::vector<KXDictionary> bodiesOf(const std::string& objectName) const;
+  // Whether a human agent serves the customer now, and whether the customer suspended.
+  bool humanMode() const;
+  bool suspended() const;
+
+  // Makes the desk speak: a text from whoever serves (robot or agent), an evaluation request,
+  // the end of the service (code 0 ends it, 1 hands back to the robot), an update of the
+  // service state, a leave-message invitation.
+  void say(const std::string& text);
+  void requestEvaluation();
+  void endService(const std::string& text, int code = 0);
+  void updateService(int serviceStatus);
+  void inviteLeaveMessage(const std::string& text);
+
+  void onMessageFromClient(const QuorWireMessage& message) override;
+
+ private:
+  explicit QuorDeskSimulator(KXDictionary profile);
+
+  void answerHandShake();
+  void answerChangeMode(const KXDictionary& request);
+  void answerText(const std::string& text);
+  // Ends the service as the profile's "end" section says: an end message or a closing update.
+  void finishService();
+  void sendText(const std::string& text, bool fromAgent);
+  void send(const std::string& objectName, const KXDictionary& body,
+            const std::string& senderUserId);
+  KXDictionary handShakeResponse() const;
+  std::string robotAnswer(const std::string& question) const;
+
+  const KXDictionary profile_;
+  const std::string deskId_;
+  std::weak_ptr<QuorLoopbackHost> host_;
+  mutable std::mutex mutex_;
+  std::vector<QuorWireMessage> received_;
+  bool humanMode_ = false;
+  bool suspended_ = false;
+  int agentReplies_ = 0;
+  int evaluations_ = 0;
+  int services_ = 0;
+};
+
+}  // namespace quor

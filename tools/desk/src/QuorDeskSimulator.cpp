@@ -1,0 +1,400 @@
+#include "QuorDeskSimulator/QuorDeskSimulator.h"
+
+#include <algorithm>
+#include <cctype>
+#include <fstream>
+#include <sstream>
+
+namespace quor {
+namespace {
+
+// Safe readers of profile values: a wrong JSON type reads as the default.
+const KXDictionary& member(const KXDictionary& object, const char* key) {
+  static const KXDictionary none;
+  if (!object.is_object()) return none;
+  const auto it = object.find(key);
+  return it == object.end() ? none : *it;
+}
+std::string text(const KXDictionary& object, const char* key, const std::string& fallback = "") {
+  const KXDictionary& value = member(object, key);
+  return value.is_string() ? value.get<std::string>() : fallback;
+}
+int64_t integer(const KXDictionary& object, const char* key, int64_t fallback = 0) {
+  const KXDictionary& value = member(object, key);
+  return value.is_number() ? value.get<int64_t>() : fallback;
+}
+bool flag(const KXDictionary& object, const char* key, bool fallback = false) {
+  const KXDictionary& value = member(object, key);
+  return value.is_boolean() ? value.get<bool>() : fallback;
+}
+KXDictionary list(const KXDictionary& object, const char* key) {
+  const KXDictionary& value = member(object, key);
+  return value.is_array() ? value : KXDictionary::array();
+}
+
+std::string lowered(std::string value) {
+  std::transform(value.begin(), value.end(), value.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  return value;
+}
+
+// The profile's problems, or "" when it can be used.
+std::string validate(const KXDictionary& profile) {
+  if (!profile.is_object()) return "the profile must be a JSON object";
+  if (text(profile, "deskId").empty()) return "\"deskId\" must be a non-empty string";
+  const int64_t type = integer(profile, "serviceType", -1);
+  if (type < 1 || type > 4) return "\"serviceType\" must be 1, 2, 3 or 4";
+  const std::string human = text(profile, "humanAgent", "accepts");
+  if (human != "accepts" && human != "unavailable" && human != "refuses") {
+    return "\"humanAgent\" must be \"accepts\", \"unavailable\" or \"refuses\"";
+  }
+  for (const char* key : {"robot", "agent", "evaluation", "leaveMessage", "announcement", "end",
+                          "handshake"}) {
+    const KXDictionary& section = member(profile, key);
+    if (!section.is_null() && !section.is_object()) return std::string("\"") + key + "\" must be an object";
+  }
+  for (const auto& group : list(profile, "groups")) {
+    if (text(group, "id").empty()) return "every entry of \"groups\" needs a string \"id\"";
+  }
+  return "";
+}
+
+}  // namespace
+
+std::shared_ptr<QuorDeskSimulator> QuorDeskSimulator::fromProfile(const KXDictionary& profile,
+                                                                  std::string* error) {
+  const std::string problem = validate(profile);
+  if (!problem.empty()) {
+    if (error) *error = "desk profile: " + problem;
+    return nullptr;
+  }
+  return std::shared_ptr<QuorDeskSimulator>(new QuorDeskSimulator(profile));
+}
+
+std::shared_ptr<QuorDeskSimulator> QuorDeskSimulator::fromFile(const std::string& path,
+                                                               std::string* error) {
+  std::ifstream in(path, std::ios::binary);
+  if (!in) {
+    if (error) *error = "desk profile: cannot open " + path;
+    return nullptr;
+  }
+  std::stringstream bytes;
+  bytes << in.rdbuf();
+  KXDictionary profile = KXDictionary::parse(bytes.str(), nullptr, false);
+  if (profile.is_discarded()) {
+    if (error) *error = "desk profile: " + path + " is not valid JSON";
+    return nullptr;
+  }
+  return fromProfile(profile, error);
+}
+
+QuorDeskSimulator::QuorDeskSimulator(KXDictionary profile)
+    : profile_(std::move(profile)), deskId_(text(profile_, "deskId")) {}
+
+void QuorDeskSimulator::attach(const std::shared_ptr<QuorLoopbackHost>& host) {
+  host_ = host;
+  host->connectPeer(shared_from_this());
+}
+
+std::vector<QuorWireMessage> QuorDeskSimulator::received() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return received_;
+}
+
+std::vector<KXDictionary> QuorDeskSimulator::bodiesOf(const std::string& objectName) const {
+  std::vector<KXDictionary> bodies;
+  for (const auto& message : received()) {
+    if (message.objectName != objectName) continue;
+    bodies.push_back(message.body ? KXDictionary::parse(*message.body, nullptr, false) : KXDictionary());
+  }
+  return bodies;
+}
+
+bool QuorDeskSimulator::humanMode() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return humanMode_;
+}
+
+bool QuorDeskSimulator::suspended() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return suspended_;
+}
+
+void QuorDeskSimulator::send(const std::string& objectName, const KXDictionary& body,
+                             const std::string& senderUserId) {
+  auto host = host_.lock();
+  if (!host) return;
+  QuorWireMessage message;
+  message.objectName = objectName;
+  message.targetId = deskId_;
+  message.senderUserId = senderUserId;
+  message.body = body.dump();
+  host->receiveAsync(std::move(message));
+}
+
+void QuorDeskSimulator::sendText(const std::string& content, bool fromAgent) {
+  const KXDictionary& who = member(profile_, fromAgent ? "agent" : "robot");
+  KXDictionary user = {{"id", fromAgent ? "agent" : deskId_},
+                       {"name", text(who, "name", fromAgent ? "Agent" : "Robot")}};
+  if (!text(who, "portrait").empty()) user["portrait"] = text(who, "portrait");
+  send("KX:TxtMsg", {{"content", content}, {"user", user}}, fromAgent ? "agent" : deskId_);
+}
+
+void QuorDeskSimulator::say(const std::string& content) { sendText(content, humanMode()); }
+
+void QuorDeskSimulator::requestEvaluation() {
+  int number;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    number = ++evaluations_;
+  }
+  send("KX:CsPullEva", {{"msgId", "dialog-" + std::to_string(number)}}, deskId_);
+}
+
+void QuorDeskSimulator::endService(const std::string& content, int code) {
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    humanMode_ = false;
+  }
+  KXDictionary body = {{"code", code}, {"sid", "service-" + std::to_string(services_)}};
+  if (!content.empty()) body["msg"] = content;
+  send("KX:CsEnd", body, deskId_);
+}
+
+void QuorDeskSimulator::updateService(int serviceStatus) {
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    humanMode_ = serviceStatus == 2;
+  }
+  send("KX:CsUpdate", {{"sid", "service-" + std::to_string(services_)}, {"serviceStatus", serviceStatus}},
+       deskId_);
+}
+
+void QuorDeskSimulator::inviteLeaveMessage(const std::string& content) {
+  send("KX:CsPLM", {{"content", content}}, deskId_);
+}
+
+void QuorDeskSimulator::onMessageFromClient(const QuorWireMessage& message) {
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    received_.push_back(message);
+  }
+  const KXDictionary body =
+      message.body ? KXDictionary::parse(*message.body, nullptr, false) : KXDictionary();
+  const KXDictionary& end = member(profile_, "end");
+  if (message.objectName == "KX:CsHs") {
+    answerHandShake();
+  } else if (message.objectName == "KX:CsCha") {
+    answerChangeMode(body);
+  } else if (message.objectName == "KX:TxtMsg") {
+    answerText(text(body, "content"));
+  } else if (message.objectName == "KX:CsEva") {
+    if (flag(end, "afterEvaluation")) finishService();
+  } else if (message.objectName == "KX:CsLM") {
+    const std::string receipt = text(member(profile_, "leaveMessage"), "receipt");
+    if (!receipt.empty()) sendText(receipt, humanMode());
+    if (flag(end, "afterLeaveMessage")) finishService();
+  } else if (message.objectName == "KX:CsSp") {
+    std::lock_guard<std::mutex> lock(mutex_);
+    suspended_ = true;
+    humanMode_ = false;
+  }
+}
+
+KXDictionary QuorDeskSimulator::handShakeResponse() const {
+  const KXDictionary& handshake = member(profile_, "handshake");
+  if (flag(handshake, "fail")) {
+    return {{"status", 0}, {"msg", text(handshake, "message")}};
+  }
+  const KXDictionary& robot = member(profile_, "robot");
+  const KXDictionary& evaluation = member(profile_, "evaluation");
+  const KXDictionary& leave = member(profile_, "leaveMessage");
+  const KXDictionary& announcement = member(profile_, "announcement");
+  KXDictionary data = {
+      {"uid", "uid-" + deskId_},
+      {"sid", "service-" + std::to_string(services_)},
+      {"pid", "pid-" + deskId_},
+      {"companyName", text(profile_, "companyName", deskId_)},
+      {"isblack", flag(profile_, "blacklisted") ? 1 : 0},
+      {"serviceType", integer(profile_, "serviceType")},
+      {"robotName", text(robot, "name")},
+      {"robotIcon", text(robot, "portrait")},
+      {"robotWelcome", text(robot, "greeting")},
+      {"notAutoCha", flag(profile_, "switchToHumanAtStart") ? 1 : 0},
+      {"groups", KXDictionary::array()},
+      {"evaluateList", KXDictionary::array()},
+  };
+  for (const auto& group : list(profile_, "groups")) {
+    data["groups"].push_back({{"id", text(group, "id")},
+                              {"name", text(group, "name")},
+                              {"online", flag(group, "online", true) ? 1 : 0}});
+  }
+  for (const auto& option : list(evaluation, "options")) {
+    data["evaluateList"].push_back(
+        {{"description", text(option, "description")}, {"value", integer(option, "value")}});
+  }
+  if (member(evaluation, "config").is_object()) data["evaConf"] = member(evaluation, "config");
+  if (leave.is_object()) {
+    KXDictionary conf = {{"type", integer(leave, "type")}, {"defaultConf", list(leave, "fields")}};
+    if (!text(leave, "url").empty()) conf["customConf"] = {{"url", text(leave, "url")}};
+    data["leaveMsgConf"] = conf;
+  }
+  if (!text(announcement, "text").empty()) {
+    data["announceMsgFlag"] = 1;
+    data["announceMsg"] = text(announcement, "text");
+    if (!text(announcement, "clickUrl").empty()) {
+      data["announceClickFlag"] = 1;
+      data["announceClickUrl"] = text(announcement, "clickUrl");
+    }
+  }
+  if (member(profile_, "suspendWhenQuit").is_boolean()) {
+    data["suspendWhenQuit"] = flag(profile_, "suspendWhenQuit");
+  }
+  return {{"status", 1}, {"msg", "ok"}, {"data", data}};
+}
+
+void QuorDeskSimulator::answerHandShake() {
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    ++services_;
+    agentReplies_ = 0;
+    suspended_ = false;
+    humanMode_ = integer(profile_, "serviceType") == 2 || integer(profile_, "serviceType") == 4;
+  }
+  send("KX:CsHsR", handShakeResponse(), deskId_);
+}
+
+void QuorDeskSimulator::answerChangeMode(const KXDictionary& request) {
+  std::string answer = text(profile_, "humanAgent", "accepts");
+  // A group that is off line has no agent to offer.
+  for (const auto& group : list(profile_, "groups")) {
+    if (text(group, "id") == text(request, "groupid") && !flag(group, "online", true)) {
+      answer = "unavailable";
+    }
+  }
+  const KXDictionary& evaluation = member(profile_, "evaluation");
+  if (answer == "accepts") {
+    KXDictionary data = {{"status", 1}};
+    if (!member(evaluation, "satisfaction").is_null()) data["satisfaction"] = member(evaluation, "satisfaction");
+    {
+      std::lock_guard<std::mutex> lock(mutex_);
+      humanMode_ = true;
+    }
+    send("KX:CsChaR", {{"code", 200}, {"data", data}}, deskId_);
+    const std::string greeting = text(member(profile_, "agent"), "greeting");
+    if (!greeting.empty()) sendText(greeting, true);
+  } else if (answer == "unavailable") {
+    {
+      std::lock_guard<std::mutex> lock(mutex_);
+      humanMode_ = false;
+    }
+    send("KX:CsChaR", {{"code", 200}, {"data", {{"status", 2}}}}, deskId_);
+  } else {
+    KXDictionary refusal = {{"code", 200}, {"data", {{"status", 3}}}};
+    send("KX:CsChaR", refusal, deskId_);
+  }
+}
+
+std::string QuorDeskSimulator::robotAnswer(const std::string& question) const {
+  const KXDictionary& robot = member(profile_, "robot");
+  const std::string asked = lowered(question);
+  for (const auto& entry : list(robot, "answers")) {
+    for (const auto& keyword : list(entry, "keywords")) {
+      if (keyword.is_string() && asked.find(lowered(keyword.get<std::string>())) != std::string::npos) {
+        return text(entry, "answer");
+      }
+    }
+  }
+  return text(robot, "fallback", "Sorry, I do not know that yet.");
+}
+
+void QuorDeskSimulator::answerText(const std::string& question) {
+  if (!humanMode()) {
+    sendText(robotAnswer(question), false);
+    return;
+  }
+  const KXDictionary& agent = member(profile_, "agent");
+  const KXDictionary replies = list(agent, "replies");
+  int replyNumber;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    replyNumber = ++agentReplies_;
+  }
+  std::string reply = "Let me check that for you.";
+  if (!replies.empty()) {
+    const auto& chosen = replies[std::min<std::size_t>(replyNumber - 1, replies.size() - 1)];
+    if (chosen.is_string()) reply = chosen.get<std::string>();
+  }
+  sendText(reply, true);
+  if (integer(member(profile_, "evaluation"), "askAfterAgentReplies") == replyNumber) {
+    requestEvaluation();
+  }
+  if (integer(member(profile_, "end"), "afterAgentReplies") == replyNumber) finishService();
+}
+
+void QuorDeskSimulator::finishService() {
+  const KXDictionary& end = member(profile_, "end");
+  if (text(end, "mode", "end") == "suspend") {
+    updateService(3);
+  } else {
+    endService(text(end, "text"), 0);
+  }
+}
+
+KXDictionary QuorDeskSimulator::defaultProfile() {
+  return KXDictionary::parse(R"({
+  "deskId": "quor-shop",
+  "companyName": "Quor Shop",
+  "serviceType": 3,
+  "robot": {
+    "name": "Ava",
+    "portrait": "https://shop.example/ava.png",
+    "greeting": "Hi, I am Ava, the Quor Shop assistant. How can I help?",
+    "answers": [
+      {"keywords": ["order", "delivery"],
+       "answer": "Orders ship within 24 hours; you can follow yours under Me > Orders."},
+      {"keywords": ["refund", "return"],
+       "answer": "Returns are free within 30 days. An agent can start one for you."}
+    ],
+    "fallback": "Sorry, I did not understand that. An agent can help."
+  },
+  "groups": [
+    {"id": "sales", "name": "Sales", "online": true},
+    {"id": "after-sales", "name": "After-sales", "online": true}
+  ],
+  "humanAgent": "accepts",
+  "agent": {
+    "name": "Lin",
+    "greeting": "Hello, this is Lin from After-sales. Let me look at your order.",
+    "replies": [
+      "I have started the return: a courier will pick the parcel up tomorrow.",
+      "The refund reaches your account within 3 working days after pick-up."
+    ]
+  },
+  "evaluation": {
+    "options": [
+      {"description": "Very satisfied", "value": 5},
+      {"description": "Satisfied", "value": 4},
+      {"description": "Unsatisfied", "value": 1}
+    ],
+    "config": {"evaEntryPoint": 1, "evaType": 1, "reportResolveStatus": 1},
+    "satisfaction": [{"isQuestionFlag": 1}],
+    "askAfterAgentReplies": 2
+  },
+  "leaveMessage": {
+    "type": 1,
+    "fields": [
+      {"title": "Name", "name": "name", "type": "text", "required": true, "max": 20},
+      {"title": "Phone", "name": "phone", "type": "tel", "required": true,
+       "verification": "mobile", "max": 11},
+      {"title": "Message", "name": "content", "type": "textarea", "required": true, "max": 200}
+    ],
+    "receipt": "Thanks, we have your message and will call you back."
+  },
+  "announcement": {"text": "Free returns all month!", "clickUrl": "https://shop.example/returns"},
+  "suspendWhenQuit": true,
+  "end": {"afterLeaveMessage": true, "text": "Thank you for contacting Quor Shop. Goodbye!"}
+})");
+}
+
+}  // namespace quor

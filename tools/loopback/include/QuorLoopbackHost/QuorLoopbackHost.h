@@ -1,0 +1,151 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "QuorCustomerService/Extension/QuorCustomerServiceExtensionModule.h"
+#include "QuorCustomerService/Host/KXCoreClient.h"
+#include "QuorCustomerService/Host/KXFwLog.h"
+#include "QuorCustomerService/Host/KXLocalConfiguration.h"
+#include "QuorCustomerService/Host/KXMainRunLoop.h"
+#include "QuorLoopbackHost/QuorLoopbackObserver.h"
+#include "QuorLoopbackHost/QuorLoopbackPeer.h"
+
+namespace quor {
+
+class QuorWorkerThread;
+
+// An in-memory IM core: a complete implementation of every host interface, with a peer (a
+// desk) at the other end of its channel instead of a network.
+//
+// Threads, as a real IM core has them:
+// - "host": sends are reported (the closures run) here, then handed to the peer here.
+// - "delivery": messages from the peer are decoded into their registered type (a fresh
+//   instance each) and offered to each loaded module here.
+// - "main": the application's thread that drives mainRunLoop(); the library's main-thread
+//   closures and the application's message listeners run there.
+// Every operation may be called from any thread.
+class QuorLoopbackHost : public KXCoreClient,
+                         public KXFwLog,
+                         public KXLocalConfiguration,
+                         public KXMainThreadDispatcher,
+                         public std::enable_shared_from_this<QuorLoopbackHost> {
+ public:
+  using MessageListener = std::function<void(const std::shared_ptr<KXMessage>& message)>;
+  using LogSink = std::function<void(const QuorLogEntry& entry)>;
+
+  QuorLoopbackHost();
+  ~QuorLoopbackHost() override;
+
+  // Installs this host as the library's core client, logger, local configuration and main
+  // dispatcher. uninstall() removes whatever is installed.
+  void install();
+  static void uninstall();
+  // Loads the library's extension module (loadQuorExtensionModule) and offers it every
+  // received message from now on.
+  QuorIMLibExtensionModule& loadExtensionModule();
+
+  void connectPeer(std::shared_ptr<QuorLoopbackPeer> peer);
+  void setObserver(std::shared_ptr<QuorLoopbackObserver> observer);
+  // Listeners see every message the application would show: received messages the modules do
+  // not hold, and local messages handed on as received. Called on the main run loop.
+  void addMessageListener(MessageListener listener);
+  // Where log entries go: entries with a level up to `maxLevel` (2 errors, 4 information) are
+  // passed to `sink`. The default writes errors to stderr.
+  void setLogSink(LogSink sink, int32_t maxLevel);
+  void setSuspendWhenLeave(bool value) { suspendWhenLeave_ = value; }
+  // The user id the host stamps on the application's sends.
+  void setCurrentUserId(std::string userId);
+
+  // When true (the default) a send with closures is reported as sent at once; when false it
+  // waits for confirmOldestSend().
+  void setAutoConfirm(bool autoConfirm) { autoConfirm_ = autoConfirm; }
+  // Reports the oldest waiting send as sent (with `sentTime`, else its own) or failed with
+  // `errorCode`, on the host thread; returns false when none waits.
+  bool confirmOldestSend(bool ok, std::optional<int64_t> sentTime, int64_t errorCode);
+
+  // A message from the peer: decoded and offered to the modules on the delivery thread. The
+  // waiting form returns the modules' answer; a zero sentTime is stamped from the clock unless
+  // `keepSentTime`.
+  bool receive(QuorWireMessage message, bool keepSentTime = false);
+  void receiveAsync(QuorWireMessage message);
+
+  // The messages stored for a conversation (by target id), oldest first.
+  std::vector<std::shared_ptr<KXMessage>> conversation(const std::string& targetId) const;
+
+  KXMainRunLoop& mainRunLoop() { return *mainRunLoop_; }
+  // Runs the main run loop, host and delivery threads until none has anything left to do.
+  // Call it from the main thread.
+  void settle();
+  // The host's clock: the next send time (1000, 1001, ...).
+  int64_t nextSentTime() { return clock_++; }
+
+  // "host", "delivery", or "main" for any other thread.
+  static std::string currentThreadName();
+  static void setCurrentThreadName(std::string name);
+
+  // KXCoreClient
+  std::shared_ptr<KXMessage> sendMessage(int32_t conversationType, const KXString& targetId,
+                                         std::shared_ptr<KXMessageContent> content,
+                                         const KXString& pushContent, const KXString& pushData,
+                                         SuccessBlock success, ErrorBlock error) override;
+  std::shared_ptr<KXMessage> sendMessageSuccessBlock(
+      int32_t conversationType, const KXString& targetId, std::shared_ptr<KXMessageContent> content,
+      const KXString& pushContent, const KXString& pushData, RecordSuccessBlock successBlock,
+      RecordErrorBlock errorBlock) override;
+  std::shared_ptr<KXMessage> insertIncomingMessage(
+      int32_t conversationType, const KXString& targetId, const KXString& senderUserId,
+      int32_t receivedStatus, std::shared_ptr<KXMessageContent> content) override;
+  void onReceiveFakeMessage(std::shared_ptr<KXMessage> message) override;
+  void registerMessageType(const KXMessageContentType& type) override;
+  // KXFwLog
+  void write(int32_t level, int32_t type, std::string_view tag, std::string_view format,
+             std::initializer_list<KXLogArgument> keys) override;
+  // KXLocalConfiguration
+  bool csSuspendWhenLeave() const override { return suspendWhenLeave_; }
+  // KXMainThreadDispatcher
+  void post(std::function<void()> closure) override { mainRunLoop_->post(std::move(closure)); }
+
+ private:
+  struct PendingSend;
+  std::shared_ptr<KXMessage> send(int32_t conversationType, const KXString& targetId,
+                                  std::shared_ptr<KXMessageContent> content,
+                                  const KXString& pushContent, const KXString& pushData,
+                                  QuorSendClosures closures, std::shared_ptr<PendingSend> pending);
+  void report(const std::shared_ptr<PendingSend>& pending, bool ok, int64_t errorCode);
+  bool deliver(QuorWireMessage message);
+  std::shared_ptr<KXMessageContent> contentFor(const std::string& objectName) const;
+  void store(const std::shared_ptr<KXMessage>& message);
+  void notifyListeners(const std::shared_ptr<KXMessage>& message);
+  std::shared_ptr<QuorLoopbackObserver> observer() const;
+
+  std::shared_ptr<KXMainRunLoop> mainRunLoop_;
+  mutable std::mutex mutex_;
+  std::map<std::string, KXMessageContentType> types_;
+  std::vector<QuorIMLibExtensionModule*> modules_;
+  std::shared_ptr<QuorLoopbackPeer> peer_;
+  std::shared_ptr<QuorLoopbackObserver> observer_;
+  std::vector<MessageListener> listeners_;
+  std::map<std::string, std::vector<std::shared_ptr<KXMessage>>> conversations_;
+  std::deque<std::shared_ptr<PendingSend>> waiting_;
+  LogSink logSink_;
+  int32_t logMaxLevel_ = 2;
+  std::string currentUserId_ = "customer";
+  std::atomic<int64_t> nextMessageId_{1};
+  std::atomic<int64_t> clock_{1000};
+  std::atomic<bool> suspendWhenLeave_{false};
+  std::atomic<bool> autoConfirm_{true};
+  // Declared last: their threads stop first, while everything they use still exists.
+  std::unique_ptr<QuorWorkerThread> hostThread_;
+  std::unique_ptr<QuorWorkerThread> deliveryThread_;
+};
+
+}  // namespace quor
