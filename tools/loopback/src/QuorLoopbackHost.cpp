@@ -257,10 +257,9 @@ std::shared_ptr<KXMessage> QuorLoopbackHost::insertIncomingMessage(
     int32_t conversationType, const KXString& targetId, const KXString& senderUserId,
     int32_t receivedStatus, std::shared_ptr<KXMessageContent> content) {
   auto record = std::make_shared<KXMessage>(conversationType, targetId, KXMessageDirectionReceive,
-                                            nextMessageId_++, std::move(content));
+                                            nextLocalMessageId_++, std::move(content));
   record->setSenderUserId(senderUserId);
   record->setReceivedStatus(receivedStatus);
-  record->setSentTime(nextSentTime());
   store(record);
   if (auto watcher = observer()) watcher->onInsert(record, currentThreadName());
   return record;
@@ -322,6 +321,15 @@ void QuorLoopbackHost::write(int32_t level, int32_t type, std::string_view tag,
                            KXFwLog::format(format, keys)};
   if (watcher) watcher->onLog(entry);
   if (sink) sink(entry);
+}
+
+void QuorLoopbackHost::waitForThreads() {
+  for (;;) {
+    const uint64_t before = hostThread_->finished() + deliveryThread_->finished();
+    hostThread_->waitIdle();
+    deliveryThread_->waitIdle();
+    if (before == hostThread_->finished() + deliveryThread_->finished()) return;
+  }
 }
 
 void QuorLoopbackHost::settle() {

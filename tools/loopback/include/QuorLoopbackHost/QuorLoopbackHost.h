@@ -82,10 +82,14 @@ class QuorLoopbackHost : public KXCoreClient,
   std::vector<std::shared_ptr<KXMessage>> conversation(const std::string& targetId) const;
 
   KXMainRunLoop& mainRunLoop() { return *mainRunLoop_; }
+  // Waits until the host and delivery threads have nothing left to do (the main run loop is
+  // left alone).
+  void waitForThreads();
   // Runs the main run loop, host and delivery threads until none has anything left to do.
   // Call it from the main thread.
   void settle();
-  // The host's clock: the next send time (1000, 1001, ...).
+  // The host's virtual clock: the next send time (1000, 1001, ...). Sends and messages from
+  // the peer without a time are stamped from it.
   int64_t nextSentTime() { return clock_++; }
 
   // "host", "delivery", or "main" for any other thread.
@@ -140,6 +144,8 @@ class QuorLoopbackHost : public KXCoreClient,
   int32_t logMaxLevel_ = 2;
   std::string currentUserId_ = "customer";
   std::atomic<int64_t> nextMessageId_{1};
+  // Local messages (inserts) number apart from sends, so that send ids run 1, 2, 3 ...
+  std::atomic<int64_t> nextLocalMessageId_{1000001};
   std::atomic<int64_t> clock_{1000};
   std::atomic<bool> suspendWhenLeave_{false};
   std::atomic<bool> autoConfirm_{true};

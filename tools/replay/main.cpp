@@ -1,0 +1,344 @@
+// quor-cs-replay [SCRIPT]: runs a script of application operations and desk messages (JSON
+// Lines) against the library on the loopback host and writes a trace of everything the library
+// did (JSON Lines). See docs/replay.md.
+#include <cstdio>
+#include <fstream>
+#include <iostream>
+#include <map>
+#include <set>
+#include <stdexcept>
+#include <string>
+
+#include "QuorLoopbackHost/QuorLoopbackHost.h"
+#include "QuorReplayTrace.h"
+
+namespace {
+
+using namespace quor;
+
+// A script line that cannot be run; exit status 2.
+struct ScriptError : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+// Field readers: a missing or null string is absent; other fields are required unless a
+// default is given.
+KXString stringField(const KXDictionary& line, const char* key) {
+  const auto it = line.find(key);
+  if (it == line.end() || it->is_null()) return std::nullopt;
+  if (!it->is_string()) throw ScriptError(std::string("field \"") + key + "\" must be a string or null");
+  return it->get<std::string>();
+}
+
+const KXDictionary& required(const KXDictionary& line, const char* key) {
+  const auto it = line.find(key);
+  if (it == line.end()) throw ScriptError(std::string("missing field \"") + key + "\"");
+  return *it;
+}
+
+bool boolField(const KXDictionary& line, const char* key, std::optional<bool> fallback = std::nullopt) {
+  const auto it = line.find(key);
+  if (it == line.end() && fallback) return *fallback;
+  const KXDictionary& value = required(line, key);
+  if (!value.is_boolean()) throw ScriptError(std::string("field \"") + key + "\" must be true or false");
+  return value.get<bool>();
+}
+
+int64_t integerField(const KXDictionary& line, const char* key, std::optional<int64_t> fallback = std::nullopt) {
+  const auto it = line.find(key);
+  if (it == line.end() && fallback) return *fallback;
+  const KXDictionary& value = required(line, key);
+  if (!value.is_number_integer()) throw ScriptError(std::string("field \"") + key + "\" must be an integer");
+  return value.get<int64_t>();
+}
+
+std::shared_ptr<const KXDictionary> objectField(const KXDictionary& line, const char* key) {
+  const auto it = line.find(key);
+  if (it == line.end() || it->is_null()) return nullptr;
+  if (!it->is_object()) throw ScriptError(std::string("field \"") + key + "\" must be an object");
+  return std::make_shared<const KXDictionary>(*it);
+}
+
+std::shared_ptr<KXCustomerServiceInfo> infoOf(const KXDictionary& line) {
+  const auto fields = objectField(line, "info");
+  if (!fields) return nullptr;
+  auto info = std::make_shared<KXCustomerServiceInfo>();
+  using Setter = void (KXCustomerServiceInfo::*)(KXString);
+  static const std::map<std::string, Setter> setters = {
+      {"userId", &KXCustomerServiceInfo::setUserId},     {"nickName", &KXCustomerServiceInfo::setNickName},
+      {"loginName", &KXCustomerServiceInfo::setLoginName}, {"name", &KXCustomerServiceInfo::setName},
+      {"grade", &KXCustomerServiceInfo::setGrade},       {"gender", &KXCustomerServiceInfo::setGender},
+      {"birthday", &KXCustomerServiceInfo::setBirthday}, {"age", &KXCustomerServiceInfo::setAge},
+      {"profession", &KXCustomerServiceInfo::setProfession},
+      {"portraitUrl", &KXCustomerServiceInfo::setPortraitUrl},
+      {"province", &KXCustomerServiceInfo::setProvince}, {"city", &KXCustomerServiceInfo::setCity},
+      {"memo", &KXCustomerServiceInfo::setMemo},         {"mobileNo", &KXCustomerServiceInfo::setMobileNo},
+      {"email", &KXCustomerServiceInfo::setEmail},       {"address", &KXCustomerServiceInfo::setAddress},
+      {"QQ", &KXCustomerServiceInfo::setQQ},             {"weibo", &KXCustomerServiceInfo::setWeibo},
+      {"weixin", &KXCustomerServiceInfo::setWeixin},     {"page", &KXCustomerServiceInfo::setPage},
+      {"referrer", &KXCustomerServiceInfo::setReferrer}, {"enterUrl", &KXCustomerServiceInfo::setEnterUrl},
+      {"skillId", &KXCustomerServiceInfo::setSkillId},   {"define", &KXCustomerServiceInfo::setDefine},
+      {"productId", &KXCustomerServiceInfo::setProductId},
+  };
+  for (const auto& entry : fields->items()) {
+    if (entry.key() == "listUrl") {
+      auto urls = std::make_shared<std::vector<std::string>>();
+      if (!entry.value().is_array()) throw ScriptError("info.listUrl must be an array of strings");
+      for (const auto& url : entry.value()) {
+        if (!url.is_string()) throw ScriptError("info.listUrl must be an array of strings");
+        urls->push_back(url.get<std::string>());
+      }
+      info->setListUrl(urls);
+      continue;
+    }
+    const auto setter = setters.find(entry.key());
+    if (setter == setters.end()) throw ScriptError("unknown info property \"" + entry.key() + "\"");
+    (info.get()->*setter->second)(stringField(*fields, entry.key().c_str()));
+  }
+  return info;
+}
+
+class Replay {
+ public:
+  explicit Replay(std::FILE* out)
+      : trace_(std::make_shared<QuorReplayTrace>(out)), host_(std::make_shared<QuorLoopbackHost>()) {
+    host_->setLogSink(nullptr, 0);
+    host_->setObserver(trace_);
+    host_->install();
+    host_->setSuspendWhenLeave(false);
+    host_->loadExtensionModule();
+  }
+  ~Replay() { QuorLoopbackHost::uninstall(); }
+
+  void run(const KXDictionary& line) {
+    const KXDictionary& name = required(line, "do");
+    if (!name.is_string()) throw ScriptError("field \"do\" must be a string");
+    const std::string op = name.get<std::string>();
+    auto& client = KXCustomerServiceClient::sharedCustomerServiceClient();
+    if (op == "start") {
+      start(line);
+    } else if (op == "stop") {
+      client.stopCustomerService(stringField(line, "kefuId"));
+    } else if (op == "switchToHumanMode") {
+      client.switchToHumanMode(stringField(line, "kefuId"));
+    } else if (op == "selectGroup") {
+      client.selectCustomerServiceGroup(stringField(line, "kefuId"), stringField(line, "groupId"));
+    } else if (op == "changeMode") {
+      client.sendChangeModelMessage(stringField(line, "kefuId"), stringField(line, "groupId"));
+    } else if (op == "evaluateRobot") {
+      client.evaluateCustomerService(stringField(line, "kefuId"), stringField(line, "knownledgeId"),
+                                     boolField(line, "robotValue"), stringField(line, "suggest"));
+    } else if (op == "evaluateHuman") {
+      client.evaluateCustomerService(stringField(line, "kefuId"), stringField(line, "dialogId"),
+                                     static_cast<int32_t>(integerField(line, "starValue")),
+                                     stringField(line, "suggest"),
+                                     static_cast<uint64_t>(integerField(line, "resolveStatus")));
+    } else if (op == "evaluateHumanTagged") {
+      client.evaluateCustomerService(stringField(line, "kefuId"), stringField(line, "dialogId"),
+                                     static_cast<int32_t>(integerField(line, "starValue")),
+                                     stringField(line, "suggest"),
+                                     static_cast<uint64_t>(integerField(line, "resolveStatus")),
+                                     stringField(line, "tagText"), objectField(line, "extra"));
+    } else if (op == "getEvaConfig") {
+      client.getHumanEvaluateCustomerServiceConfig(
+          [this](const std::shared_ptr<const KXDictionary>& config) {
+            callback("evaConfig", {config ? *config : KXDictionary()});
+          });
+    } else if (op == "leaveMessage") {
+      client.leaveMessageCustomerService(
+          stringField(line, "kefuId"), objectField(line, "dic"),
+          [this](int64_t id) { callback("leaveSuccess", {id}); },
+          [this](int64_t code, int64_t id) { callback("leaveFailure", {code, id}); });
+    } else if (op == "notify") {
+      client.notifyCustomerService(stringField(line, "kefuId"), stringField(line, "text"),
+                                   boolField(line, "saveToDB"));
+    } else if (op == "state") {
+      state();
+    } else if (op == "receive") {
+      receive(line);
+    } else if (op == "confirm") {
+      const bool ok = boolField(line, "ok");
+      std::optional<int64_t> sentTime;
+      if (ok) sentTime = line.contains("sentTime") ? integerField(line, "sentTime") : host_->nextSentTime();
+      host_->confirmOldestSend(ok, sentTime, ok ? 0 : integerField(line, "code"));
+    } else if (op == "host") {
+      if (line.contains("autoConfirm")) host_->setAutoConfirm(boolField(line, "autoConfirm"));
+      if (line.contains("csSuspendWhenLeave")) host_->setSuspendWhenLeave(boolField(line, "csSuspendWhenLeave"));
+    } else if (op == "module") {
+      module(line);
+    } else if (op == "runMain") {
+      runMain();
+    } else {
+      throw ScriptError("unknown \"do\": \"" + op + "\"");
+    }
+    host_->waitForThreads();
+  }
+
+  void runMain() {
+    host_->mainRunLoop().runUntilIdle();
+    host_->waitForThreads();
+  }
+
+ private:
+  void callback(const std::string& name, std::initializer_list<KXDictionary> values) {
+    KXDictionary args = KXDictionary::array();
+    for (const auto& value : values) args.push_back(value);
+    KXDictionary line = {{"ev", "callback"},
+                         {"thread", QuorLoopbackHost::currentThreadName()},
+                         {"name", name},
+                         {"args", args}};
+    if (name == "mode") {
+      line["currentCSModeType"] = KXCustomerServiceClient::sharedCustomerServiceClient().currentCSModeType();
+    }
+    trace_->event(line);
+  }
+
+  void start(const KXDictionary& line) {
+    std::set<std::string> names = {"success", "error", "mode", "pullEvaluation", "selectGroup", "quit"};
+    if (line.contains("callbacks")) {
+      const KXDictionary& chosen = line["callbacks"];
+      if (!chosen.is_array()) throw ScriptError("field \"callbacks\" must be an array of names");
+      names.clear();
+      for (const auto& name : chosen) {
+        if (!name.is_string()) throw ScriptError("field \"callbacks\" must be an array of names");
+        names.insert(name.get<std::string>());
+      }
+    }
+    const auto has = [&](const char* name) { return names.count(name) > 0; };
+    KXSuccessBlock success;
+    KXErrorBlock error;
+    KXModeTypeBlock mode;
+    KXPullEvaluationBlock pull;
+    KXSelectGroupBlock select;
+    KXQuitBlock quit;
+    if (has("success")) {
+      success = [this](std::shared_ptr<KXCustomerServiceConfig> config) {
+        callback("success", {config ? QuorReplayTrace::configuration(*config) : KXDictionary()});
+      };
+    }
+    if (has("error")) {
+      error = [this](int64_t code, const std::string& text) { callback("error", {code, text}); };
+    }
+    if (has("mode")) mode = [this](KXCSModeType value) { callback("mode", {static_cast<uint64_t>(value)}); };
+    if (has("pullEvaluation")) {
+      pull = [this](const KXString& dialogId) { callback("pullEvaluation", {QuorReplayTrace::text(dialogId)}); };
+    }
+    if (has("selectGroup")) {
+      select = [this](const KXCustomerServiceGroupList& groups) {
+        callback("selectGroup", {QuorReplayTrace::groups(groups)});
+      };
+    }
+    if (has("quit")) quit = [this](const std::string& text) { callback("quit", {text}); };
+    KXCustomerServiceClient::sharedCustomerServiceClient().startCustomerService(
+        stringField(line, "kefuId"), infoOf(line), success, error, mode, pull, select, quit);
+  }
+
+  void receive(const KXDictionary& line) {
+    const KXDictionary& objectName = required(line, "objectName");
+    if (!objectName.is_string()) throw ScriptError("field \"objectName\" must be a string");
+    QuorWireMessage message;
+    message.objectName = objectName.get<std::string>();
+    message.targetId = stringField(line, "targetId");
+    message.senderUserId = line.contains("senderUserId") ? stringField(line, "senderUserId") : message.targetId;
+    message.conversationType = static_cast<int32_t>(integerField(line, "conversationType", 5));
+    message.sentTime = integerField(line, "sentTime", 0);
+    message.offline = boolField(line, "offline", false);
+    if (line.contains("body")) {
+      message.body = stringField(line, "body");
+    } else if (line.contains("json")) {
+      message.body = line["json"].dump(-1, ' ', false, KXDictionary::error_handler_t::replace);
+    }
+    const bool held = host_->receive(std::move(message), true);
+    trace_->event({{"ev", "held"}, {"value", held}});
+  }
+
+  void module(const KXDictionary& line) {
+    const KXString call = stringField(line, "call");
+    QuorIMLibExtensionModule& module = QuorCustomerServiceExtensionModule::loadQuorExtensionModule();
+    if (call == "destroyModule") {
+      module.destroyModule();
+    } else if (call == "signalTypes") {
+      KXDictionary names = KXDictionary::array();
+      for (const auto& type : module.getSignalMessageClassList()) names.push_back(type.objectName());
+      trace_->event({{"ev", "signalTypes"}, {"objectNames", names}});
+    } else if (call == "setAppKey") {
+      module.setAppKey(stringField(line, "key"));
+    } else {
+      throw ScriptError("field \"call\" must be destroyModule, signalTypes or setAppKey");
+    }
+  }
+
+  void state() {
+    auto& client = KXCustomerServiceClient::sharedCustomerServiceClient();
+    KXDictionary sessions = KXDictionary::object();
+    for (const auto& [kefuId, session] : client.customerServiceSessions()) {
+      KXDictionary callbacks = KXDictionary::array();
+      const std::pair<const char*, bool> present[] = {
+          {"success", bool(session->successBlock())},
+          {"error", bool(session->errorBlock())},
+          {"mode", bool(session->modeTypeBlock())},
+          {"pullEvaluation", bool(session->pullEvaluationBlock())},
+          {"selectGroup", bool(session->selectGroupBlock())},
+          {"quit", bool(session->quitBlock())},
+          {"evaConfig", bool(session->evaConfigBlock())},
+      };
+      for (const auto& [name, isPresent] : present) {
+        if (isPresent) callbacks.push_back(name);
+      }
+      sessions[kefuId] = {{"uid", QuorReplayTrace::text(session->uid())},
+                          {"cid", QuorReplayTrace::text(session->cid())},
+                          {"pid", QuorReplayTrace::text(session->pid())},
+                          {"isQuited", session->isQuited()},
+                          {"suspendWhenQuit", session->suspendWhenQuit()},
+                          {"reportResolveStatus", session->reportResolveStatus()},
+                          {"type", session->type()},
+                          {"robotName", QuorReplayTrace::text(session->robotName())},
+                          {"robotLogo", QuorReplayTrace::text(session->robotLogo())},
+                          {"robotHelloWord", QuorReplayTrace::text(session->robotHelloWord())},
+                          {"groupList", QuorReplayTrace::groups(session->groupList())},
+                          {"callbacks", callbacks}};
+    }
+    trace_->event({{"ev", "state"},
+                   {"kefuId", QuorReplayTrace::text(client.kefuId())},
+                   {"currentCSModeType", static_cast<uint64_t>(client.currentCSModeType())},
+                   {"handShakeMessageSendTime", client.handShakeMessageSendTime()},
+                   {"sessions", sessions}});
+  }
+
+  std::shared_ptr<QuorReplayTrace> trace_;
+  std::shared_ptr<QuorLoopbackHost> host_;
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc > 2) {
+    std::fprintf(stderr, "usage: quor-cs-replay [SCRIPT]\n");
+    return 2;
+  }
+  std::ifstream file;
+  if (argc == 2) {
+    file.open(argv[1]);
+    if (!file) {
+      std::fprintf(stderr, "quor-cs-replay: cannot open %s\n", argv[1]);
+      return 2;
+    }
+  }
+  std::istream& in = argc == 2 ? static_cast<std::istream&>(file) : std::cin;
+
+  Replay replay(stdout);
+  std::string text;
+  for (int number = 1; std::getline(in, text); ++number) {
+    if (text.find_first_not_of(" \t\r") == std::string::npos) continue;
+    const KXDictionary line = KXDictionary::parse(text, nullptr, false);
+    try {
+      if (line.is_discarded() || !line.is_object()) throw ScriptError("not a JSON object");
+      replay.run(line);
+    } catch (const ScriptError& error) {
+      std::fprintf(stderr, "quor-cs-replay: line %d: %s\n", number, error.what());
+      return 2;
+    }
+  }
+  replay.runMain();
+  return 0;
+}
