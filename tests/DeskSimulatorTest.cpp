@@ -21,7 +21,8 @@ class SupportScreenTest : public ::testing::Test {
     host->addMessageListener([this](const std::shared_ptr<KXMessage>& message) {
       if (auto* text = dynamic_cast<KXTextMessage*>(message->content().get())) {
         shown.push_back(text->content().value_or(""));
-      } else if (auto* notice = dynamic_cast<KXInformationNotificationMessage*>(message->content().get())) {
+      } else if (auto* notice =
+                     dynamic_cast<KXInformationNotificationMessage*>(message->content().get())) {
         shown.push_back("notice: " + notice->message().value_or(""));
       }
     });
@@ -40,7 +41,8 @@ class SupportScreenTest : public ::testing::Test {
 
   void open(const std::shared_ptr<QuorDeskSimulator>& desk) {
     client.startCustomerService(
-        desk->deskId(), nullptr, [this](auto config) { company = config->companyName().value_or(""); },
+        desk->deskId(), nullptr,
+        [this](auto config) { company = config->companyName().value_or(""); },
         [this](int64_t, const std::string& text) { errors.push_back(text); },
         [this](KXCSModeType mode) { modes.push_back(mode); },
         [this](const KXString& dialog) { ratingRequests.push_back(dialog.value_or("")); },
@@ -65,13 +67,15 @@ class SupportScreenTest : public ::testing::Test {
 };
 
 TEST_F(SupportScreenTest, RobotAnswersThenAnAgentTakesOverAndTheDeskEnds) {
-  auto desk = deskWith(R"({"evaluation": {"askAfterAgentReplies": 1}, "end": {"afterEvaluation": true}})");
+  auto desk =
+      deskWith(R"({"evaluation": {"askAfterAgentReplies": 1}, "end": {"afterEvaluation": true}})");
   open(desk);
   EXPECT_EQ(company, "Quor Shop");
   EXPECT_THAT(modes, ElementsAre(KXCSModeRobotFirst));
   type(desk, "where is my order?");
-  EXPECT_THAT(shown, ElementsAre("Hi, I am Ava, the Quor Shop assistant. How can I help?",
-                                 "Orders ship within 24 hours; you can follow yours under Me > Orders."));
+  EXPECT_THAT(shown,
+              ElementsAre("Hi, I am Ava, the Quor Shop assistant. How can I help?",
+                          "Orders ship within 24 hours; you can follow yours under Me > Orders."));
 
   client.switchToHumanMode(desk->deskId());
   host->settle();
@@ -111,12 +115,14 @@ TEST_F(SupportScreenTest, RefusedAndUnavailableAgents) {
 }
 
 TEST_F(SupportScreenTest, FailedHandshakeAndBadProfiles) {
-  auto closed = deskWith(R"({"deskId": "closed", "handshake": {"fail": true, "message": "Closed on Sundays"}})");
+  auto closed = deskWith(
+      R"({"deskId": "closed", "handshake": {"fail": true, "message": "Closed on Sundays"}})");
   open(closed);
   EXPECT_THAT(errors, ElementsAre("Closed on Sundays"));
 
   std::string error;
-  EXPECT_FALSE(QuorDeskSimulator::fromProfile(KXDictionary::parse(R"({"deskId": "x", "serviceType": 9})"), &error));
+  EXPECT_FALSE(QuorDeskSimulator::fromProfile(
+      KXDictionary::parse(R"({"deskId": "x", "serviceType": 9})"), &error));
   EXPECT_EQ(error, R"(desk profile: "serviceType" must be 1, 2, 3 or 4)");
   EXPECT_FALSE(QuorDeskSimulator::fromFile("/no/such/profile.json", &error));
 }

@@ -19,10 +19,14 @@ using namespace quor;
 
 const char* modeName(KXCSModeType mode) {
   switch (mode) {
-    case KXCSModeNoService: return "no service";
-    case KXCSModeRobotOnly: return "robot only";
-    case KXCSModeHuman: return "human agent";
-    case KXCSModeRobotFirst: return "robot first, an agent can be asked for";
+    case KXCSModeNoService:
+      return "no service";
+    case KXCSModeRobotOnly:
+      return "robot only";
+    case KXCSModeHuman:
+      return "human agent";
+    case KXCSModeRobotFirst:
+      return "robot first, an agent can be asked for";
   }
   return "unknown";
 }
@@ -42,7 +46,9 @@ class WirePrinter : public QuorLoopbackObserver {
 class DemoApp {
  public:
   DemoApp(std::shared_ptr<QuorLoopbackHost> host, std::shared_ptr<QuorDeskSimulator> desk)
-      : host_(std::move(host)), desk_(std::move(desk)), client_(KXCustomerServiceClient::sharedCustomerServiceClient()) {
+      : host_(std::move(host)),
+        desk_(std::move(desk)),
+        client_(KXCustomerServiceClient::sharedCustomerServiceClient()) {
     host_->addMessageListener([](const std::shared_ptr<KXMessage>& message) { show(*message); });
   }
 
@@ -80,7 +86,8 @@ class DemoApp {
           status("service ended: " + text);
           ended_ = true;
         });
-    client_.getHumanEvaluateCustomerServiceConfig([](const std::shared_ptr<const KXDictionary>&) {});
+    client_.getHumanEvaluateCustomerServiceConfig(
+        [](const std::shared_ptr<const KXDictionary>&) {});
     settle();
   }
 
@@ -141,10 +148,12 @@ class DemoApp {
       const auto& sender = text->senderUserInfo();
       const std::string name = sender && sender->name() ? *sender->name() : "Desk";
       std::printf("%s: %s\n", name.c_str(), text->content().value_or("").c_str());
-    } else if (auto* notice = dynamic_cast<KXInformationNotificationMessage*>(message.content().get())) {
+    } else if (auto* notice =
+                   dynamic_cast<KXInformationNotificationMessage*>(message.content().get())) {
       std::printf("  -- %s --\n", notice->message().value_or("").c_str());
     } else if (auto* digest = message.content().get(); digest && digest->conversationDigest()) {
-      std::printf("  [%s] %s\n", digest->objectName().c_str(), digest->conversationDigest()->c_str());
+      std::printf("  [%s] %s\n", digest->objectName().c_str(),
+                  digest->conversationDigest()->c_str());
     }
   }
 
@@ -170,7 +179,9 @@ void runJourney(DemoApp& app) {
   if (app.config() && app.config()->leaveMessageNativeInfo()) {
     for (const auto& field : *app.config()->leaveMessageNativeInfo()) {
       const std::string name = field->name().value_or("field");
-      form[name] = name == "phone" ? "13800000000" : name == "name" ? "Mei" : "Please call me after 6 pm.";
+      form[name] = name == "phone"  ? "13800000000"
+                   : name == "name" ? "Mei"
+                                    : "Please call me after 6 pm.";
     }
   }
   app.leaveMessage(form);
@@ -180,9 +191,11 @@ void runJourney(DemoApp& app) {
 
 void runInteractive(DemoApp& app) {
   app.start();
-  std::printf("Type a message, or: /human, /group ID, /rate STARS [TEXT], /leave TEXT, /stop, /quit\n");
+  std::printf(
+      "Type a message, or: /human, /group ID, /rate STARS [TEXT], /leave TEXT, /stop, /quit\n");
   std::string line;
-  while (!app.ended() && std::printf("> ") && std::fflush(stdout) == 0 && std::getline(std::cin, line)) {
+  while (!app.ended() && std::printf("> ") && std::fflush(stdout) == 0 &&
+         std::getline(std::cin, line)) {
     std::istringstream words(line);
     std::string command;
     words >> command;
@@ -212,7 +225,8 @@ void runInteractive(DemoApp& app) {
 }
 
 int usage(const char* problem) {
-  std::fprintf(stderr, "quor-cs-demo: %s\nusage: quor-cs-demo [--interactive] [--profile FILE] [--wire]\n",
+  std::fprintf(stderr,
+               "quor-cs-demo: %s\nusage: quor-cs-demo [--interactive] [--profile FILE] [--wire]\n",
                problem);
   return 2;
 }

@@ -5,9 +5,12 @@ namespace {
 
 const char* closuresName(QuorSendClosures closures) {
   switch (closures) {
-    case QuorSendClosures::Ids: return "ids";
-    case QuorSendClosures::Records: return "records";
-    case QuorSendClosures::None: break;
+    case QuorSendClosures::Ids:
+      return "ids";
+    case QuorSendClosures::Records:
+      return "records";
+    case QuorSendClosures::None:
+      break;
   }
   return "none";
 }
@@ -39,11 +42,10 @@ KXDictionary QuorReplayTrace::content(const std::shared_ptr<KXMessageContent>& c
   if (auto* textMessage = dynamic_cast<KXTextMessage*>(content.get())) {
     described["content"] = text(textMessage->content());
     const auto& sender = textMessage->senderUserInfo();
-    described["senderUserInfo"] =
-        sender ? KXDictionary{{"userId", text(sender->userId())},
-                              {"name", text(sender->name())},
-                              {"portrait", text(sender->portraitUri())}}
-               : KXDictionary();
+    described["senderUserInfo"] = sender ? KXDictionary{{"userId", text(sender->userId())},
+                                                        {"name", text(sender->name())},
+                                                        {"portrait", text(sender->portraitUri())}}
+                                         : KXDictionary();
   } else if (auto* notice = dynamic_cast<KXInformationNotificationMessage*>(content.get())) {
     described["message"] = text(notice->message());
     described["extra"] = text(notice->extra());
@@ -66,11 +68,11 @@ KXDictionary QuorReplayTrace::configuration(const KXCustomerServiceConfig& c) {
       {"companyUrl", text(c.companyUrl())},
       {"robotSessionNoEva", c.robotSessionNoEva()},
       {"humanSessionNoEva", c.humanSessionNoEva()},
-      {"humanEvaluateItems", listOf(c.humanEvaluateItems(),
-                                    [](const KXEvaluateItem& item) {
-                                      return KXDictionary{{"describe", text(item.describe())},
-                                                          {"value", item.value()}};
-                                    })},
+      {"humanEvaluateItems",
+       listOf(c.humanEvaluateItems(),
+              [](const KXEvaluateItem& item) {
+                return KXDictionary{{"describe", text(item.describe())}, {"value", item.value()}};
+              })},
       {"adminTipTime", c.adminTipTime()},
       {"adminTipWord", text(c.adminTipWord())},
       {"userTipTime", c.userTipTime()},
@@ -99,7 +101,9 @@ KXDictionary QuorReplayTrace::configuration(const KXCustomerServiceConfig& c) {
 }
 
 void QuorReplayTrace::onRegister(const KXMessageContentType& type) {
-  event({{"ev", "register"}, {"objectName", type.objectName()}, {"persistentFlag", type.persistentFlag()}});
+  event({{"ev", "register"},
+         {"objectName", type.objectName()},
+         {"persistentFlag", type.persistentFlag()}});
 }
 
 void QuorReplayTrace::onSend(const QuorSendRecord& send) {
@@ -121,7 +125,8 @@ void QuorReplayTrace::onSend(const QuorSendRecord& send) {
          {"sentTime", send.sentTime}});
 }
 
-void QuorReplayTrace::onInsert(const std::shared_ptr<KXMessage>& record, const std::string& thread) {
+void QuorReplayTrace::onInsert(const std::shared_ptr<KXMessage>& record,
+                               const std::string& thread) {
   event({{"ev", "insert"},
          {"thread", thread},
          {"conversationType", record->conversationType()},
@@ -146,7 +151,11 @@ void QuorReplayTrace::onFakeReceive(const std::shared_ptr<KXMessage>& message,
 }
 
 void QuorReplayTrace::onLog(const QuorLogEntry& entry) {
-  event({{"ev", "log"}, {"level", entry.level}, {"type", entry.type}, {"tag", entry.tag}, {"text", entry.text}});
+  event({{"ev", "log"},
+         {"level", entry.level},
+         {"type", entry.type},
+         {"tag", entry.tag},
+         {"text", entry.text}});
 }
 
 }  // namespace quor

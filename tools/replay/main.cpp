@@ -26,7 +26,8 @@ struct ScriptError : std::runtime_error {
 KXString stringField(const KXDictionary& line, const char* key) {
   const auto it = line.find(key);
   if (it == line.end() || it->is_null()) return std::nullopt;
-  if (!it->is_string()) throw ScriptError(std::string("field \"") + key + "\" must be a string or null");
+  if (!it->is_string())
+    throw ScriptError(std::string("field \"") + key + "\" must be a string or null");
   return it->get<std::string>();
 }
 
@@ -36,19 +37,23 @@ const KXDictionary& required(const KXDictionary& line, const char* key) {
   return *it;
 }
 
-bool boolField(const KXDictionary& line, const char* key, std::optional<bool> fallback = std::nullopt) {
+bool boolField(const KXDictionary& line, const char* key,
+               std::optional<bool> fallback = std::nullopt) {
   const auto it = line.find(key);
   if (it == line.end() && fallback) return *fallback;
   const KXDictionary& value = required(line, key);
-  if (!value.is_boolean()) throw ScriptError(std::string("field \"") + key + "\" must be true or false");
+  if (!value.is_boolean())
+    throw ScriptError(std::string("field \"") + key + "\" must be true or false");
   return value.get<bool>();
 }
 
-int64_t integerField(const KXDictionary& line, const char* key, std::optional<int64_t> fallback = std::nullopt) {
+int64_t integerField(const KXDictionary& line, const char* key,
+                     std::optional<int64_t> fallback = std::nullopt) {
   const auto it = line.find(key);
   if (it == line.end() && fallback) return *fallback;
   const KXDictionary& value = required(line, key);
-  if (!value.is_number_integer()) throw ScriptError(std::string("field \"") + key + "\" must be an integer");
+  if (!value.is_number_integer())
+    throw ScriptError(std::string("field \"") + key + "\" must be an integer");
   return value.get<int64_t>();
 }
 
@@ -65,19 +70,30 @@ std::shared_ptr<KXCustomerServiceInfo> infoOf(const KXDictionary& line) {
   auto info = std::make_shared<KXCustomerServiceInfo>();
   using Setter = void (KXCustomerServiceInfo::*)(KXString);
   static const std::map<std::string, Setter> setters = {
-      {"userId", &KXCustomerServiceInfo::setUserId},     {"nickName", &KXCustomerServiceInfo::setNickName},
-      {"loginName", &KXCustomerServiceInfo::setLoginName}, {"name", &KXCustomerServiceInfo::setName},
-      {"grade", &KXCustomerServiceInfo::setGrade},       {"gender", &KXCustomerServiceInfo::setGender},
-      {"birthday", &KXCustomerServiceInfo::setBirthday}, {"age", &KXCustomerServiceInfo::setAge},
+      {"userId", &KXCustomerServiceInfo::setUserId},
+      {"nickName", &KXCustomerServiceInfo::setNickName},
+      {"loginName", &KXCustomerServiceInfo::setLoginName},
+      {"name", &KXCustomerServiceInfo::setName},
+      {"grade", &KXCustomerServiceInfo::setGrade},
+      {"gender", &KXCustomerServiceInfo::setGender},
+      {"birthday", &KXCustomerServiceInfo::setBirthday},
+      {"age", &KXCustomerServiceInfo::setAge},
       {"profession", &KXCustomerServiceInfo::setProfession},
       {"portraitUrl", &KXCustomerServiceInfo::setPortraitUrl},
-      {"province", &KXCustomerServiceInfo::setProvince}, {"city", &KXCustomerServiceInfo::setCity},
-      {"memo", &KXCustomerServiceInfo::setMemo},         {"mobileNo", &KXCustomerServiceInfo::setMobileNo},
-      {"email", &KXCustomerServiceInfo::setEmail},       {"address", &KXCustomerServiceInfo::setAddress},
-      {"QQ", &KXCustomerServiceInfo::setQQ},             {"weibo", &KXCustomerServiceInfo::setWeibo},
-      {"weixin", &KXCustomerServiceInfo::setWeixin},     {"page", &KXCustomerServiceInfo::setPage},
-      {"referrer", &KXCustomerServiceInfo::setReferrer}, {"enterUrl", &KXCustomerServiceInfo::setEnterUrl},
-      {"skillId", &KXCustomerServiceInfo::setSkillId},   {"define", &KXCustomerServiceInfo::setDefine},
+      {"province", &KXCustomerServiceInfo::setProvince},
+      {"city", &KXCustomerServiceInfo::setCity},
+      {"memo", &KXCustomerServiceInfo::setMemo},
+      {"mobileNo", &KXCustomerServiceInfo::setMobileNo},
+      {"email", &KXCustomerServiceInfo::setEmail},
+      {"address", &KXCustomerServiceInfo::setAddress},
+      {"QQ", &KXCustomerServiceInfo::setQQ},
+      {"weibo", &KXCustomerServiceInfo::setWeibo},
+      {"weixin", &KXCustomerServiceInfo::setWeixin},
+      {"page", &KXCustomerServiceInfo::setPage},
+      {"referrer", &KXCustomerServiceInfo::setReferrer},
+      {"enterUrl", &KXCustomerServiceInfo::setEnterUrl},
+      {"skillId", &KXCustomerServiceInfo::setSkillId},
+      {"define", &KXCustomerServiceInfo::setDefine},
       {"productId", &KXCustomerServiceInfo::setProductId},
   };
   for (const auto& entry : fields->items()) {
@@ -101,7 +117,8 @@ std::shared_ptr<KXCustomerServiceInfo> infoOf(const KXDictionary& line) {
 class Replay {
  public:
   explicit Replay(std::FILE* out)
-      : trace_(std::make_shared<QuorReplayTrace>(out)), host_(std::make_shared<QuorLoopbackHost>()) {
+      : trace_(std::make_shared<QuorReplayTrace>(out)),
+        host_(std::make_shared<QuorLoopbackHost>()) {
     host_->setLogSink(nullptr, 0);
     host_->setObserver(trace_);
     host_->install();
@@ -148,7 +165,9 @@ class Replay {
       client.leaveMessageCustomerService(
           stringField(line, "kefuId"), objectField(line, "dic"),
           [this](int64_t id) { callback("leaveSuccess", {id}); },
-          [this](int64_t code, int64_t id) { callback("leaveFailure", {code, id}); });
+          [this](int64_t code, int64_t id) {
+            callback("leaveFailure", {code, id});
+          });
     } else if (op == "notify") {
       client.notifyCustomerService(stringField(line, "kefuId"), stringField(line, "text"),
                                    boolField(line, "saveToDB"));
@@ -159,11 +178,14 @@ class Replay {
     } else if (op == "confirm") {
       const bool ok = boolField(line, "ok");
       std::optional<int64_t> sentTime;
-      if (ok) sentTime = line.contains("sentTime") ? integerField(line, "sentTime") : host_->nextSentTime();
+      if (ok)
+        sentTime =
+            line.contains("sentTime") ? integerField(line, "sentTime") : host_->nextSentTime();
       host_->confirmOldestSend(ok, sentTime, ok ? 0 : integerField(line, "code"));
     } else if (op == "host") {
       if (line.contains("autoConfirm")) host_->setAutoConfirm(boolField(line, "autoConfirm"));
-      if (line.contains("csSuspendWhenLeave")) host_->setSuspendWhenLeave(boolField(line, "csSuspendWhenLeave"));
+      if (line.contains("csSuspendWhenLeave"))
+        host_->setSuspendWhenLeave(boolField(line, "csSuspendWhenLeave"));
     } else if (op == "module") {
       module(line);
     } else if (op == "runMain") {
@@ -188,13 +210,15 @@ class Replay {
                          {"name", name},
                          {"args", args}};
     if (name == "mode") {
-      line["currentCSModeType"] = KXCustomerServiceClient::sharedCustomerServiceClient().currentCSModeType();
+      line["currentCSModeType"] =
+          KXCustomerServiceClient::sharedCustomerServiceClient().currentCSModeType();
     }
     trace_->event(line);
   }
 
   void start(const KXDictionary& line) {
-    std::set<std::string> names = {"success", "error", "mode", "pullEvaluation", "selectGroup", "quit"};
+    std::set<std::string> names = {"success",        "error",       "mode",
+                                   "pullEvaluation", "selectGroup", "quit"};
     if (line.contains("callbacks")) {
       const KXDictionary& chosen = line["callbacks"];
       if (!chosen.is_array()) throw ScriptError("field \"callbacks\" must be an array of names");
@@ -219,9 +243,12 @@ class Replay {
     if (has("error")) {
       error = [this](int64_t code, const std::string& text) { callback("error", {code, text}); };
     }
-    if (has("mode")) mode = [this](KXCSModeType value) { callback("mode", {static_cast<uint64_t>(value)}); };
+    if (has("mode"))
+      mode = [this](KXCSModeType value) { callback("mode", {static_cast<uint64_t>(value)}); };
     if (has("pullEvaluation")) {
-      pull = [this](const KXString& dialogId) { callback("pullEvaluation", {QuorReplayTrace::text(dialogId)}); };
+      pull = [this](const KXString& dialogId) {
+        callback("pullEvaluation", {QuorReplayTrace::text(dialogId)});
+      };
     }
     if (has("selectGroup")) {
       select = [this](const KXCustomerServiceGroupList& groups) {
@@ -239,7 +266,8 @@ class Replay {
     QuorWireMessage message;
     message.objectName = objectName.get<std::string>();
     message.targetId = stringField(line, "targetId");
-    message.senderUserId = line.contains("senderUserId") ? stringField(line, "senderUserId") : message.targetId;
+    message.senderUserId =
+        line.contains("senderUserId") ? stringField(line, "senderUserId") : message.targetId;
     message.conversationType = static_cast<int32_t>(integerField(line, "conversationType", 5));
     message.sentTime = integerField(line, "sentTime", 0);
     message.offline = boolField(line, "offline", false);
@@ -254,12 +282,14 @@ class Replay {
 
   void module(const KXDictionary& line) {
     const KXString call = stringField(line, "call");
-    QuorIMLibExtensionModule& module = QuorCustomerServiceExtensionModule::loadQuorExtensionModule();
+    QuorIMLibExtensionModule& module =
+        QuorCustomerServiceExtensionModule::loadQuorExtensionModule();
     if (call == "destroyModule") {
       module.destroyModule();
     } else if (call == "signalTypes") {
       KXDictionary names = KXDictionary::array();
-      for (const auto& type : module.getSignalMessageClassList()) names.push_back(type.objectName());
+      for (const auto& type : module.getSignalMessageClassList())
+        names.push_back(type.objectName());
       trace_->event({{"ev", "signalTypes"}, {"objectNames", names}});
     } else if (call == "setAppKey") {
       module.setAppKey(stringField(line, "key"));

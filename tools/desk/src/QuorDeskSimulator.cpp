@@ -48,10 +48,11 @@ std::string validate(const KXDictionary& profile) {
   if (human != "accepts" && human != "unavailable" && human != "refuses") {
     return "\"humanAgent\" must be \"accepts\", \"unavailable\" or \"refuses\"";
   }
-  for (const char* key : {"robot", "agent", "evaluation", "leaveMessage", "announcement", "end",
-                          "handshake"}) {
+  for (const char* key :
+       {"robot", "agent", "evaluation", "leaveMessage", "announcement", "end", "handshake"}) {
     const KXDictionary& section = member(profile, key);
-    if (!section.is_null() && !section.is_object()) return std::string("\"") + key + "\" must be an object";
+    if (!section.is_null() && !section.is_object())
+      return std::string("\"") + key + "\" must be an object";
   }
   for (const auto& group : list(profile, "groups")) {
     if (text(group, "id").empty()) return "every entry of \"groups\" needs a string \"id\"";
@@ -105,7 +106,8 @@ std::vector<KXDictionary> QuorDeskSimulator::bodiesOf(const std::string& objectN
   std::vector<KXDictionary> bodies;
   for (const auto& message : received()) {
     if (message.objectName != objectName) continue;
-    bodies.push_back(message.body ? KXDictionary::parse(*message.body, nullptr, false) : KXDictionary());
+    bodies.push_back(message.body ? KXDictionary::parse(*message.body, nullptr, false)
+                                  : KXDictionary());
   }
   return bodies;
 }
@@ -166,7 +168,8 @@ void QuorDeskSimulator::updateService(int serviceStatus) {
     std::lock_guard<std::mutex> lock(mutex_);
     humanMode_ = serviceStatus == 2;
   }
-  send("KX:CsUpdate", {{"sid", "service-" + std::to_string(services_)}, {"serviceStatus", serviceStatus}},
+  send("KX:CsUpdate",
+       {{"sid", "service-" + std::to_string(services_)}, {"serviceStatus", serviceStatus}},
        deskId_);
 }
 
@@ -275,7 +278,8 @@ void QuorDeskSimulator::answerChangeMode(const KXDictionary& request) {
   const KXDictionary& evaluation = member(profile_, "evaluation");
   if (answer == "accepts") {
     KXDictionary data = {{"status", 1}};
-    if (!member(evaluation, "satisfaction").is_null()) data["satisfaction"] = member(evaluation, "satisfaction");
+    if (!member(evaluation, "satisfaction").is_null())
+      data["satisfaction"] = member(evaluation, "satisfaction");
     {
       std::lock_guard<std::mutex> lock(mutex_);
       humanMode_ = true;
@@ -300,7 +304,8 @@ std::string QuorDeskSimulator::robotAnswer(const std::string& question) const {
   const std::string asked = lowered(question);
   for (const auto& entry : list(robot, "answers")) {
     for (const auto& keyword : list(entry, "keywords")) {
-      if (keyword.is_string() && asked.find(lowered(keyword.get<std::string>())) != std::string::npos) {
+      if (keyword.is_string() &&
+          asked.find(lowered(keyword.get<std::string>())) != std::string::npos) {
         return text(entry, "answer");
       }
     }

@@ -4,8 +4,8 @@
 
 #include "QuorCustomerService/Host/KXHostConstants.h"
 #include "QuorCustomerService/Host/KXInformationNotificationMessage.h"
-#include "QuorCustomerService/Host/KXTextMessage.h"
 #include "QuorCustomerService/Host/KXLocalConfiguration.h"
+#include "QuorCustomerService/Host/KXTextMessage.h"
 #include "QuorWorkerThread.h"
 
 namespace quor {
@@ -141,13 +141,10 @@ std::shared_ptr<KXMessage> QuorLoopbackHost::sendMessageSuccessBlock(
               QuorSendClosures::Records, std::move(pending));
 }
 
-std::shared_ptr<KXMessage> QuorLoopbackHost::send(int32_t conversationType,
-                                                  const KXString& targetId,
-                                                  std::shared_ptr<KXMessageContent> content,
-                                                  const KXString& pushContent,
-                                                  const KXString& pushData,
-                                                  QuorSendClosures closures,
-                                                  std::shared_ptr<PendingSend> pending) {
+std::shared_ptr<KXMessage> QuorLoopbackHost::send(
+    int32_t conversationType, const KXString& targetId, std::shared_ptr<KXMessageContent> content,
+    const KXString& pushContent, const KXString& pushData, QuorSendClosures closures,
+    std::shared_ptr<PendingSend> pending) {
   const std::string objectName = content ? content->objectName() : "";
   auto record = std::make_shared<KXMessage>(conversationType, targetId, kDirectionSend,
                                             nextMessageId_++, content);
@@ -158,8 +155,8 @@ std::shared_ptr<KXMessage> QuorLoopbackHost::send(int32_t conversationType,
   }
   const KXData body = content ? content->encode() : std::nullopt;
   pending->record = record;
-  pending->wire = {objectName,          conversationType,       targetId, record->senderUserId(),
-                   body,                record->messageId(),    record->sentTime(), false};
+  pending->wire = {objectName, conversationType,    targetId,           record->senderUserId(),
+                   body,       record->messageId(), record->sentTime(), false};
   if (auto watcher = observer()) {
     watcher->onSend({currentThreadName(), conversationType, targetId, objectName, body, closures,
                      pushContent, pushData, record->messageId(), record->sentTime()});
@@ -219,10 +216,12 @@ bool QuorLoopbackHost::receive(QuorWireMessage message, bool keepSentTime) {
 
 void QuorLoopbackHost::receiveAsync(QuorWireMessage message) {
   if (message.sentTime == 0) message.sentTime = nextSentTime();
-  deliveryThread_->post([this, message = std::move(message)]() mutable { deliver(std::move(message)); });
+  deliveryThread_->post(
+      [this, message = std::move(message)]() mutable { deliver(std::move(message)); });
 }
 
-std::shared_ptr<KXMessageContent> QuorLoopbackHost::contentFor(const std::string& objectName) const {
+std::shared_ptr<KXMessageContent> QuorLoopbackHost::contentFor(
+    const std::string& objectName) const {
   std::lock_guard<std::mutex> lock(mutex_);
   const auto it = types_.find(objectName);
   if (it != types_.end()) {
@@ -271,7 +270,8 @@ void QuorLoopbackHost::onReceiveFakeMessage(std::shared_ptr<KXMessage> message) 
   bool stored = false;
   {
     std::lock_guard<std::mutex> lock(mutex_);
-    for (const auto& kept : conversations_[message->targetId().value_or("")]) stored |= kept == message;
+    for (const auto& kept : conversations_[message->targetId().value_or("")])
+      stored |= kept == message;
   }
   if (!stored) store(message);
   notifyListeners(message);
