@@ -2,6 +2,7 @@
 
 #include "Client/KXClientState.h"
 #include "Client/KXControlMessageHandler.h"
+#include "Host/KXCallbackGuard.h"
 #include "Host/KXMainThread.h"
 #include "QuorCustomerService/Host/KXCoreClient.h"
 #include "QuorCustomerService/Host/KXHostConstants.h"
@@ -247,10 +248,10 @@ void KXCustomerServiceClient::leaveMessageCustomerService(
   core->sendMessage(
       KXConversationTypeCustomerService, kefuId, std::move(leave), std::nullopt, std::nullopt,
       [success](int64_t messageId) {
-        if (success) success(messageId);
+        if (success) KXCallbackGuard::run([&] { success(messageId); });
       },
       [failure](int64_t errorCode, int64_t messageId) {
-        if (failure) failure(errorCode, messageId);
+        if (failure) KXCallbackGuard::run([&] { failure(errorCode, messageId); });
       });
 }
 

@@ -197,3 +197,23 @@ TEST_F(BadInput, EncodersReturnAbsentForInvalidUtf8) {
 
 }  // namespace
 }  // namespace quor::test
+
+namespace quor::test {
+namespace {
+
+// Very large bodies decode without trouble (their time is measured by the benchmarks).
+TEST_F(BadInput, LargeBodiesDecode) {
+  std::string big =
+      R"({"status":1,"msg":")" + std::string(10 * 1024 * 1024, 'x') + R"(","data":{"groups":[)";
+  for (int i = 0; i < 200000; ++i)
+    big += (i ? ",{\"id\":\"" : "{\"id\":\"") + std::to_string(i) + "\"}";
+  big += "]}}";
+  KXCSHandShakeResponseMessage response;
+  response.decodeWithData(big);
+  EXPECT_EQ(response.msg()->size(), 10u * 1024 * 1024);
+  EXPECT_EQ(response.groupList()->size(), 200000u);
+  EXPECT_EQ(response.groupList()->back()->groupId(), "199999");
+}
+
+}  // namespace
+}  // namespace quor::test

@@ -1,8 +1,6 @@
 #include "Client/KXControlMessageHandler.h"
 
-#include <exception>
-
-#include "Host/KXLog.h"
+#include "Host/KXCallbackGuard.h"
 #include "Host/KXMainThread.h"
 #include "Message/KXJsonReader.h"
 #include "QuorCustomerService/Host/KXCoreClient.h"
@@ -69,7 +67,7 @@ bool KXControlMessageHandler::handle(const std::shared_ptr<KXMessage>& message) 
   if (!current && control != Control::None) return true;
 
   const Session session = state_.sessionFor(message->targetId());
-  try {
+  KXCallbackGuard::run([&] {
     switch (control) {
       case Control::ChangeModeResponse:
         changeModeResponse(message, static_cast<KXCSChangeModeResponseMessage&>(*content), session);
@@ -90,12 +88,7 @@ bool KXControlMessageHandler::handle(const std::shared_ptr<KXMessage>& message) 
       case Control::None:
         break;
     }
-  } catch (const std::exception& error) {
-    // Only an application callback run on this thread can throw; keep it away from the host.
-    KXLog::error(KX_LOG_TAG, std::string("ERROR: a callback threw: ") + error.what());
-  } catch (...) {
-    KXLog::error(KX_LOG_TAG, "ERROR: a callback threw");
-  }
+  });
   return control != Control::None && control != Control::PullEvaluate;
 }
 
@@ -127,7 +120,9 @@ void KXControlMessageHandler::handShakeResponse(
   session->setIsQuited(false);
 
   if (r.evaConfig()) {
-    if (auto onEvaConfig = session->evaConfigBlock()) onEvaConfig(r.evaConfig());
+    if (auto onEvaConfig = session->evaConfigBlock()) {
+      KXCallbackGuard::run([&] { onEvaConfig(r.evaConfig()); });
+    }
   }
   KXMainThread::post([session, config] {
     if (auto onSuccess = session->successBlock()) onSuccess(config);
@@ -192,7 +187,7 @@ void KXControlMessageHandler::changeModeResponse(const std::shared_ptr<KXMessage
 
   auto onEvaConfig = session->evaConfigBlock();
   if (!onEvaConfig || !response.evaConfig()) return;
-  onEvaConfig(response.evaConfig());
+  KXCallbackGuard::run([&] { onEvaConfig(response.evaConfig()); });
   // Each entry's "isQuestionFlag" sets reportResolveStatus: a missing key reads as false, only
   // an explicit null leaves it alone. The last entry that sets it wins.
   const KXDictionary* entries =
