@@ -28,27 +28,43 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
   const auto noop = [](auto&&...) {};
   for (int step = 0; step < 64 && in.remaining_bytes() > 0; ++step) {
     const std::string desk = "desk-" + std::to_string(in.ConsumeIntegralInRange(0, 2));
-    const KXString text = in.ConsumeBool() ? KXString(in.ConsumeRandomLengthString(16)) : std::nullopt;
+    const KXString text =
+        in.ConsumeBool() ? KXString(in.ConsumeRandomLengthString(16)) : std::nullopt;
     switch (in.ConsumeIntegralInRange(0, 17)) {
       case 0:
-        client.startCustomerService(desk, std::make_shared<KXCustomerServiceInfo>(), noop, noop, noop,
-                                    noop, noop, noop);
+        client.startCustomerService(desk, std::make_shared<KXCustomerServiceInfo>(), noop, noop,
+                                    noop, noop, noop, noop);
         break;
-      case 1: client.stopCustomerService(desk); break;
-      case 2: client.switchToHumanMode(desk); break;
-      case 3: client.selectCustomerServiceGroup(desk, text); break;
-      case 4: client.evaluateCustomerService(desk, text, in.ConsumeBool(), text); break;
+      case 1:
+        client.stopCustomerService(desk);
+        break;
+      case 2:
+        client.switchToHumanMode(desk);
+        break;
+      case 3:
+        client.selectCustomerServiceGroup(desk, text);
+        break;
+      case 4:
+        client.evaluateCustomerService(desk, text, in.ConsumeBool(), text);
+        break;
       case 5:
         client.evaluateCustomerService(desk, text, in.ConsumeIntegral<int32_t>(), text,
                                        in.ConsumeIntegral<uint64_t>());
         break;
       case 6:
-        client.evaluateCustomerService(desk, text, 3, text, 1, text,
-                                       std::make_shared<const KXDictionary>(KXDictionary::object()));
+        client.evaluateCustomerService(
+            desk, text, 3, text, 1, text,
+            std::make_shared<const KXDictionary>(KXDictionary::object()));
         break;
-      case 7: client.getHumanEvaluateCustomerServiceConfig(noop); break;
-      case 8: client.leaveMessageCustomerService(desk, nullptr, noop, noop); break;
-      case 9: client.notifyCustomerService(desk, text, in.ConsumeBool()); break;
+      case 7:
+        client.getHumanEvaluateCustomerServiceConfig(noop);
+        break;
+      case 8:
+        client.leaveMessageCustomerService(desk, nullptr, noop, noop);
+        break;
+      case 9:
+        client.notifyCustomerService(desk, text, in.ConsumeBool());
+        break;
       case 10: {
         const auto sends = host->sends().size();
         if (sends > 0) {
@@ -61,13 +77,26 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
         }
         break;
       }
-      case 11: client.onCustomerServiceMessageReceived(received<KXCSHandShakeResponseMessage>(in, desk)); break;
-      case 12: client.onCustomerServiceMessageReceived(received<KXCSChangeModeResponseMessage>(in, desk)); break;
-      case 13: client.onCustomerServiceMessageReceived(received<KXCSTerminateMessage>(in, desk)); break;
-      case 14: client.onCustomerServiceMessageReceived(received<KXCSUpdateMessage>(in, desk)); break;
-      case 15: client.onCustomerServiceMessageReceived(received<KXCSPullEvaluateMessage>(in, desk)); break;
-      case 16: host->setInsertFails(in.ConsumeBool()); break;
-      default: break;
+      case 11:
+        client.onCustomerServiceMessageReceived(received<KXCSHandShakeResponseMessage>(in, desk));
+        break;
+      case 12:
+        client.onCustomerServiceMessageReceived(received<KXCSChangeModeResponseMessage>(in, desk));
+        break;
+      case 13:
+        client.onCustomerServiceMessageReceived(received<KXCSTerminateMessage>(in, desk));
+        break;
+      case 14:
+        client.onCustomerServiceMessageReceived(received<KXCSUpdateMessage>(in, desk));
+        break;
+      case 15:
+        client.onCustomerServiceMessageReceived(received<KXCSPullEvaluateMessage>(in, desk));
+        break;
+      case 16:
+        host->setInsertFails(in.ConsumeBool());
+        break;
+      default:
+        break;
     }
     host->drainMain();
   }

@@ -29,9 +29,9 @@ std::size_t use(const std::shared_ptr<const KXDictionary>& json) {
 
 std::size_t readAll(const KXCSHandShakeResponseMessage& r) {
   std::size_t n = use(r.msg()) + use(r.uid()) + use(r.cid()) + use(r.pid()) + use(r.companyName()) +
-                  use(r.adminTipWord()) + use(r.userTipWord()) + use(r.robotName()) + use(r.robotLogo()) +
-                  use(r.robotHelloWord()) + use(r.leaveMessageWebUrl()) + use(r.announceMsg()) +
-                  use(r.announceClickUrl()) + use(r.evaConfig());
+                  use(r.adminTipWord()) + use(r.userTipWord()) + use(r.robotName()) +
+                  use(r.robotLogo()) + use(r.robotHelloWord()) + use(r.leaveMessageWebUrl()) +
+                  use(r.announceMsg()) + use(r.announceClickUrl()) + use(r.evaConfig());
   if (r.groupList()) {
     for (const auto& group : *r.groupList()) n += use(group->groupId()) + use(group->name());
   }

@@ -2,6 +2,7 @@
 
 #include "Host/KXLog.h"
 #include "QuorCustomerService/Host/KXCoreClient.h"
+#include "QuorCustomerService/Host/KXHostConstants.h"
 #include "QuorCustomerService/KXCustomerServiceClient.h"
 #include "QuorCustomerService/Message/KXCSChangeModeMessage.h"
 #include "QuorCustomerService/Message/KXCSChangeModeResponseMessage.h"
@@ -77,6 +78,9 @@ std::vector<KXMessageContentType> QuorCustomerServiceExtensionModule::getSignalM
 
 bool QuorCustomerServiceExtensionModule::didHoldReceivedMessage(
     const std::shared_ptr<KXMessage>& message, bool /*isOffline: offline messages alike*/) {
+  // Every message the host receives passes here first: other conversations leave at once, with
+  // the answer the client would give them.
+  if (!message || message->conversationType() != KXConversationTypeCustomerService) return false;
   return KXCustomerServiceClient::sharedCustomerServiceClient().onCustomerServiceMessageReceived(
       message);
 }

@@ -3,6 +3,9 @@
 #include "QuorLoopbackHost/QuorLoopbackHost.h"
 
 namespace quor {
+namespace {
+constexpr int kSpins = 200;
+}
 
 QuorWorkerThread::QuorWorkerThread(std::string name)
     : name_(std::move(name)), thread_([this] { loop(); }) {}
@@ -58,6 +61,13 @@ void QuorWorkerThread::loop() {
     std::function<void()> work;
     {
       std::unique_lock<std::mutex> lock(mutex_);
+      // Stay awake for a moment before sleeping: messages come in bursts, and waking a
+      // sleeping thread costs more than the work itself.
+      for (int spin = 0; spin < kSpins && queue_.empty() && !stopping_; ++spin) {
+        lock.unlock();
+        std::this_thread::yield();
+        lock.lock();
+      }
       changed_.wait(lock, [this] { return !queue_.empty() || stopping_; });
       if (queue_.empty()) return;
       work = std::move(queue_.front());
