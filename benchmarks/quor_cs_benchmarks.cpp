@@ -163,6 +163,35 @@ QUOR_DECODE_BENCHMARKS(KXCSPullLeaveMessage, 3)
 QUOR_DECODE_BENCHMARKS(KXCSTerminateMessage, 4)
 QUOR_DECODE_BENCHMARKS(KXCSUpdateMessage, 5)
 
+// Very large bodies: a long text, or many small group entries. The time per byte must stay flat
+// as the size grows tenfold.
+void BM_DecodeLargeText(benchmark::State& state) {
+  const KXData body = R"({"status":1,"msg":")" +
+                      std::string(static_cast<std::size_t>(state.range(0)), 'x') + R"("})";
+  for (auto _ : state) {
+    KXCSHandShakeResponseMessage content;
+    content.decodeWithData(body);
+    benchmark::DoNotOptimize(&content);
+  }
+  state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * body->size()));
+}
+BENCHMARK(BM_DecodeLargeText)->Arg(1 << 20)->Arg(10 << 20)->Unit(benchmark::kMillisecond);
+
+void BM_DecodeManyGroups(benchmark::State& state) {
+  std::string body = R"({"status":1,"data":{"groups":[)";
+  for (int64_t i = 0; i < state.range(0); ++i)
+    body += (i ? ",{\"id\":\"g" : "{\"id\":\"g") + std::to_string(i) + "\"}";
+  body += "]}}";
+  const KXData bytes = body;
+  for (auto _ : state) {
+    KXCSHandShakeResponseMessage content;
+    content.decodeWithData(bytes);
+    benchmark::DoNotOptimize(&content);
+  }
+  state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * body.size()));
+}
+BENCHMARK(BM_DecodeManyGroups)->Arg(20000)->Arg(200000)->Unit(benchmark::kMillisecond);
+
 // --- the receive path ---------------------------------------------------------------------
 
 void BM_EmptyVirtualCall(benchmark::State& state) {
