@@ -37,24 +37,27 @@ const KXDictionary& required(const KXDictionary& line, const char* key) {
   return *it;
 }
 
-bool boolField(const KXDictionary& line, const char* key,
-               std::optional<bool> fallback = std::nullopt) {
+// A field of JSON type T (bool or int64_t): the fallback when missing and one is given, else
+// required.
+template <class T>
+T typedField(const KXDictionary& line, const char* key, std::optional<T> fallback,
+             bool (KXDictionary::*hasType)() const noexcept, const char* expected) {
   const auto it = line.find(key);
   if (it == line.end() && fallback) return *fallback;
   const KXDictionary& value = required(line, key);
-  if (!value.is_boolean())
-    throw ScriptError(std::string("field \"") + key + "\" must be true or false");
-  return value.get<bool>();
+  if (!(value.*hasType)())
+    throw ScriptError(std::string("field \"") + key + "\" must be " + expected);
+  return value.get<T>();
+}
+
+bool boolField(const KXDictionary& line, const char* key,
+               std::optional<bool> fallback = std::nullopt) {
+  return typedField<bool>(line, key, fallback, &KXDictionary::is_boolean, "true or false");
 }
 
 int64_t integerField(const KXDictionary& line, const char* key,
                      std::optional<int64_t> fallback = std::nullopt) {
-  const auto it = line.find(key);
-  if (it == line.end() && fallback) return *fallback;
-  const KXDictionary& value = required(line, key);
-  if (!value.is_number_integer())
-    throw ScriptError(std::string("field \"") + key + "\" must be an integer");
-  return value.get<int64_t>();
+  return typedField<int64_t>(line, key, fallback, &KXDictionary::is_number_integer, "an integer");
 }
 
 std::shared_ptr<const KXDictionary> objectField(const KXDictionary& line, const char* key) {
