@@ -16,11 +16,14 @@
 namespace quor {
 namespace {
 
-// Sends a content to a desk without observing the outcome.
-void sendToDesk(const KXString& kefuId, std::shared_ptr<KXMessageContent> content) {
+// Sends a content to a desk, without push texts; the outcome is observed only when closures
+// are given.
+void sendToDesk(const KXString& kefuId, std::shared_ptr<KXMessageContent> content,
+                KXCoreClient::SuccessBlock success = nullptr,
+                KXCoreClient::ErrorBlock error = nullptr) {
   if (auto core = KXCoreClient::sharedCoreClient()) {
     core->sendMessage(KXConversationTypeCustomerService, kefuId, std::move(content), std::nullopt,
-                      std::nullopt, nullptr, nullptr);
+                      std::nullopt, std::move(success), std::move(error));
   }
 }
 
@@ -243,10 +246,8 @@ void KXCustomerServiceClient::leaveMessageCustomerService(
     KXLeaveMessageSuccessBlock success, KXLeaveMessageFailureBlock failure) {
   auto leave = std::make_shared<KXCSLeaveMessage>();
   leave->setLeaveMessageDic(std::move(leaveMessageDic));
-  auto core = KXCoreClient::sharedCoreClient();
-  if (!core) return;
-  core->sendMessage(
-      KXConversationTypeCustomerService, kefuId, std::move(leave), std::nullopt, std::nullopt,
+  sendToDesk(
+      kefuId, std::move(leave),
       [success](int64_t messageId) {
         if (success) KXCallbackGuard::run([&] { success(messageId); });
       },
