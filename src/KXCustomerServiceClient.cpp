@@ -2,9 +2,6 @@
 
 #include "Client/KXClientState.h"
 #include "Client/KXControlMessageHandler.h"
-#include "Host/KXCallbackGuard.h"
-#include "Host/KXMainThread.h"
-#include "QuorCustomerService/Host/KXCoreClient.h"
 #include "QuorCustomerService/Host/KXHostConstants.h"
 #include "QuorCustomerService/Host/KXInformationNotificationMessage.h"
 #include "QuorCustomerService/Message/KXCSChangeModeMessage.h"
@@ -12,20 +9,13 @@
 #include "QuorCustomerService/Message/KXCSHandShakeMessage.h"
 #include "QuorCustomerService/Message/KXCSLeaveMessage.h"
 #include "QuorCustomerService/Message/KXCSSuspendMessage.h"
+#include "Support/KXCallbackGuard.h"
+#include "Support/KXHost.h"
+#include "Support/KXMainThread.h"
+#include "Support/KXSendOutcome.h"
 
 namespace quor {
 namespace {
-
-// Sends a content to a desk, without push texts; the outcome is observed only when closures
-// are given.
-void sendToDesk(const KXString& kefuId, std::shared_ptr<KXMessageContent> content,
-                KXCoreClient::SuccessBlock success = nullptr,
-                KXCoreClient::ErrorBlock error = nullptr) {
-  if (auto core = KXCoreClient::sharedCoreClient()) {
-    core->sendMessage(KXConversationTypeCustomerService, kefuId, std::move(content), std::nullopt,
-                      std::nullopt, std::move(success), std::move(error));
-  }
-}
 
 // The identifiers of an evaluation: the caller's knowledge or dialog id alone when present
 // (an empty one too), else the session's three.
@@ -34,9 +24,10 @@ void setEvaluationIdentifiers(KXCSEvaluateMessage& message, const KXString& rate
   if (ratedId) {
     message.setCid(ratedId);
   } else if (session) {
-    message.setCid(session->cid());
-    message.setUid(session->uid());
-    message.setPid(session->pid());
+    const KXCSServiceIdentifiers ids = session->identifiers();
+    message.setCid(ids.cid);
+    message.setUid(ids.uid);
+    message.setPid(ids.pid);
   }
 }
 
@@ -99,30 +90,31 @@ void KXCustomerServiceClient::startCustomerService(
 
   auto handShake = std::make_shared<KXCSHandShakeMessage>();
   handShake->setInfo(std::move(info));
-  auto core = KXCoreClient::sharedCoreClient();
-  if (!core) return;
-  core->sendMessageSuccessBlock(
-      KXConversationTypeCustomerService, kefuId, std::move(handShake), std::nullopt, std::nullopt,
-      [this](std::shared_ptr<KXMessage> sent) {
+  // Only the host's first report of this send counts, however often it reports.
+  const KXSendOutcome outcome;
+  KXHost::sendReportingRecords(
+      kefuId, std::move(handShake), outcome.once([this](std::shared_ptr<KXMessage> sent) {
         if (sent) setHandShakeMessageSendTime(sent->sentTime());
-      },
-      // The failure reports to the error callback of this start, not the session's current one.
-      [this, onError, kefuId](int64_t errorCode, std::shared_ptr<KXMessage>) {
+      }),
+      // The failure reports to the error callback of this start, not the session's current one,
+      // and stops the service even when that callback throws.
+      outcome.once([this, onError, kefuId](int64_t errorCode, std::shared_ptr<KXMessage>) {
         KXMainThread::post([this, onError, kefuId, errorCode] {
-          if (onError) onError(errorCode, "连接客服失败!");
+          KXCallbackGuard::call(onError, errorCode, "连接客服失败!");
           stopCustomerService(kefuId);
         });
-      });
+      }));
 }
 
 void KXCustomerServiceClient::stopCustomerService(const KXString& kefuId) {
   auto session = state_->sessionFor(kefuId);
   if (session && session->suspendWhenQuit()) {
+    const KXCSServiceIdentifiers ids = session->identifiers();
     auto suspend = std::make_shared<KXCSSuspendMessage>();
-    suspend->setCid(session->cid());
-    suspend->setUid(session->uid());
-    suspend->setPid(session->pid());
-    sendToDesk(kefuId, std::move(suspend));
+    suspend->setCid(ids.cid);
+    suspend->setUid(ids.uid);
+    suspend->setPid(ids.pid);
+    KXHost::send(kefuId, std::move(suspend));
   }
   setKefuId(std::nullopt);
   if (!session) return;
@@ -150,15 +142,14 @@ void KXCustomerServiceClient::notifyCustomerService(const KXString& kefuId, cons
     record = std::make_shared<KXMessage>(KXConversationTypeCustomerService, kefuId,
                                          KXMessageDirectionReceive, 0, std::move(notice));
     record->setReceivedStatus(KXReceivedStatusRead);
-  } else if (auto core = KXCoreClient::sharedCoreClient()) {
-    record = core->insertIncomingMessage(KXConversationTypeCustomerService, kefuId, kefuId,
-                                         KXReceivedStatusRead, std::move(notice));
+  } else {
+    record = KXHost::insertIncoming(kefuId, std::move(notice));
   }
   onReceiveFakeMessage(std::move(record));
 }
 
 void KXCustomerServiceClient::onReceiveFakeMessage(std::shared_ptr<KXMessage> message) {
-  if (auto core = KXCoreClient::sharedCoreClient()) core->onReceiveFakeMessage(std::move(message));
+  KXHost::receiveFake(std::move(message));
 }
 
 void KXCustomerServiceClient::switchToHumanMode(const KXString& kefuId) {
@@ -166,9 +157,8 @@ void KXCustomerServiceClient::switchToHumanMode(const KXString& kefuId) {
   const auto groups = session ? session->groupList() : nullptr;
   if (groups && !groups->empty()) {
     // The user chooses a group first; the callback gets the list as it stands then.
-    KXMainThread::post([session] {
-      if (auto onSelectGroup = session->selectGroupBlock()) onSelectGroup(session->groupList());
-    });
+    KXMainThread::post(
+        [session] { KXCallbackGuard::call(session->selectGroupBlock(), session->groupList()); });
     return;
   }
   sendChangeModelMessage(kefuId, std::nullopt);
@@ -184,12 +174,13 @@ void KXCustomerServiceClient::sendChangeModelMessage(const KXString& kefuId,
   auto session = state_->sessionFor(kefuId);
   auto changeMode = std::make_shared<KXCSChangeModeMessage>();
   if (session) {
-    changeMode->setCid(session->cid());
-    changeMode->setUid(session->uid());
-    changeMode->setPid(session->pid());
+    const KXCSServiceIdentifiers ids = session->identifiers();
+    changeMode->setCid(ids.cid);
+    changeMode->setUid(ids.uid);
+    changeMode->setPid(ids.pid);
   }
   changeMode->setGroupid(groupId);
-  sendToDesk(kefuId, std::move(changeMode));
+  KXHost::send(kefuId, std::move(changeMode));
 }
 
 void KXCustomerServiceClient::evaluateCustomerService(const KXString& kefuId,
@@ -201,7 +192,7 @@ void KXCustomerServiceClient::evaluateCustomerService(const KXString& kefuId,
   evaluation->setResolveStatus(robotValue ? 1 : 0);
   evaluation->setSuggest(suggest);
   evaluation->setType(0);
-  sendToDesk(kefuId, std::move(evaluation));
+  KXHost::send(kefuId, std::move(evaluation));
 }
 
 void KXCustomerServiceClient::evaluateCustomerService(const KXString& kefuId,
@@ -215,7 +206,7 @@ void KXCustomerServiceClient::evaluateCustomerService(const KXString& kefuId,
   evaluation->setSuggest(suggest);
   evaluation->setType(1);
   evaluation->setResolveStatus(resolveStatusOf(resolveStatus, session));
-  sendToDesk(kefuId, std::move(evaluation));
+  KXHost::send(kefuId, std::move(evaluation));
 }
 
 void KXCustomerServiceClient::evaluateCustomerService(
@@ -231,7 +222,7 @@ void KXCustomerServiceClient::evaluateCustomerService(
   evaluation->setResolveStatus(resolveStatusOf(resolveStatus, session));
   evaluation->setTagText(tagText);
   evaluation->setExtra(std::move(extra));
-  sendToDesk(kefuId, std::move(evaluation));
+  KXHost::send(kefuId, std::move(evaluation));
 }
 
 void KXCustomerServiceClient::getHumanEvaluateCustomerServiceConfig(
@@ -246,14 +237,14 @@ void KXCustomerServiceClient::leaveMessageCustomerService(
     KXLeaveMessageSuccessBlock success, KXLeaveMessageFailureBlock failure) {
   auto leave = std::make_shared<KXCSLeaveMessage>();
   leave->setLeaveMessageDic(std::move(leaveMessageDic));
-  sendToDesk(
-      kefuId, std::move(leave),
-      [success](int64_t messageId) {
-        if (success) KXCallbackGuard::run([&] { success(messageId); });
-      },
-      [failure](int64_t errorCode, int64_t messageId) {
-        if (failure) KXCallbackGuard::run([&] { failure(errorCode, messageId); });
-      });
+  // Exactly one of the two callbacks, once, however often the host reports.
+  const KXSendOutcome outcome;
+  KXHost::send(kefuId, std::move(leave), outcome.once([success](int64_t messageId) {
+    KXCallbackGuard::call(success, messageId);
+  }),
+               outcome.once([failure](int64_t errorCode, int64_t messageId) {
+                 KXCallbackGuard::call(failure, errorCode, messageId);
+               }));
 }
 
 }  // namespace quor

@@ -5,6 +5,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <type_traits>
 
 #include "QuorCustomerService/Extension/KXCustomerServiceReceiveMessageDelegate.h"
 #include "QuorCustomerService/Host/KXMessage.h"
@@ -95,6 +96,11 @@ class QUOR_CS_EXPORT KXCustomerServiceClient : public KXCustomerServiceReceiveMe
   // evaluateCustomerService:knownledgeId:robotValue:suggest: rates the robot's answer.
   void evaluateCustomerService(const KXString& kefuId, const KXString& knownledgeId,
                                bool robotValue, const KXString& suggest);
+  // Only a bool rates the robot: a number in its place, such as a human rating that forgot its
+  // resolve status (kefuId, dialogId, 5, "great"), does not compile.
+  template <class Number, class = std::enable_if_t<!std::is_same_v<Number, bool>>>
+  void evaluateCustomerService(const KXString& kefuId, const KXString& knownledgeId,
+                               Number robotValue, const KXString& suggest) = delete;
   // evaluateCustomerService:dialogId:starValue:suggest:resolveStatus: rates the human agent.
   void evaluateCustomerService(const KXString& kefuId, const KXString& dialogId, int32_t starValue,
                                const KXString& suggest, uint64_t resolveStatus);

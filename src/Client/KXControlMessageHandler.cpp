@@ -1,28 +1,17 @@
 #include "Client/KXControlMessageHandler.h"
 
-#include "Host/KXCallbackGuard.h"
-#include "Host/KXMainThread.h"
 #include "Message/KXJsonReader.h"
-#include "QuorCustomerService/Host/KXCoreClient.h"
+#include "Message/KXMessageTypeTable.h"
 #include "QuorCustomerService/Host/KXHostConstants.h"
 #include "QuorCustomerService/Host/KXTextMessage.h"
+#include "Support/KXCallbackGuard.h"
+#include "Support/KXHost.h"
+#include "Support/KXMainThread.h"
 
 namespace quor {
 namespace {
 
 bool nonEmpty(const KXString& text) { return text && !text->empty(); }
-
-// The five control types, tested in this order.
-enum class Control { ChangeModeResponse, Terminate, HandShakeResponse, Update, PullEvaluate, None };
-
-Control controlOf(KXMessageContent* content) {
-  if (dynamic_cast<KXCSChangeModeResponseMessage*>(content)) return Control::ChangeModeResponse;
-  if (dynamic_cast<KXCSTerminateMessage*>(content)) return Control::Terminate;
-  if (dynamic_cast<KXCSHandShakeResponseMessage*>(content)) return Control::HandShakeResponse;
-  if (dynamic_cast<KXCSUpdateMessage*>(content)) return Control::Update;
-  if (dynamic_cast<KXCSPullEvaluateMessage*>(content)) return Control::PullEvaluate;
-  return Control::None;
-}
 
 std::shared_ptr<KXCustomerServiceConfig> configurationOf(const KXCSHandShakeResponseMessage& r) {
   auto config = std::make_shared<KXCustomerServiceConfig>();
@@ -59,37 +48,40 @@ KXCSModeType modeOfServiceType(int32_t type) {
 bool KXControlMessageHandler::handle(const std::shared_ptr<KXMessage>& message) {
   if (!message || message->conversationType() != KXConversationTypeCustomerService) return false;
   const std::shared_ptr<KXMessageContent>& content = message->content();
-  const Control control = controlOf(content.get());
+  const KXMessageTypeTable::Entry* entry = KXMessageTypeTable::controlOf(content.get());
+  if (!entry) return false;
 
   // Control messages sent before the last confirmed handshake belong to an earlier service.
   const int64_t handShakeTime = state_.handShakeMessageSendTime.load();
   const bool current = handShakeTime != 0 && message->sentTime() >= handShakeTime;
-  if (!current && control != Control::None) return true;
+  if (!current) return true;
 
   const Session session = state_.sessionFor(message->targetId());
+  // Each callback and host call inside is guarded on its own; this only keeps anything else
+  // (memory running out) away from the host's delivery thread.
   KXCallbackGuard::run([&] {
-    switch (control) {
-      case Control::ChangeModeResponse:
+    switch (entry->control) {
+      case KXControl::ChangeModeResponse:
         changeModeResponse(message, static_cast<KXCSChangeModeResponseMessage&>(*content), session);
         break;
-      case Control::Terminate:
+      case KXControl::Terminate:
         terminate(*message, static_cast<KXCSTerminateMessage&>(*content), session);
         break;
-      case Control::HandShakeResponse:
+      case KXControl::HandShakeResponse:
         handShakeResponse(message, std::static_pointer_cast<KXCSHandShakeResponseMessage>(content),
                           session);
         break;
-      case Control::Update:
+      case KXControl::Update:
         update(static_cast<KXCSUpdateMessage&>(*content), session);
         break;
-      case Control::PullEvaluate:
+      case KXControl::PullEvaluate:
         pullEvaluate(static_cast<KXCSPullEvaluateMessage&>(*content), session);
         break;
-      case Control::None:
+      case KXControl::None:
         break;
     }
   });
-  return control != Control::None && control != Control::PullEvaluate;
+  return entry->consumed;
 }
 
 void KXControlMessageHandler::handShakeResponse(
@@ -99,44 +91,28 @@ void KXControlMessageHandler::handShakeResponse(
   const KXCSHandShakeResponseMessage& r = *response;
   if (r.code() == 0) {
     KXMainThread::post([session, response] {
-      if (auto onError = session->errorBlock()) {
-        onError(response->code(), nonEmpty(response->msg()) ? *response->msg() : "连接客服失败!");
-      }
+      KXCallbackGuard::call(session->errorBlock(), response->code(),
+                            nonEmpty(response->msg()) ? *response->msg() : "连接客服失败!");
     });
     return;
   }
 
   auto config = configurationOf(r);
-  session->setUid(r.uid());
-  session->setCid(r.cid());
-  session->setPid(r.pid());
-  session->setType(r.type());
-  session->setRobotHelloWord(r.robotHelloWord());
-  session->setRobotName(r.robotName());
-  session->setRobotLogo(r.robotLogo());
-  session->setGroupList(r.groupList());
-  session->setReportResolveStatus(r.reportResolveStatus() != 0);
-  session->setSuspendWhenQuit(r.suspendWhenQuit());
-  session->setIsQuited(false);
+  session->updateFromHandShakeResponse(r);
 
-  if (r.evaConfig()) {
-    if (auto onEvaConfig = session->evaConfigBlock()) {
-      KXCallbackGuard::run([&] { onEvaConfig(r.evaConfig()); });
-    }
-  }
-  KXMainThread::post([session, config] {
-    if (auto onSuccess = session->successBlock()) onSuccess(config);
-  });
+  if (r.evaConfig()) KXCallbackGuard::call(session->evaConfigBlock(), r.evaConfig());
+  KXMainThread::post([session, config] { KXCallbackGuard::call(session->successBlock(), config); });
 
   if (r.type() != KXCSServiceTypeRobotOnly && r.type() != KXCSServiceTypeRobotFirst) {
     if (r.requiredChangMode()) client_.switchToHumanMode(message->targetId());
   } else {
-    showRobotGreeting(*message, r.robotHelloWord(), r.robotName(), r.robotLogo());
+    showRobotGreeting(client_, *message, r.robotHelloWord(), r.robotName(), r.robotLogo());
   }
   reportMode(session, modeOfServiceType(r.type()));
 }
 
-void KXControlMessageHandler::showRobotGreeting(const KXMessage& message, const KXString& helloWord,
+void KXControlMessageHandler::showRobotGreeting(KXCustomerServiceClient& client,
+                                                const KXMessage& message, const KXString& helloWord,
                                                 const KXString& robotName,
                                                 const KXString& robotLogo) {
   if (!nonEmpty(helloWord)) return;
@@ -145,11 +121,7 @@ void KXControlMessageHandler::showRobotGreeting(const KXMessage& message, const 
     text->setSenderUserInfo(
         std::make_shared<KXUserInfo>(message.senderUserId(), robotName, robotLogo));
   }
-  auto core = KXCoreClient::sharedCoreClient();
-  if (!core) return;
-  auto record = core->insertIncomingMessage(KXConversationTypeCustomerService, message.targetId(),
-                                            message.targetId(), KXReceivedStatusRead, text);
-  KXCustomerServiceClient::sharedCustomerServiceClient().onReceiveFakeMessage(std::move(record));
+  client.onReceiveFakeMessage(KXHost::insertIncoming(message.targetId(), std::move(text)));
 }
 
 void KXControlMessageHandler::changeModeResponse(const std::shared_ptr<KXMessage>& message,
@@ -166,7 +138,7 @@ void KXControlMessageHandler::changeModeResponse(const std::shared_ptr<KXMessage
       if (type == KXCSServiceTypeHumanFirst) {
         // No agent: a human-first service falls back to the robot.
         KXMainThread::post([client = &client_, session, message] {
-          showRobotGreeting(*message, session->robotHelloWord(), session->robotName(),
+          showRobotGreeting(*client, *message, session->robotHelloWord(), session->robotName(),
                             session->robotLogo());
           session->setType(KXCSServiceTypeRobotFirst);
           reportModeNow(*client, session, KXCSModeRobotFirst);
@@ -187,7 +159,7 @@ void KXControlMessageHandler::changeModeResponse(const std::shared_ptr<KXMessage
 
   auto onEvaConfig = session->evaConfigBlock();
   if (!onEvaConfig || !response.evaConfig()) return;
-  KXCallbackGuard::run([&] { onEvaConfig(response.evaConfig()); });
+  KXCallbackGuard::call(onEvaConfig, response.evaConfig());
   // Each entry's "isQuestionFlag" sets reportResolveStatus: a missing key reads as false, only
   // an explicit null leaves it alone. The last entry that sets it wins.
   const KXDictionary* entries =
@@ -207,7 +179,8 @@ void KXControlMessageHandler::terminate(const KXMessage& message, const KXCSTerm
   if (nonEmpty(end.msg())) client_.notifyCustomerService(message.targetId(), end.msg(), true);
   if (end.code() == 0) {
     KXMainThread::post([client = &client_, session, text = end.msg(), kefuId = message.targetId()] {
-      if (auto onQuit = session->quitBlock()) onQuit(nonEmpty(text) ? *text : "客服会话已结束!");
+      // The stop follows in every case, also when the quit callback throws.
+      KXCallbackGuard::call(session->quitBlock(), nonEmpty(text) ? *text : "客服会话已结束!");
       client->stopCustomerService(kefuId);
     });
   } else if (end.code() == 1) {
@@ -240,7 +213,7 @@ void KXControlMessageHandler::pullEvaluate(const KXCSPullEvaluateMessage& reques
                                            const Session& session) {
   KXMainThread::post([session, dialogId = request.evaluateId()] {
     if (!session) return;
-    if (auto onPullEvaluation = session->pullEvaluationBlock()) onPullEvaluation(dialogId);
+    KXCallbackGuard::call(session->pullEvaluationBlock(), dialogId);
   });
 }
 
@@ -252,7 +225,7 @@ void KXControlMessageHandler::reportModeNow(KXCustomerServiceClient& client, con
                                             KXCSModeType mode) {
   if (auto onModeType = session->modeTypeBlock()) {
     client.setCurrentCSModeType(mode);
-    onModeType(mode);
+    KXCallbackGuard::call(onModeType, mode);
   }
 }
 

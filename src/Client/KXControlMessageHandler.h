@@ -23,8 +23,9 @@ class KXControlMessageHandler {
 
   // Shows the robot's greeting as a local incoming text message of the message's desk, when
   // `helloWord` is a non-empty string.
-  static void showRobotGreeting(const KXMessage& message, const KXString& helloWord,
-                                const KXString& robotName, const KXString& robotLogo);
+  static void showRobotGreeting(KXCustomerServiceClient& client, const KXMessage& message,
+                                const KXString& helloWord, const KXString& robotName,
+                                const KXString& robotLogo);
 
  private:
   using Session = std::shared_ptr<KXCustomerServiceSession>;

@@ -1,46 +1,60 @@
 #include "QuorCustomerService/Extension/QuorCustomerServiceExtensionModule.h"
 
-#include "Host/KXLog.h"
+#include "Message/KXMessageTypeTable.h"
 #include "QuorCustomerService/Host/KXCoreClient.h"
 #include "QuorCustomerService/Host/KXHostConstants.h"
 #include "QuorCustomerService/KXCustomerServiceClient.h"
-#include "QuorCustomerService/Message/KXCSChangeModeMessage.h"
-#include "QuorCustomerService/Message/KXCSChangeModeResponseMessage.h"
-#include "QuorCustomerService/Message/KXCSEvaluateMessage.h"
-#include "QuorCustomerService/Message/KXCSHandShakeMessage.h"
-#include "QuorCustomerService/Message/KXCSHandShakeResponseMessage.h"
-#include "QuorCustomerService/Message/KXCSLeaveMessage.h"
-#include "QuorCustomerService/Message/KXCSPullEvaluateMessage.h"
-#include "QuorCustomerService/Message/KXCSPullLeaveMessage.h"
-#include "QuorCustomerService/Message/KXCSSuspendMessage.h"
-#include "QuorCustomerService/Message/KXCSTerminateMessage.h"
-#include "QuorCustomerService/Message/KXCSUpdateMessage.h"
+#include "Support/KXHost.h"
+#include "Support/KXLog.h"
 
 namespace quor {
+namespace {
+
+// Registration runs once to its end: a host whose registerMessageType() throws leaves the rest
+// for the next load, which continues with the type that failed.
+std::once_flag registrationDone;
+std::size_t nextRegistration = 0;
+thread_local bool registering = false;
+
+struct RegistrationFailed {};
+
+void registerMessageTypes(const QuorCustomerServiceExtensionModule& module) {
+  if (registering) {
+    // The host called the load from inside its registerMessageType(): not allowed.
+    KXLog::error(KX_LOG_TAG,
+                 "ERROR: loadQuorExtensionModule called again while registering message types");
+    return;
+  }
+  registering = true;
+  std::string failed;
+  try {
+    std::call_once(registrationDone, [&] {
+      const auto types = module.messageTypeList();
+      for (; nextRegistration < types.size(); ++nextRegistration) {
+        if (!KXHost::registerType(types[nextRegistration])) {
+          failed = types[nextRegistration].objectName();
+          throw RegistrationFailed{};
+        }
+      }
+    });
+  } catch (...) {
+    KXLog::error(KX_LOG_TAG, "ERROR: registering message type " + failed +
+                                 " failed; the next loadQuorExtensionModule retries it");
+  }
+  registering = false;
+}
+
+}  // namespace
 
 QuorCustomerServiceExtensionModule& QuorCustomerServiceExtensionModule::loadQuorExtensionModule() {
   KXLog::info(KX_LOG_TAG, "QuorCustomerServiceExtensionModule loadQuorExtensionModule");
-  // Made and registered exactly once; never destroyed, like the client it forwards to.
+  // Made once and never destroyed, like the client it forwards to.
   static QuorCustomerServiceExtensionModule* module = [] {
     auto* created = new QuorCustomerServiceExtensionModule();
-    // Every type but the evaluation message, which is only ever sent.
-    created->setMessageTypeList({
-        KXMessageContentType::of<KXCSChangeModeMessage>(),
-        KXMessageContentType::of<KXCSChangeModeResponseMessage>(),
-        KXMessageContentType::of<KXCSHandShakeMessage>(),
-        KXMessageContentType::of<KXCSHandShakeResponseMessage>(),
-        KXMessageContentType::of<KXCSSuspendMessage>(),
-        KXMessageContentType::of<KXCSTerminateMessage>(),
-        KXMessageContentType::of<KXCSUpdateMessage>(),
-        KXMessageContentType::of<KXCSPullEvaluateMessage>(),
-        KXMessageContentType::of<KXCSPullLeaveMessage>(),
-        KXMessageContentType::of<KXCSLeaveMessage>(),
-    });
-    for (const auto& type : created->messageTypeList()) {
-      if (auto core = KXCoreClient::sharedCoreClient()) core->registerMessageType(type);
-    }
+    created->setMessageTypeList(KXMessageTypeTable::registered());
     return created;
   }();
+  registerMessageTypes(*module);
   return *module;
 }
 
@@ -61,19 +75,7 @@ void QuorCustomerServiceExtensionModule::destroyModule() {
 }
 
 std::vector<KXMessageContentType> QuorCustomerServiceExtensionModule::getSignalMessageClassList() {
-  // The evaluation message is a signal although it is not registered; the two leave-message
-  // types are not signals.
-  return {
-      KXMessageContentType::of<KXCSEvaluateMessage>(),
-      KXMessageContentType::of<KXCSUpdateMessage>(),
-      KXMessageContentType::of<KXCSPullEvaluateMessage>(),
-      KXMessageContentType::of<KXCSChangeModeResponseMessage>(),
-      KXMessageContentType::of<KXCSTerminateMessage>(),
-      KXMessageContentType::of<KXCSSuspendMessage>(),
-      KXMessageContentType::of<KXCSHandShakeResponseMessage>(),
-      KXMessageContentType::of<KXCSHandShakeMessage>(),
-      KXMessageContentType::of<KXCSChangeModeMessage>(),
-  };
+  return KXMessageTypeTable::signals();
 }
 
 bool QuorCustomerServiceExtensionModule::didHoldReceivedMessage(
@@ -99,5 +101,9 @@ void QuorCustomerServiceExtensionModule::setDeviceToken(const KXString&) {}
 }  // namespace quor
 
 extern "C" quor::QuorIMLibExtensionModule* QuorCustomerServiceLoadExtensionModule(void) {
-  return &quor::QuorCustomerServiceExtensionModule::loadQuorExtensionModule();
+  try {
+    return &quor::QuorCustomerServiceExtensionModule::loadQuorExtensionModule();
+  } catch (...) {
+    return nullptr;  // only when the module cannot even be allocated
+  }
 }

@@ -1,6 +1,6 @@
 #include "QuorCustomerService/Host/KXCoreClient.h"
 
-#include "Host/KXInstanceSlot.h"
+#include "Support/KXInstanceSlot.h"
 
 namespace quor {
 KXCoreClient::~KXCoreClient() = default;

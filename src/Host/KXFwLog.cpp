@@ -1,6 +1,6 @@
 #include "QuorCustomerService/Host/KXFwLog.h"
 
-#include "Host/KXInstanceSlot.h"
+#include "Support/KXInstanceSlot.h"
 
 namespace quor {
 

@@ -1,6 +1,6 @@
 #include "QuorCustomerService/Host/KXLocalConfiguration.h"
 
-#include "Host/KXInstanceSlot.h"
+#include "Support/KXInstanceSlot.h"
 
 namespace quor {
 KXLocalConfiguration::~KXLocalConfiguration() = default;

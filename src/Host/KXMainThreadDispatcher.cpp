@@ -1,6 +1,6 @@
 #include "QuorCustomerService/Host/KXMainThreadDispatcher.h"
 
-#include "Host/KXInstanceSlot.h"
+#include "Support/KXInstanceSlot.h"
 #include "QuorCustomerService/Host/KXMainRunLoop.h"
 
 namespace quor {

@@ -1,9 +1,9 @@
 #include "QuorCustomerService/Message/KXCSHandShakeResponseMessage.h"
 
-#include "Host/KXLog.h"
 #include "Message/KXContentTypeDefinition.h"
 #include "Message/KXJsonReader.h"
-#include "QuorCustomerService/Host/KXLocalConfiguration.h"
+#include "Support/KXHost.h"
+#include "Support/KXLog.h"
 
 namespace quor {
 namespace {
@@ -39,11 +39,6 @@ std::shared_ptr<KXEvaluateItem> makeEvaluateItem(const KXDictionary& entry) {
   return item;
 }
 
-bool localSuspendWhenLeave() {
-  const auto configuration = KXLocalConfiguration::sharedInstance();
-  return configuration && configuration->csSuspendWhenLeave();
-}
-
 }  // namespace
 
 KX_RECEIVED_CONTENT_TYPE(KXCSHandShakeResponseMessage, "KX:CsHsR", 0)
@@ -74,7 +69,7 @@ void KXCSHandShakeResponseMessage::decodeWithData(const KXData& data) {
     userTipWord_ = Reader::string(Reader::find(d, "userTipWord"));
     // The key's presence decides, not its value: a present false does not fall back.
     const KXDictionary* suspend = Reader::find(d, "suspendWhenQuit");
-    suspendWhenQuit_ = suspend ? Reader::boolean(suspend) : localSuspendWhenLeave();
+    suspendWhenQuit_ = suspend ? Reader::boolean(suspend) : KXHost::suspendWhenLeave();
     disableLocation_ = Reader::integer(Reader::find(d, "disableLocation"));
     robotName_ = Reader::string(Reader::find(d, "robotName"));
     robotLogo_ = Reader::string(Reader::find(d, "robotIcon"));

@@ -1,6 +1,6 @@
 #include "QuorCustomerService/Message/KXCSTerminateMessage.h"
 
-#include "Host/KXLog.h"
+#include "Support/KXLog.h"
 #include "Message/KXContentTypeDefinition.h"
 #include "Message/KXJsonReader.h"
 

@@ -1,5 +1,7 @@
 #include "QuorCustomerService/Message/KXCustomerServiceSession.h"
 
+#include "QuorCustomerService/Message/KXCSHandShakeResponseMessage.h"
+
 namespace quor {
 
 // A getter copies under the lock; a setter swaps under the lock and lets the old value go
@@ -36,5 +38,29 @@ KX_LOCKED_PROPERTY(KXQuitBlock, quitBlock, QuitBlock)
 KX_LOCKED_PROPERTY(KXEvaConfigBlock, evaConfigBlock, EvaConfigBlock)
 
 #undef KX_LOCKED_PROPERTY
+
+KXCSServiceIdentifiers KXCustomerServiceSession::identifiers() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return {uid_, cid_, pid_};
+}
+
+void KXCustomerServiceSession::updateFromHandShakeResponse(const KXCSHandShakeResponseMessage& r) {
+  // Read the response first: its getters copy, and nothing but the assignments runs locked.
+  KXString uid = r.uid(), cid = r.cid(), pid = r.pid();
+  KXString helloWord = r.robotHelloWord(), name = r.robotName(), logo = r.robotLogo();
+  KXCustomerServiceGroupList groups = r.groupList();
+  std::lock_guard<std::mutex> lock(mutex_);
+  uid_.swap(uid);
+  cid_.swap(cid);
+  pid_.swap(pid);
+  type_ = r.type();
+  robotHelloWord_.swap(helloWord);
+  robotName_.swap(name);
+  robotLogo_.swap(logo);
+  groupList_.swap(groups);
+  reportResolveStatus_ = r.reportResolveStatus() != 0;
+  suspendWhenQuit_ = r.suspendWhenQuit();
+  isQuited_ = false;
+}
 
 }  // namespace quor

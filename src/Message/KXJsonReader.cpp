@@ -3,7 +3,7 @@
 #include <cmath>
 #include <limits>
 
-#include "Host/KXLog.h"
+#include "Support/KXLog.h"
 
 namespace quor {
 namespace {

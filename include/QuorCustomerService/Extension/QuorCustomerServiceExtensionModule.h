@@ -18,6 +18,9 @@ class QUOR_CS_EXPORT QuorCustomerServiceExtensionModule : public QuorIMLibExtens
  public:
   // Creates the one module on the first call (safely under concurrent first calls) and
   // registers the message types with the installed core client then; logs on every call.
+  // A host whose registerMessageType() throws gets the failure logged, and the next load
+  // continues the registration with the type that failed. A host must not call the load from
+  // inside registerMessageType(): such a call is logged and returns without registering.
   static QuorCustomerServiceExtensionModule& loadQuorExtensionModule();
 
   // The types registered with the host, in registration order.
@@ -49,6 +52,7 @@ class QUOR_CS_EXPORT QuorCustomerServiceExtensionModule : public QuorIMLibExtens
 }  // namespace quor
 
 // For hosts that find extensions with dlopen()/dlsym(): loads the module
-// (loadQuorExtensionModule) and returns it. Never null; the module lives until the process ends.
+// (loadQuorExtensionModule) and returns it. Null only when memory runs out; the module lives
+// until the process ends.
 extern "C" QUOR_CS_EXPORT quor::QuorIMLibExtensionModule* QuorCustomerServiceLoadExtensionModule(
     void);

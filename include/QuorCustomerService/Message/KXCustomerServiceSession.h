@@ -33,6 +33,15 @@ using KXQuitBlock = std::function<void(const std::string& message)>;
 // The human-evaluation configuration arrived. Called on the thread that delivered the message.
 using KXEvaConfigBlock = std::function<void(const std::shared_ptr<const KXDictionary>& evaConfig)>;
 
+class KXCSHandShakeResponseMessage;
+
+// The three identifiers of a service as the desk gave them, read together.
+struct KXCSServiceIdentifiers {
+  KXString uid;
+  KXString cid;
+  KXString pid;
+};
+
 // The record of one service with one desk: the identifiers from the desk's handshake response,
 // the robot's presentation, the flags that steer stopping and evaluation, and the
 // application's callbacks. Sessions are made by the first start for a desk and never removed.
@@ -41,6 +50,12 @@ using KXEvaConfigBlock = std::function<void(const std::shared_ptr<const KXDictio
 // host runs). Getters return copies.
 class QUOR_CS_EXPORT KXCustomerServiceSession {
  public:
+  // uid, cid and pid as one consistent snapshot: never two of them from different handshakes.
+  KXCSServiceIdentifiers identifiers() const;
+  // Takes a successful handshake response's identifiers, type, robot fields, groups and flags
+  // as one step, and marks the service as running (isQuited false).
+  void updateFromHandShakeResponse(const KXCSHandShakeResponseMessage& response);
+
   KXString uid() const;
   void setUid(KXString uid);
   KXString cid() const;

@@ -8,8 +8,8 @@
 
 namespace quor {
 
-// Every entry has the type 1024 and the writing source file's name as its tag; pass
-// KX_LOG_TAG from the file that writes the entry.
+// A logger that throws loses the entry and nothing else. Every entry has the type 1024 and the
+// writing source file's name as its tag; pass KX_LOG_TAG from the file that writes the entry.
 class KXLog {
  public:
   // The text of a source path after its last "/".
@@ -19,8 +19,8 @@ class KXLog {
   }
 
   static void info(std::string_view tag, std::string_view format,
-                   std::initializer_list<KXLogArgument> keys = {});
-  static void error(std::string_view tag, std::string_view text);
+                   std::initializer_list<KXLogArgument> keys = {}) noexcept;
+  static void error(std::string_view tag, std::string_view text) noexcept;
 };
 
 }  // namespace quor

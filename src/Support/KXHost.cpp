@@ -1,0 +1,65 @@
+#include "Support/KXHost.h"
+
+#include "QuorCustomerService/Host/KXHostConstants.h"
+#include "QuorCustomerService/Host/KXLocalConfiguration.h"
+#include "Support/KXCallbackGuard.h"
+
+namespace quor {
+
+void KXHost::send(const KXString& kefuId, std::shared_ptr<KXMessageContent> content,
+                  KXCoreClient::SuccessBlock success, KXCoreClient::ErrorBlock error) {
+  auto core = KXCoreClient::sharedCoreClient();
+  if (!core) return;
+  KXCallbackGuard::host(std::shared_ptr<KXMessage>(), [&] {
+    return core->sendMessage(KXConversationTypeCustomerService, kefuId, std::move(content),
+                             std::nullopt, std::nullopt, std::move(success), std::move(error));
+  });
+}
+
+void KXHost::sendReportingRecords(const KXString& kefuId, std::shared_ptr<KXMessageContent> content,
+                                  KXCoreClient::RecordSuccessBlock success,
+                                  KXCoreClient::RecordErrorBlock error) {
+  auto core = KXCoreClient::sharedCoreClient();
+  if (!core) return;
+  KXCallbackGuard::host(std::shared_ptr<KXMessage>(), [&] {
+    return core->sendMessageSuccessBlock(KXConversationTypeCustomerService, kefuId,
+                                         std::move(content), std::nullopt, std::nullopt,
+                                         std::move(success), std::move(error));
+  });
+}
+
+std::shared_ptr<KXMessage> KXHost::insertIncoming(const KXString& kefuId,
+                                                  std::shared_ptr<KXMessageContent> content) {
+  auto core = KXCoreClient::sharedCoreClient();
+  if (!core) return nullptr;
+  return KXCallbackGuard::host(std::shared_ptr<KXMessage>(), [&] {
+    return core->insertIncomingMessage(KXConversationTypeCustomerService, kefuId, kefuId,
+                                       KXReceivedStatusRead, std::move(content));
+  });
+}
+
+void KXHost::receiveFake(std::shared_ptr<KXMessage> message) {
+  auto core = KXCoreClient::sharedCoreClient();
+  if (!core) return;
+  KXCallbackGuard::host(true, [&] {
+    core->onReceiveFakeMessage(std::move(message));
+    return true;
+  });
+}
+
+bool KXHost::registerType(const KXMessageContentType& type) {
+  auto core = KXCoreClient::sharedCoreClient();
+  if (!core) return true;
+  return KXCallbackGuard::host(false, [&] {
+    core->registerMessageType(type);
+    return true;
+  });
+}
+
+bool KXHost::suspendWhenLeave() {
+  const auto configuration = KXLocalConfiguration::sharedInstance();
+  if (!configuration) return false;
+  return KXCallbackGuard::host(false, [&] { return configuration->csSuspendWhenLeave(); });
+}
+
+}  // namespace quor

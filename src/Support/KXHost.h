@@ -1,0 +1,35 @@
+// The library's calls into the host. Each fetches the installed implementation afresh and is
+// guarded: without a host installed a call does nothing, and a host that throws is logged and
+// treated as having returned nothing, so its exception never unwinds through the library.
+#pragma once
+
+#include <memory>
+
+#include "QuorCustomerService/Host/KXCoreClient.h"
+
+namespace quor {
+
+class KXHost {
+ public:
+  // Sends a content to a desk in the customer-service conversation, without push texts.
+  static void send(const KXString& kefuId, std::shared_ptr<KXMessageContent> content,
+                   KXCoreClient::SuccessBlock success = nullptr,
+                   KXCoreClient::ErrorBlock error = nullptr);
+  // The same with the variant whose closures receive the message record (the handshake).
+  static void sendReportingRecords(const KXString& kefuId,
+                                   std::shared_ptr<KXMessageContent> content,
+                                   KXCoreClient::RecordSuccessBlock success,
+                                   KXCoreClient::RecordErrorBlock error);
+  // Stores a local message of the desk's conversation as received from the desk, read; returns
+  // its record, or null.
+  static std::shared_ptr<KXMessage> insertIncoming(const KXString& kefuId,
+                                                   std::shared_ptr<KXMessageContent> content);
+  // Hands a local record (possibly null) to the application's receive listeners.
+  static void receiveFake(std::shared_ptr<KXMessage> message);
+  // Registers a type; false when the host threw.
+  static bool registerType(const KXMessageContentType& type);
+  // The host's local setting csSuspendWhenLeave; false without settings.
+  static bool suspendWhenLeave();
+};
+
+}  // namespace quor
