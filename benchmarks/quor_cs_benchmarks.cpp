@@ -299,7 +299,7 @@ class ThreadCheckingLogger : public KXFwLog {
  public:
   void write(int32_t, int32_t, std::string_view, std::string_view format,
              std::initializer_list<KXLogArgument>) override {
-    if (QuorLoopbackHost::currentThreadName() == "main" &&
+    if (QuorLoopbackHost::threadName() == "main" &&
         format.find("JSON is") != std::string_view::npos) {
       ++mainThreadJson;
     }

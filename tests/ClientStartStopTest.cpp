@@ -35,10 +35,10 @@ TEST_F(StartStop, StartRecordsTheDeskAndSendsTheHandshake) {
   EXPECT_EQ(send.conversationType, 5);
   EXPECT_EQ(send.targetId, "desk");
   EXPECT_EQ(send.objectName, "KX:CsHs");
-  EXPECT_EQ(send.bytes, info->encode());
+  EXPECT_EQ(send.body, info->encode());
   EXPECT_FALSE(send.pushContent);
   EXPECT_FALSE(send.pushData);
-  EXPECT_EQ(send.closures, Closures::Records);
+  EXPECT_EQ(send.closures, QuorSendClosures::Records);
   EXPECT_EQ(host->pendingMain(), 0u);  // no mode callback at start
   EXPECT_EQ(client().handShakeMessageSendTime(), 0);
 }
@@ -107,7 +107,7 @@ TEST_F(StartStop, StopClearsCallbacksAndSuspendsOnlyWhenAsked) {
   session("loud")->setSuspendWhenQuit(true);
   client().stopCustomerService("loud");
   EXPECT_EQ(sent().back(), "KX:CsSp {}");
-  EXPECT_EQ(host->sends().back().closures, Closures::None);
+  EXPECT_EQ(host->sends().back().closures, QuorSendClosures::None);
 
   // A second start replaces six callbacks; the evaluation-configuration callback stays absent.
   start("quiet");

@@ -62,8 +62,8 @@ TEST_F(EvaluationAndLeaveMessage, EvaluationBodies) {
     ASSERT_EQ(host->sends().size(), 1u);
     const RecordedSend send = host->sends()[0];
     EXPECT_EQ(send.objectName, "KX:CsEva");
-    EXPECT_EQ(send.body, KXDictionary::parse(row.body));
-    EXPECT_EQ(send.closures, Closures::None);
+    EXPECT_EQ(send.json, KXDictionary::parse(row.body));
+    EXPECT_EQ(send.closures, QuorSendClosures::None);
     EXPECT_EQ(send.targetId, std::string(row.name) == "unknown desk" ? "nobody" : "desk");
   }
 }
@@ -98,7 +98,7 @@ TEST_F(EvaluationAndLeaveMessage, LeaveMessageReportsTheHostsOutcomeOnItsThread)
   client().leaveMessageCustomerService(
       "never-started", std::make_shared<const KXDictionary>(KXDictionary::object()), succeed, fail);
   EXPECT_THAT(sent(), ElementsAre(R"(KX:CsLM {"name":"Ann","tel":"138"})", "KX:CsLM {}"));
-  EXPECT_EQ(host->sends()[0].closures, Closures::Ids);
+  EXPECT_EQ(host->sends()[0].closures, QuorSendClosures::Ids);
   EXPECT_EQ(host->sends()[0].targetId, "never-started");
   runOnThread("host", [&] {
     host->confirmSend(0, 1);

@@ -103,7 +103,7 @@ TEST_F(NoticesAndHumanMode, GroupSelectionSendsWhateverGroupIsNamed) {
                                   R"(KX:CsCha {"uid":"u","sid":"c","groupid":""})", "KX:CsCha {}"));
   for (const auto& send : host->sends()) {
     if (send.objectName == "KX:CsCha") {
-      EXPECT_EQ(send.closures, Closures::None);
+      EXPECT_EQ(send.closures, QuorSendClosures::None);
       EXPECT_FALSE(send.pushContent || send.pushData);
     }
   }

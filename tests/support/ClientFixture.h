@@ -99,7 +99,7 @@ class ClientFixture : public HostFixture {
   std::vector<std::string> sent() const {
     std::vector<std::string> lines;
     for (const auto& send : host->sends())
-      lines.push_back(send.objectName + " " + send.body.dump());
+      lines.push_back(send.objectName + " " + send.json.dump());
     return lines;
   }
 

@@ -1,5 +1,6 @@
 #include "RecordingHost.h"
 
+#include <stdexcept>
 #include <thread>
 
 namespace quor::test {
@@ -22,97 +23,65 @@ void runOnThread(const std::string& name, const std::function<void()>& work) {
 
 std::shared_ptr<RecordingHost> RecordingHost::install() {
   auto host = std::make_shared<RecordingHost>();
-  KXCoreClient::setSharedCoreClient(host);
-  KXFwLog::setInstance(host);
-  KXLocalConfiguration::setSharedInstance(host);
-  KXMainThreadDispatcher::setShared(host);
+  host->QuorHostBase::install();
   return host;
 }
 
-void RecordingHost::uninstall() {
-  KXCoreClient::setSharedCoreClient(nullptr);
-  KXFwLog::setInstance(nullptr);
-  KXLocalConfiguration::setSharedInstance(nullptr);
-  KXMainThreadDispatcher::setShared(nullptr);
+void RecordingHost::setThrows(HostCall call, bool throws) {
+  const unsigned bit = 1u << static_cast<unsigned>(call);
+  if (throws) {
+    throwing_ |= bit;
+  } else {
+    throwing_ &= ~bit;
+  }
 }
 
-std::shared_ptr<KXMessage> RecordingHost::recordSend(
-    int32_t conversationType, const KXString& targetId, std::shared_ptr<KXMessageContent> content,
-    const KXString& pushContent, const KXString& pushData, Closures closures, PendingSend pending) {
-  RecordedSend send;
-  send.thread = currentThreadName();
-  send.conversationType = conversationType;
-  send.targetId = targetId;
-  send.content = content;
-  send.objectName = content ? content->objectName() : "";
-  // Encoding happens outside the lock: it may log.
-  send.bytes = content ? content->encode() : std::nullopt;
-  if (send.bytes) send.body = KXDictionary::parse(*send.bytes, nullptr, false);
-  if (send.body.is_discarded()) send.body = nullptr;
-  send.pushContent = pushContent;
-  send.pushData = pushData;
-  send.closures = closures;
+void RecordingHost::throwIf(HostCall call) const {
+  if (throwing_ & (1u << static_cast<unsigned>(call))) throw std::runtime_error("host fault");
+}
+
+bool RecordingHost::csSuspendWhenLeave() const {
+  throwIf(HostCall::Configuration);
+  return QuorHostBase::csSuspendWhenLeave();
+}
+
+void RecordingHost::transmit(QuorOutgoingSend send, std::shared_ptr<QuorPendingSend> pending) {
+  throwIf(HostCall::Send);
+  RecordedSend recorded;
+  static_cast<QuorOutgoingSend&>(recorded) = std::move(send);
+  if (recorded.body) recorded.json = KXDictionary::parse(*recorded.body, nullptr, false);
+  if (recorded.json.is_discarded()) recorded.json = nullptr;
   std::lock_guard<std::mutex> lock(mutex_);
-  send.record =
-      std::make_shared<KXMessage>(conversationType, targetId, 1, nextMessageId_++, content);
-  auto record = send.record;
-  sends_.push_back(std::move(send));
+  sends_.push_back(std::move(recorded));
   pending_.push_back(std::move(pending));
-  return record;
 }
 
-std::shared_ptr<KXMessage> RecordingHost::sendMessage(
-    int32_t conversationType, const KXString& targetId, std::shared_ptr<KXMessageContent> content,
-    const KXString& pushContent, const KXString& pushData, SuccessBlock success, ErrorBlock error) {
-  const Closures closures = (success || error) ? Closures::Ids : Closures::None;
-  return recordSend(conversationType, targetId, std::move(content), pushContent, pushData, closures,
-                    {std::move(success), std::move(error), nullptr, nullptr});
-}
-
-std::shared_ptr<KXMessage> RecordingHost::sendMessageSuccessBlock(
-    int32_t conversationType, const KXString& targetId, std::shared_ptr<KXMessageContent> content,
-    const KXString& pushContent, const KXString& pushData, RecordSuccessBlock successBlock,
-    RecordErrorBlock errorBlock) {
-  return recordSend(conversationType, targetId, std::move(content), pushContent, pushData,
-                    Closures::Records,
-                    {nullptr, nullptr, std::move(successBlock), std::move(errorBlock)});
-}
-
-RecordingHost::PendingSend RecordingHost::takePending(std::size_t index,
-                                                      std::shared_ptr<KXMessage>& record) {
+std::shared_ptr<QuorPendingSend> RecordingHost::pendingAt(std::size_t index) const {
   std::lock_guard<std::mutex> lock(mutex_);
-  if (index >= pending_.size()) return {};
-  record = sends_[index].record;
-  // Each send reports at most once.
-  return std::exchange(pending_[index], PendingSend{});
+  return index < pending_.size() ? pending_[index] : nullptr;
 }
 
 void RecordingHost::confirmSend(std::size_t index, int64_t sentTime) {
-  std::shared_ptr<KXMessage> record;
-  PendingSend pending = takePending(index, record);
-  if (!record) return;
-  record->setSentTime(sentTime);
-  if (pending.success) pending.success(record->messageId());
-  if (pending.recordSuccess) pending.recordSuccess(record);
+  if (auto pending = pendingAt(index)) {
+    pending->record()->setSentTime(sentTime);
+    pending->succeedAgain();
+  }
 }
 
 void RecordingHost::failSend(std::size_t index, int64_t errorCode) {
-  std::shared_ptr<KXMessage> record;
-  PendingSend pending = takePending(index, record);
-  if (!record) return;
-  if (pending.error) pending.error(errorCode, record->messageId());
-  if (pending.recordError) pending.recordError(errorCode, record);
+  if (auto pending = pendingAt(index)) pending->failAgain(errorCode);
 }
 
 std::shared_ptr<KXMessage> RecordingHost::insertIncomingMessage(
     int32_t conversationType, const KXString& targetId, const KXString& senderUserId,
     int32_t receivedStatus, std::shared_ptr<KXMessageContent> content) {
+  throwIf(HostCall::Insert);
   std::lock_guard<std::mutex> lock(mutex_);
   RecordedInsert insert{currentThreadName(), conversationType, targetId, senderUserId,
                         receivedStatus,      content,          nullptr};
   if (!insertFails_) {
-    insert.record =
-        std::make_shared<KXMessage>(conversationType, targetId, 2, nextMessageId_++, content);
+    insert.record = std::make_shared<KXMessage>(conversationType, targetId, 2,
+                                                1000000 + int64_t(inserts_.size()), content);
     insert.record->setSenderUserId(senderUserId);
     insert.record->setReceivedStatus(receivedStatus);
   }
@@ -121,17 +90,21 @@ std::shared_ptr<KXMessage> RecordingHost::insertIncomingMessage(
 }
 
 void RecordingHost::onReceiveFakeMessage(std::shared_ptr<KXMessage> message) {
+  throwIf(HostCall::FakeReceive);
   std::lock_guard<std::mutex> lock(mutex_);
   fakeReceives_.push_back({currentThreadName(), std::move(message)});
 }
 
 void RecordingHost::registerMessageType(const KXMessageContentType& type) {
+  throwIf(HostCall::Register);
+  QuorHostBase::registerMessageType(type);
   std::lock_guard<std::mutex> lock(mutex_);
   registrations_.push_back(type);
 }
 
 void RecordingHost::write(int32_t level, int32_t type, std::string_view tag,
                           std::string_view format, std::initializer_list<KXLogArgument> keys) {
+  throwIf(HostCall::Log);
   RecordedLog log{
       currentThreadName(),          level, type, std::string(tag), std::string(format), {},
       KXFwLog::format(format, keys)};
@@ -144,6 +117,7 @@ void RecordingHost::write(int32_t level, int32_t type, std::string_view tag,
 }
 
 void RecordingHost::post(std::function<void()> closure) {
+  throwIf(HostCall::Post);
   std::lock_guard<std::mutex> lock(mutex_);
   mainQueue_.push_back(std::move(closure));
 }

@@ -11,10 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "QuorCustomerService/Host/KXCoreClient.h"
-#include "QuorCustomerService/Host/KXFwLog.h"
-#include "QuorCustomerService/Host/KXLocalConfiguration.h"
-#include "QuorCustomerService/Host/KXMainThreadDispatcher.h"
+#include "QuorHostBase/QuorHostBase.h"
 
 namespace quor::test {
 
@@ -34,20 +31,9 @@ class ThreadName {
 // Runs `work` on a new thread called `name` and waits for it.
 void runOnThread(const std::string& name, const std::function<void()>& work);
 
-enum class Closures { None, Ids, Records };
-
-struct RecordedSend {
-  std::string thread;
-  int32_t conversationType = 0;
-  KXString targetId;
-  std::shared_ptr<KXMessageContent> content;
-  std::string objectName;
-  KXData bytes;
-  KXDictionary body;  // the bytes parsed; null when absent or not JSON
-  KXString pushContent;
-  KXString pushData;
-  Closures closures = Closures::None;
-  std::shared_ptr<KXMessage> record;
+// One send: what the host took (the bytes are `body`), and those bytes parsed.
+struct RecordedSend : QuorOutgoingSend {
+  KXDictionary json;  // null when the bytes are absent or not JSON
 };
 
 struct RecordedInsert {
@@ -81,39 +67,27 @@ struct RecordedLog {
   std::string text;  // the format with its arguments filled in
 };
 
-class RecordingHost : public KXCoreClient,
-                      public KXFwLog,
-                      public KXLocalConfiguration,
-                      public KXMainThreadDispatcher,
-                      public std::enable_shared_from_this<RecordingHost> {
+// Host calls that a test can make throw.
+enum class HostCall { Send, Insert, FakeReceive, Register, Log, Configuration, Post };
+
+class RecordingHost : public QuorHostBase {
  public:
   // A new host, installed as core client, logger, local configuration and main dispatcher.
   static std::shared_ptr<RecordingHost> install();
-  // Removes every installed host implementation.
-  static void uninstall();
 
   // KXCoreClient
-  std::shared_ptr<KXMessage> sendMessage(int32_t conversationType, const KXString& targetId,
-                                         std::shared_ptr<KXMessageContent> content,
-                                         const KXString& pushContent, const KXString& pushData,
-                                         SuccessBlock success, ErrorBlock error) override;
-  std::shared_ptr<KXMessage> sendMessageSuccessBlock(
-      int32_t conversationType, const KXString& targetId, std::shared_ptr<KXMessageContent> content,
-      const KXString& pushContent, const KXString& pushData, RecordSuccessBlock successBlock,
-      RecordErrorBlock errorBlock) override;
   std::shared_ptr<KXMessage> insertIncomingMessage(
       int32_t conversationType, const KXString& targetId, const KXString& senderUserId,
       int32_t receivedStatus, std::shared_ptr<KXMessageContent> content) override;
   void onReceiveFakeMessage(std::shared_ptr<KXMessage> message) override;
   void registerMessageType(const KXMessageContentType& type) override;
 
-  // KXFwLog
+  // KXFwLog: records the entry with its arguments.
   void write(int32_t level, int32_t type, std::string_view tag, std::string_view format,
              std::initializer_list<KXLogArgument> keys) override;
 
   // KXLocalConfiguration
-  bool csSuspendWhenLeave() const override { return suspendWhenLeave_; }
-  void setSuspendWhenLeave(bool value) { suspendWhenLeave_ = value; }
+  bool csSuspendWhenLeave() const override;
 
   // KXMainThreadDispatcher: closures wait until the test drains them.
   void post(std::function<void()> closure) override;
@@ -123,43 +97,41 @@ class RecordingHost : public KXCoreClient,
   std::size_t pendingMain() const;
 
   // Reports send `index` as sent (the record gets `sentTime`) or failed, on the calling thread.
+  // Like a faulty host, it reports again when asked again: the library must cope.
   void confirmSend(std::size_t index, int64_t sentTime);
   void failSend(std::size_t index, int64_t errorCode);
 
   // Makes later inserts fail (return no record).
   void setInsertFails(bool fails) { insertFails_ = fails; }
+  // Makes later calls of this kind throw std::runtime_error("host fault").
+  void setThrows(HostCall call, bool throws);
 
   std::vector<RecordedSend> sends() const;
   std::vector<RecordedInsert> inserts() const;
   std::vector<RecordedFakeReceive> fakeReceives() const;
+  // Every registration, repeated ones included, in order.
   std::vector<KXMessageContentType> registrations() const;
   std::vector<RecordedLog> logs() const;
   void clear();
 
+ protected:
+  void transmit(QuorOutgoingSend send, std::shared_ptr<QuorPendingSend> pending) override;
+  std::string currentThreadName() const override { return test::currentThreadName(); }
+
  private:
-  struct PendingSend {
-    SuccessBlock success;
-    ErrorBlock error;
-    RecordSuccessBlock recordSuccess;
-    RecordErrorBlock recordError;
-  };
-  std::shared_ptr<KXMessage> recordSend(int32_t conversationType, const KXString& targetId,
-                                        std::shared_ptr<KXMessageContent> content,
-                                        const KXString& pushContent, const KXString& pushData,
-                                        Closures closures, PendingSend pending);
-  PendingSend takePending(std::size_t index, std::shared_ptr<KXMessage>& record);
+  void throwIf(HostCall call) const;
+  std::shared_ptr<QuorPendingSend> pendingAt(std::size_t index) const;
 
   mutable std::mutex mutex_;
   std::vector<RecordedSend> sends_;
-  std::vector<PendingSend> pending_;
+  std::vector<std::shared_ptr<QuorPendingSend>> pending_;
   std::vector<RecordedInsert> inserts_;
   std::vector<RecordedFakeReceive> fakeReceives_;
   std::vector<KXMessageContentType> registrations_;
   std::vector<RecordedLog> logs_;
   std::deque<std::function<void()>> mainQueue_;
-  int64_t nextMessageId_ = 1;
-  std::atomic<bool> suspendWhenLeave_{false};
   std::atomic<bool> insertFails_{false};
+  std::atomic<unsigned> throwing_{0};
 };
 
 // A received message record of conversation type 5 holding `content`.

@@ -106,7 +106,7 @@ void QuorReplayTrace::onRegister(const KXMessageContentType& type) {
          {"persistentFlag", type.persistentFlag()}});
 }
 
-void QuorReplayTrace::onSend(const QuorSendRecord& send) {
+void QuorReplayTrace::onSend(const QuorOutgoingSend& send) {
   KXDictionary body = nullptr;
   if (send.body) {
     body = KXDictionary::parse(*send.body, nullptr, false);
@@ -121,8 +121,8 @@ void QuorReplayTrace::onSend(const QuorSendRecord& send) {
          {"closures", closuresName(send.closures)},
          {"pushContent", text(send.pushContent)},
          {"pushData", text(send.pushData)},
-         {"messageId", send.messageId},
-         {"sentTime", send.sentTime}});
+         {"messageId", send.record->messageId()},
+         {"sentTime", send.record->sentTime()}});
 }
 
 void QuorReplayTrace::onInsert(const std::shared_ptr<KXMessage>& record,

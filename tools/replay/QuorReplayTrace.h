@@ -17,7 +17,7 @@ class QuorReplayTrace : public QuorLoopbackObserver {
   void event(const KXDictionary& line);
 
   void onRegister(const KXMessageContentType& type) override;
-  void onSend(const QuorSendRecord& send) override;
+  void onSend(const QuorOutgoingSend& send) override;
   void onInsert(const std::shared_ptr<KXMessage>& record, const std::string& thread) override;
   void onFakeReceive(const std::shared_ptr<KXMessage>& message, const std::string& thread) override;
   void onLog(const QuorLogEntry& entry) override;

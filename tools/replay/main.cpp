@@ -209,7 +209,7 @@ class Replay {
     KXDictionary args = KXDictionary::array();
     for (const auto& value : values) args.push_back(value);
     KXDictionary line = {{"ev", "callback"},
-                         {"thread", QuorLoopbackHost::currentThreadName()},
+                         {"thread", QuorLoopbackHost::threadName()},
                          {"name", name},
                          {"args", args}};
     if (name == "mode") {

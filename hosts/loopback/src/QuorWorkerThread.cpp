@@ -56,7 +56,7 @@ uint64_t QuorWorkerThread::finished() const {
 }
 
 void QuorWorkerThread::loop() {
-  QuorLoopbackHost::setCurrentThreadName(name_);
+  QuorLoopbackHost::setThreadName(name_);
   for (;;) {
     std::function<void()> work;
     {

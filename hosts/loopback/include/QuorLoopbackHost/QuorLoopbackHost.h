@@ -11,11 +11,8 @@
 #include <string>
 #include <vector>
 
-#include "QuorCustomerService/Extension/QuorCustomerServiceExtensionModule.h"
-#include "QuorCustomerService/Host/KXCoreClient.h"
-#include "QuorCustomerService/Host/KXFwLog.h"
-#include "QuorCustomerService/Host/KXLocalConfiguration.h"
 #include "QuorCustomerService/Host/KXMainRunLoop.h"
+#include "QuorHostBase/QuorHostBase.h"
 #include "QuorLoopbackHost/QuorLoopbackObserver.h"
 #include "QuorLoopbackHost/QuorLoopbackPeer.h"
 
@@ -33,35 +30,18 @@ class QuorWorkerThread;
 // - "main": the application's thread that drives mainRunLoop(); the library's main-thread
 //   closures and the application's message listeners run there.
 // Every operation may be called from any thread.
-class QuorLoopbackHost : public KXCoreClient,
-                         public KXFwLog,
-                         public KXLocalConfiguration,
-                         public KXMainThreadDispatcher,
-                         public std::enable_shared_from_this<QuorLoopbackHost> {
+class QuorLoopbackHost : public QuorHostBase {
  public:
   using MessageListener = std::function<void(const std::shared_ptr<KXMessage>& message)>;
-  using LogSink = std::function<void(const QuorLogEntry& entry)>;
 
   QuorLoopbackHost();
   ~QuorLoopbackHost() override;
-
-  // Installs this host as the library's core client, logger, local configuration and main
-  // dispatcher. uninstall() removes whatever is installed.
-  void install();
-  static void uninstall();
-  // Loads the library's extension module (loadQuorExtensionModule) and offers it every
-  // received message from now on.
-  QuorIMLibExtensionModule& loadExtensionModule();
 
   void connectPeer(std::shared_ptr<QuorLoopbackPeer> peer);
   void setObserver(std::shared_ptr<QuorLoopbackObserver> observer);
   // Listeners see every message the application would show: received messages the modules do
   // not hold, and local messages handed on as received. Called on the main run loop.
   void addMessageListener(MessageListener listener);
-  // Where log entries go: entries with a level up to `maxLevel` (2 errors, 4 information) are
-  // passed to `sink`. The default writes errors to stderr.
-  void setLogSink(LogSink sink, int32_t maxLevel);
-  void setSuspendWhenLeave(bool value) { suspendWhenLeave_ = value; }
   // The user id the host stamps on the application's sends.
   void setCurrentUserId(std::string userId);
 
@@ -93,61 +73,43 @@ class QuorLoopbackHost : public KXCoreClient,
   int64_t nextSentTime() { return clock_++; }
 
   // "host", "delivery", or "main" for any other thread.
-  static std::string currentThreadName();
-  static void setCurrentThreadName(std::string name);
+  static std::string threadName();
+  static void setThreadName(std::string name);
 
   // KXCoreClient
-  std::shared_ptr<KXMessage> sendMessage(int32_t conversationType, const KXString& targetId,
-                                         std::shared_ptr<KXMessageContent> content,
-                                         const KXString& pushContent, const KXString& pushData,
-                                         SuccessBlock success, ErrorBlock error) override;
-  std::shared_ptr<KXMessage> sendMessageSuccessBlock(
-      int32_t conversationType, const KXString& targetId, std::shared_ptr<KXMessageContent> content,
-      const KXString& pushContent, const KXString& pushData, RecordSuccessBlock successBlock,
-      RecordErrorBlock errorBlock) override;
   std::shared_ptr<KXMessage> insertIncomingMessage(
       int32_t conversationType, const KXString& targetId, const KXString& senderUserId,
       int32_t receivedStatus, std::shared_ptr<KXMessageContent> content) override;
   void onReceiveFakeMessage(std::shared_ptr<KXMessage> message) override;
   void registerMessageType(const KXMessageContentType& type) override;
-  // KXFwLog
-  void write(int32_t level, int32_t type, std::string_view tag, std::string_view format,
-             std::initializer_list<KXLogArgument> keys) override;
-  // KXLocalConfiguration
-  bool csSuspendWhenLeave() const override { return suspendWhenLeave_; }
   // KXMainThreadDispatcher
   void post(std::function<void()> closure) override { mainRunLoop_->post(std::move(closure)); }
 
+ protected:
+  void transmit(QuorOutgoingSend send, std::shared_ptr<QuorPendingSend> pending) override;
+  std::string currentThreadName() const override { return threadName(); }
+  bool observesLogs() const override { return observer() != nullptr; }
+  void observeLog(const QuorLogEntry& entry) override;
+
  private:
-  struct PendingSend;
-  std::shared_ptr<KXMessage> send(int32_t conversationType, const KXString& targetId,
-                                  std::shared_ptr<KXMessageContent> content,
-                                  const KXString& pushContent, const KXString& pushData,
-                                  QuorSendClosures closures, std::shared_ptr<PendingSend> pending);
-  void report(const std::shared_ptr<PendingSend>& pending, bool ok, int64_t errorCode);
+  struct WaitingSend;
+  void report(const std::shared_ptr<WaitingSend>& waiting, bool ok, int64_t errorCode);
   bool deliver(QuorWireMessage message);
-  std::shared_ptr<KXMessageContent> contentFor(const std::string& objectName) const;
   void store(const std::shared_ptr<KXMessage>& message);
   void notifyListeners(const std::shared_ptr<KXMessage>& message);
   std::shared_ptr<QuorLoopbackObserver> observer() const;
 
   std::shared_ptr<KXMainRunLoop> mainRunLoop_;
   mutable std::mutex mutex_;
-  std::map<std::string, KXMessageContentType> types_;
-  std::vector<QuorIMLibExtensionModule*> modules_;
   std::shared_ptr<QuorLoopbackPeer> peer_;
   std::shared_ptr<QuorLoopbackObserver> observer_;
   std::vector<MessageListener> listeners_;
   std::map<std::string, std::vector<std::shared_ptr<KXMessage>>> conversations_;
-  std::deque<std::shared_ptr<PendingSend>> waiting_;
-  LogSink logSink_;
-  int32_t logMaxLevel_ = 2;
+  std::deque<std::shared_ptr<WaitingSend>> waiting_;
   std::string currentUserId_ = "customer";
-  std::atomic<int64_t> nextMessageId_{1};
   // Local messages (inserts) number apart from sends, so that send ids run 1, 2, 3 ...
   std::atomic<int64_t> nextLocalMessageId_{1000001};
   std::atomic<int64_t> clock_{1000};
-  std::atomic<bool> suspendWhenLeave_{false};
   std::atomic<bool> autoConfirm_{true};
   // Declared last: their threads stop first, while everything they use still exists.
   std::unique_ptr<QuorWorkerThread> hostThread_;

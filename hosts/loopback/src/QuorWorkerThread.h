@@ -13,7 +13,7 @@ namespace quor {
 
 class QuorWorkerThread {
  public:
-  // `name` is what QuorLoopbackHost::currentThreadName() answers on this thread.
+  // `name` is what QuorLoopbackHost::threadName() answers on this thread.
   explicit QuorWorkerThread(std::string name);
   ~QuorWorkerThread();
 

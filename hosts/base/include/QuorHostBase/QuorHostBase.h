@@ -1,0 +1,112 @@
+#pragma once
+
+#include <atomic>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "QuorCustomerService/Extension/QuorCustomerServiceExtensionModule.h"
+#include "QuorCustomerService/Host/KXCoreClient.h"
+#include "QuorCustomerService/Host/KXFwLog.h"
+#include "QuorCustomerService/Host/KXLocalConfiguration.h"
+#include "QuorCustomerService/Host/KXMainThreadDispatcher.h"
+#include "QuorHostBase/QuorLogEntry.h"
+#include "QuorHostBase/QuorOutgoingSend.h"
+#include "QuorHostBase/QuorPendingSend.h"
+
+namespace quor {
+
+// What every host in this repository shares: installing itself as the library's core client,
+// logger, local configuration and main dispatcher; the table of registered message types and
+// the fresh instance per received message; the bookkeeping of a send (its record, its encoded
+// body, closures reported at most once); the loaded extension modules and offering each
+// received message to them; the local setting csSuspendWhenLeave.
+//
+// A host adds its transport (transmit()), its store and listeners (insertIncomingMessage(),
+// onReceiveFakeMessage()), its logger (write()) and its main thread (post()).
+//
+// Threads: every operation may be called from any thread. The base holds its lock only for its
+// own bookkeeping, never while it calls the library, a closure or a derived class.
+class QuorHostBase : public KXCoreClient,
+                     public KXFwLog,
+                     public KXLocalConfiguration,
+                     public KXMainThreadDispatcher,
+                     public std::enable_shared_from_this<QuorHostBase> {
+ public:
+  ~QuorHostBase() override;
+
+  // Installs this host as the library's core client, logger, local configuration and main
+  // dispatcher. uninstall() removes whatever is installed.
+  void install();
+  static void uninstall();
+  // Loads the library's extension module (loadQuorExtensionModule) once and offers it every
+  // received message from then on.
+  QuorIMLibExtensionModule& loadExtensionModule();
+
+  using LogSink = std::function<void(const QuorLogEntry& entry)>;
+  // Where log entries go: entries with a level up to `maxLevel` (2 errors, 4 information) are
+  // formatted and passed to `sink`, on the thread that logs. The default writes errors to
+  // stderr; a null sink drops everything.
+  void setLogSink(LogSink sink, int32_t maxLevel);
+
+  void setSuspendWhenLeave(bool value) { suspendWhenLeave_ = value; }
+  bool csSuspendWhenLeave() const override { return suspendWhenLeave_; }
+
+  // KXCoreClient: both sends make the record and the pending closures, encode the content on
+  // the calling thread and hand everything to transmit().
+  std::shared_ptr<KXMessage> sendMessage(int32_t conversationType, const KXString& targetId,
+                                         std::shared_ptr<KXMessageContent> content,
+                                         const KXString& pushContent, const KXString& pushData,
+                                         SuccessBlock success, ErrorBlock error) final;
+  std::shared_ptr<KXMessage> sendMessageSuccessBlock(
+      int32_t conversationType, const KXString& targetId, std::shared_ptr<KXMessageContent> content,
+      const KXString& pushContent, const KXString& pushData, RecordSuccessBlock successBlock,
+      RecordErrorBlock errorBlock) final;
+  void registerMessageType(const KXMessageContentType& type) override;
+  // KXFwLog: formats the entries that the sink takes (or that observesLogs() wants).
+  void write(int32_t level, int32_t type, std::string_view tag, std::string_view format,
+             std::initializer_list<KXLogArgument> keys) override;
+
+  // The registered types, in registration order (a type registered again keeps its place).
+  std::vector<KXMessageContentType> registeredTypes() const;
+
+ protected:
+  QuorHostBase();
+
+  // Takes one send: reports it through `pending` (at once, later or never) and carries it.
+  virtual void transmit(QuorOutgoingSend send, std::shared_ptr<QuorPendingSend> pending) = 0;
+  // The name of the calling thread, for the send's record.
+  virtual std::string currentThreadName() const = 0;
+  // The id of the next sent message (1, 2, 3 ... by default).
+  virtual int64_t nextMessageId() { return nextMessageId_++; }
+
+  // Whether observeLog() wants every entry, whatever the sink's level.
+  virtual bool observesLogs() const { return false; }
+  virtual void observeLog(const QuorLogEntry& /*entry*/) {}
+
+  // A fresh instance of the type registered under `objectName`, or a QuorRawContent.
+  std::shared_ptr<KXMessageContent> contentFor(const std::string& objectName) const;
+  // Offers a received message to each loaded module; true when one of them holds it.
+  bool offerToModules(const std::shared_ptr<KXMessage>& message, bool offline) const;
+
+ private:
+  std::shared_ptr<KXMessage> send(int32_t conversationType, const KXString& targetId,
+                                  std::shared_ptr<KXMessageContent> content,
+                                  const KXString& pushContent, const KXString& pushData,
+                                  QuorSendClosures closures, SuccessBlock success, ErrorBlock error,
+                                  RecordSuccessBlock recordSuccess, RecordErrorBlock recordError);
+
+  mutable std::mutex mutex_;
+  std::map<std::string, KXMessageContentType> types_;
+  std::vector<std::string> registrationOrder_;
+  std::vector<QuorIMLibExtensionModule*> modules_;
+  LogSink logSink_;
+  int32_t logMaxLevel_ = 2;
+  std::atomic<int64_t> nextMessageId_{1};
+  std::atomic<bool> suspendWhenLeave_{false};
+};
+
+}  // namespace quor

@@ -1,0 +1,149 @@
+#include "QuorHostBase/QuorHostBase.h"
+
+#include <cstdio>
+
+#include "QuorCustomerService/Host/KXHostConstants.h"
+#include "QuorHostBase/QuorRawContent.h"
+
+namespace quor {
+namespace {
+constexpr int32_t kDirectionSend = 1;
+}
+
+uint32_t QuorRawContent::messagePersistentFlag() const {
+  return KXMessagePersistentFlagIsPersisted;
+}
+
+QuorHostBase::QuorHostBase()
+    : logSink_([](const QuorLogEntry& entry) {
+        std::fprintf(stderr, "[%d %s] %s\n", entry.level, entry.tag.c_str(), entry.text.c_str());
+      }) {}
+QuorHostBase::~QuorHostBase() = default;
+
+void QuorHostBase::install() {
+  auto self = shared_from_this();
+  KXCoreClient::setSharedCoreClient(self);
+  KXFwLog::setInstance(self);
+  KXLocalConfiguration::setSharedInstance(self);
+  KXMainThreadDispatcher::setShared(self);
+}
+
+void QuorHostBase::uninstall() {
+  KXCoreClient::setSharedCoreClient(nullptr);
+  KXFwLog::setInstance(nullptr);
+  KXLocalConfiguration::setSharedInstance(nullptr);
+  KXMainThreadDispatcher::setShared(nullptr);
+}
+
+QuorIMLibExtensionModule& QuorHostBase::loadExtensionModule() {
+  QuorIMLibExtensionModule& module = QuorCustomerServiceExtensionModule::loadQuorExtensionModule();
+  std::lock_guard<std::mutex> lock(mutex_);
+  for (auto* loaded : modules_) {
+    if (loaded == &module) return module;
+  }
+  modules_.push_back(&module);
+  return module;
+}
+
+std::shared_ptr<KXMessage> QuorHostBase::sendMessage(
+    int32_t conversationType, const KXString& targetId, std::shared_ptr<KXMessageContent> content,
+    const KXString& pushContent, const KXString& pushData, SuccessBlock success, ErrorBlock error) {
+  const auto closures = success || error ? QuorSendClosures::Ids : QuorSendClosures::None;
+  return send(conversationType, targetId, std::move(content), pushContent, pushData, closures,
+              std::move(success), std::move(error), nullptr, nullptr);
+}
+
+std::shared_ptr<KXMessage> QuorHostBase::sendMessageSuccessBlock(
+    int32_t conversationType, const KXString& targetId, std::shared_ptr<KXMessageContent> content,
+    const KXString& pushContent, const KXString& pushData, RecordSuccessBlock successBlock,
+    RecordErrorBlock errorBlock) {
+  return send(conversationType, targetId, std::move(content), pushContent, pushData,
+              QuorSendClosures::Records, nullptr, nullptr, std::move(successBlock),
+              std::move(errorBlock));
+}
+
+std::shared_ptr<KXMessage> QuorHostBase::send(int32_t conversationType, const KXString& targetId,
+                                              std::shared_ptr<KXMessageContent> content,
+                                              const KXString& pushContent, const KXString& pushData,
+                                              QuorSendClosures closures, SuccessBlock success,
+                                              ErrorBlock error, RecordSuccessBlock recordSuccess,
+                                              RecordErrorBlock recordError) {
+  QuorOutgoingSend outgoing;
+  outgoing.thread = currentThreadName();
+  outgoing.conversationType = conversationType;
+  outgoing.targetId = targetId;
+  outgoing.content = content;
+  outgoing.objectName = content ? content->objectName() : "";
+  // Encoding may log, so it runs before any lock is taken.
+  outgoing.body = content ? content->encode() : std::nullopt;
+  outgoing.pushContent = pushContent;
+  outgoing.pushData = pushData;
+  outgoing.closures = closures;
+  outgoing.record = std::make_shared<KXMessage>(conversationType, targetId, kDirectionSend,
+                                                nextMessageId(), std::move(content));
+  outgoing.record->setObjectName(outgoing.objectName);
+  auto record = outgoing.record;
+  auto pending =
+      std::make_shared<QuorPendingSend>(record, std::move(success), std::move(error),
+                                        std::move(recordSuccess), std::move(recordError));
+  transmit(std::move(outgoing), std::move(pending));
+  return record;
+}
+
+void QuorHostBase::registerMessageType(const KXMessageContentType& type) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  if (types_.count(type.objectName()) == 0) registrationOrder_.push_back(type.objectName());
+  types_[type.objectName()] = type;
+}
+
+void QuorHostBase::setLogSink(LogSink sink, int32_t maxLevel) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  logSink_ = std::move(sink);
+  logMaxLevel_ = maxLevel;
+}
+
+void QuorHostBase::write(int32_t level, int32_t type, std::string_view tag, std::string_view format,
+                         std::initializer_list<KXLogArgument> keys) {
+  LogSink sink;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (level <= logMaxLevel_) sink = logSink_;
+  }
+  const bool observed = observesLogs();
+  if (!sink && !observed) return;
+  const QuorLogEntry entry{currentThreadName(), level, type, std::string(tag),
+                           KXFwLog::format(format, keys)};
+  if (observed) observeLog(entry);
+  if (sink) sink(entry);
+}
+
+std::vector<KXMessageContentType> QuorHostBase::registeredTypes() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  std::vector<KXMessageContentType> types;
+  for (const auto& name : registrationOrder_) types.push_back(types_.at(name));
+  return types;
+}
+
+std::shared_ptr<KXMessageContent> QuorHostBase::contentFor(const std::string& objectName) const {
+  KXMessageContentType type;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    const auto it = types_.find(objectName);
+    if (it != types_.end()) type = it->second;
+  }
+  if (auto content = type.create()) return content;
+  return std::make_shared<QuorRawContent>(objectName);
+}
+
+bool QuorHostBase::offerToModules(const std::shared_ptr<KXMessage>& message, bool offline) const {
+  std::vector<QuorIMLibExtensionModule*> modules;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    modules = modules_;
+  }
+  bool held = false;
+  for (auto* module : modules) held = module->didHoldReceivedMessage(message, offline) || held;
+  return held;
+}
+
+}  // namespace quor

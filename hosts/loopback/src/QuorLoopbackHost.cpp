@@ -1,0 +1,225 @@
+#include "QuorLoopbackHost/QuorLoopbackHost.h"
+
+#include "QuorCustomerService/Host/KXHostConstants.h"
+#include "QuorCustomerService/Host/KXInformationNotificationMessage.h"
+#include "QuorCustomerService/Host/KXTextMessage.h"
+#include "QuorWorkerThread.h"
+
+namespace quor {
+namespace {
+thread_local std::string threadNameOfThisThread;
+}  // namespace
+
+// A send with closures that waits for its outcome, and what goes to the peer once it is sent.
+struct QuorLoopbackHost::WaitingSend {
+  std::shared_ptr<QuorPendingSend> pending;
+  QuorWireMessage wire;
+};
+
+QuorLoopbackHost::QuorLoopbackHost()
+    : mainRunLoop_(std::make_shared<KXMainRunLoop>()),
+      hostThread_(std::make_unique<QuorWorkerThread>("host")),
+      deliveryThread_(std::make_unique<QuorWorkerThread>("delivery")) {
+  // The host's own types: a text received from the desk decodes into a text message.
+  QuorHostBase::registerMessageType(KXMessageContentType::of<KXTextMessage>());
+  QuorHostBase::registerMessageType(KXMessageContentType::of<KXInformationNotificationMessage>());
+}
+
+QuorLoopbackHost::~QuorLoopbackHost() {
+  hostThread_.reset();
+  deliveryThread_.reset();
+}
+
+void QuorLoopbackHost::connectPeer(std::shared_ptr<QuorLoopbackPeer> peer) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  peer_ = std::move(peer);
+}
+
+void QuorLoopbackHost::setObserver(std::shared_ptr<QuorLoopbackObserver> observer) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  observer_ = std::move(observer);
+}
+
+std::shared_ptr<QuorLoopbackObserver> QuorLoopbackHost::observer() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return observer_;
+}
+
+void QuorLoopbackHost::addMessageListener(MessageListener listener) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  listeners_.push_back(std::move(listener));
+}
+
+void QuorLoopbackHost::setCurrentUserId(std::string userId) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  currentUserId_ = std::move(userId);
+}
+
+std::string QuorLoopbackHost::threadName() {
+  return threadNameOfThisThread.empty() ? "main" : threadNameOfThisThread;
+}
+
+void QuorLoopbackHost::setThreadName(std::string name) { threadNameOfThisThread = std::move(name); }
+
+void QuorLoopbackHost::transmit(QuorOutgoingSend send, std::shared_ptr<QuorPendingSend> pending) {
+  const auto& record = send.record;
+  record->setSentTime(nextSentTime());
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    record->setSenderUserId(currentUserId_);
+  }
+  auto waiting = std::make_shared<WaitingSend>();
+  waiting->pending = std::move(pending);
+  waiting->wire = {
+      send.objectName, send.conversationType, send.targetId,      record->senderUserId(),
+      send.body,       record->messageId(),   record->sentTime(), false};
+  if (auto watcher = observer()) watcher->onSend(send);
+  if (send.closures != QuorSendClosures::None && !autoConfirm_) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    waiting_.push_back(std::move(waiting));
+  } else {
+    hostThread_->post([this, waiting] { report(waiting, true, 0); });
+  }
+}
+
+void QuorLoopbackHost::report(const std::shared_ptr<WaitingSend>& waiting, bool ok,
+                              int64_t errorCode) {
+  if (!ok) {
+    waiting->pending->fail(errorCode);
+    return;
+  }
+  waiting->pending->succeed();
+  std::shared_ptr<QuorLoopbackPeer> peer;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    peer = peer_;
+  }
+  if (auto watcher = observer()) watcher->onWire(waiting->wire, true);
+  if (peer) peer->onMessageFromClient(waiting->wire);
+}
+
+bool QuorLoopbackHost::confirmOldestSend(bool ok, std::optional<int64_t> sentTime,
+                                         int64_t errorCode) {
+  std::shared_ptr<WaitingSend> waiting;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (waiting_.empty()) return false;
+    waiting = waiting_.front();
+    waiting_.pop_front();
+  }
+  if (ok && sentTime) {
+    waiting->pending->record()->setSentTime(*sentTime);
+    waiting->wire.sentTime = *sentTime;
+  }
+  hostThread_->runAndWait([&] { report(waiting, ok, errorCode); });
+  return true;
+}
+
+bool QuorLoopbackHost::receive(QuorWireMessage message, bool keepSentTime) {
+  if (!keepSentTime && message.sentTime == 0) message.sentTime = nextSentTime();
+  bool held = false;
+  deliveryThread_->runAndWait([&] { held = deliver(std::move(message)); });
+  return held;
+}
+
+void QuorLoopbackHost::receiveAsync(QuorWireMessage message) {
+  if (message.sentTime == 0) message.sentTime = nextSentTime();
+  deliveryThread_->post(
+      [this, message = std::move(message)]() mutable { deliver(std::move(message)); });
+}
+
+bool QuorLoopbackHost::deliver(QuorWireMessage wire) {
+  if (auto watcher = observer()) watcher->onWire(wire, false);
+  auto content = contentFor(wire.objectName);
+  content->decodeWithData(wire.body);
+  auto message = std::make_shared<KXMessage>(wire.conversationType, wire.targetId,
+                                             KXMessageDirectionReceive, wire.messageId, content);
+  message->setSenderUserId(wire.senderUserId);
+  message->setSentTime(wire.sentTime);
+  message->setObjectName(wire.objectName);
+  if (offerToModules(message, wire.offline)) return true;
+  if (content->messagePersistentFlag() & KXMessagePersistentFlagIsPersisted) store(message);
+  notifyListeners(message);
+  return false;
+}
+
+std::shared_ptr<KXMessage> QuorLoopbackHost::insertIncomingMessage(
+    int32_t conversationType, const KXString& targetId, const KXString& senderUserId,
+    int32_t receivedStatus, std::shared_ptr<KXMessageContent> content) {
+  auto record = std::make_shared<KXMessage>(conversationType, targetId, KXMessageDirectionReceive,
+                                            nextLocalMessageId_++, std::move(content));
+  record->setSenderUserId(senderUserId);
+  record->setReceivedStatus(receivedStatus);
+  store(record);
+  if (auto watcher = observer()) watcher->onInsert(record, threadName());
+  return record;
+}
+
+void QuorLoopbackHost::onReceiveFakeMessage(std::shared_ptr<KXMessage> message) {
+  if (auto watcher = observer()) watcher->onFakeReceive(message, threadName());
+  if (!message) return;
+  bool stored = false;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    for (const auto& kept : conversations_[message->targetId().value_or("")])
+      stored |= kept == message;
+  }
+  if (!stored) store(message);
+  notifyListeners(message);
+}
+
+void QuorLoopbackHost::store(const std::shared_ptr<KXMessage>& message) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  conversations_[message->targetId().value_or("")].push_back(message);
+}
+
+void QuorLoopbackHost::notifyListeners(const std::shared_ptr<KXMessage>& message) {
+  mainRunLoop_->post([this, message] {
+    std::vector<MessageListener> listeners;
+    {
+      std::lock_guard<std::mutex> lock(mutex_);
+      listeners = listeners_;
+    }
+    for (const auto& listener : listeners) listener(message);
+  });
+}
+
+std::vector<std::shared_ptr<KXMessage>> QuorLoopbackHost::conversation(
+    const std::string& targetId) const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  const auto it = conversations_.find(targetId);
+  return it == conversations_.end() ? std::vector<std::shared_ptr<KXMessage>>{} : it->second;
+}
+
+void QuorLoopbackHost::registerMessageType(const KXMessageContentType& type) {
+  QuorHostBase::registerMessageType(type);
+  if (auto watcher = observer()) watcher->onRegister(type);
+}
+
+void QuorLoopbackHost::observeLog(const QuorLogEntry& entry) {
+  if (auto watcher = observer()) watcher->onLog(entry);
+}
+
+void QuorLoopbackHost::waitForThreads() {
+  for (;;) {
+    const uint64_t before = hostThread_->finished() + deliveryThread_->finished();
+    hostThread_->waitIdle();
+    deliveryThread_->waitIdle();
+    if (before == hostThread_->finished() + deliveryThread_->finished()) return;
+  }
+}
+
+void QuorLoopbackHost::settle() {
+  for (;;) {
+    const uint64_t before = hostThread_->finished() + deliveryThread_->finished();
+    hostThread_->waitIdle();
+    deliveryThread_->waitIdle();
+    const std::size_t ran = mainRunLoop_->runUntilIdle();
+    hostThread_->waitIdle();
+    deliveryThread_->waitIdle();
+    const uint64_t after = hostThread_->finished() + deliveryThread_->finished();
+    if (ran == 0 && before == after && mainRunLoop_->pendingCount() == 0) return;
+  }
+}
+
+}  // namespace quor
