@@ -13,7 +13,8 @@ namespace {
 using Concurrency = ClientFixture;
 
 // Several application threads on a few desks while a delivery thread feeds control messages
-// and the main queue drains: every callback the rules require runs exactly once.
+// and the main queue drains: every callback the rules require runs exactly once, and no request
+// carries identifiers from two different handshakes.
 TEST_F(Concurrency, StressCountsEveryRequiredCallback) {
   constexpr int kDesks = 3;
   constexpr int kMessages = 150;
@@ -38,8 +39,11 @@ TEST_F(Concurrency, StressCountsEveryRequiredCallback) {
           client().onCustomerServiceMessageReceived(
               receivedMessage(std::move(content), desk(i), 5));
         };
-        deliver(decoded<KXCSHandShakeResponseMessage>(
-            KXDictionary::parse(R"({"status":1,"data":{"serviceType":4}})")));
+        const std::string id = std::to_string(n * kDesks + i);
+        deliver(decoded<KXCSHandShakeResponseMessage>(KXDictionary{
+            {"status", 1},
+            {"data",
+             {{"serviceType", 4}, {"uid", "u" + id}, {"sid", "c" + id}, {"pid", "p" + id}}}}));
         deliver(decoded<KXCSUpdateMessage>(KXDictionary::parse(R"({"serviceStatus":1})")));
         deliver(decoded<KXCSPullEvaluateMessage>(KXDictionary::parse(R"({"msgId":"d"})")));
         deliver(decoded<KXCSChangeModeResponseMessage>(
@@ -72,6 +76,16 @@ TEST_F(Concurrency, StressCountsEveryRequiredCallback) {
     EXPECT_EQ(modes[i].load(), 2 * kMessages) << desk(i);  // handshake and update, once each
     EXPECT_EQ(pulls[i].load(), kMessages) << desk(i);
   }
+  int withIdentifiers = 0;
+  for (const auto& send : host->sends()) {
+    const KXDictionary& body = send.json;
+    if (!body.is_object() || !body.contains("uid")) continue;
+    ++withIdentifiers;
+    const std::string handshake = body["uid"].get<std::string>().substr(1);
+    EXPECT_EQ(body["sid"], "c" + handshake) << body.dump();
+    EXPECT_EQ(body["pid"], "p" + handshake) << body.dump();
+  }
+  EXPECT_GT(withIdentifiers, 0);
 }
 
 }  // namespace

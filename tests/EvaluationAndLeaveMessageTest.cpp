@@ -9,6 +9,21 @@ namespace {
 using ::testing::ElementsAre;
 using EvaluationAndLeaveMessage = ClientFixture;
 
+// Whether `evaluateCustomerService(kefuId, id, value, suggest)` compiles for this value type.
+template <class Value, class = void>
+struct RatesTheRobotWith : std::false_type {};
+template <class Value>
+struct RatesTheRobotWith<
+    Value, std::void_t<decltype(std::declval<KXCustomerServiceClient&>().evaluateCustomerService(
+               std::declval<KXString>(), std::declval<KXString>(), std::declval<Value>(),
+               std::declval<KXString>()))>> : std::true_type {};
+
+// A human rating that forgot its resolve status must not turn into a robot rating.
+static_assert(RatesTheRobotWith<bool>::value);
+static_assert(!RatesTheRobotWith<int>::value && !RatesTheRobotWith<int32_t>::value);
+static_assert(!RatesTheRobotWith<double>::value && !RatesTheRobotWith<uint64_t>::value);
+static_assert(!RatesTheRobotWith<char>::value);
+
 TEST_F(EvaluationAndLeaveMessage, EvaluationBodies) {
   struct Row {
     const char* name;

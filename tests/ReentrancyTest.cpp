@@ -108,20 +108,5 @@ TEST_F(Reentrancy, EvaluationConfigurationCallbackMayRegisterAgainOnTheDeliverin
   EXPECT_THAT(takeEvents(), ElementsAre("evaConfig@delivery"));
 }
 
-TEST_F(Reentrancy, AThrowingCallbackIsContained) {
-  client().startCustomerService(
-      "desk", nullptr, [](auto) { throw std::runtime_error("app bug"); }, nullptr,
-      [this](KXCSModeType) { record("mode"); }, nullptr, nullptr, nullptr);
-  client().getHumanEvaluateCustomerServiceConfig([](const auto&) { throw 42; });
-  host->confirmSend(0, 1);
-  EXPECT_TRUE(
-      deliver<KXCSHandShakeResponseMessage>("desk", R"({"status":1,"data":{"evaConf":{}}})"));
-  EXPECT_NO_THROW(host->drainMain());
-  EXPECT_THAT(takeEvents(), ElementsAre("mode@main"));
-  int errors = 0;
-  for (const auto& log : host->logs()) errors += log.level == 2;
-  EXPECT_EQ(errors, 2);
-}
-
 }  // namespace
 }  // namespace quor::test

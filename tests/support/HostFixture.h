@@ -8,7 +8,7 @@
 namespace quor::test {
 
 class HostFixture : public ::testing::Test {
- protected:
+ public:
   void SetUp() override { host = RecordingHost::install(); }
   void TearDown() override { RecordingHost::uninstall(); }
 
