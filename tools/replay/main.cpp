@@ -16,6 +16,10 @@ namespace {
 
 using namespace quor;
 
+// The callbacks a start passes, by their trace names.
+const std::set<std::string> kStartCallbacks = {"success",        "error",       "mode",
+                                               "pullEvaluation", "selectGroup", "quit"};
+
 // A script line that cannot be run; exit status 2.
 struct ScriptError : std::runtime_error {
   using std::runtime_error::runtime_error;
@@ -121,12 +125,9 @@ class Replay {
  public:
   explicit Replay(std::FILE* out)
       : trace_(std::make_shared<QuorReplayTrace>(out)),
-        host_(std::make_shared<QuorLoopbackHost>()) {
-    host_->setLogSink(nullptr, 0);
-    host_->setObserver(trace_);
-    host_->install();
+        host_(std::make_shared<QuorLoopbackHost>()),
+        module_(loadedBy(*host_, trace_)) {
     host_->setSuspendWhenLeave(false);
-    host_->loadExtensionModule();
   }
   ~Replay() { QuorLoopbackHost::uninstall(); }
 
@@ -160,16 +161,18 @@ class Replay {
                                      static_cast<uint64_t>(integerField(line, "resolveStatus")),
                                      stringField(line, "tagText"), objectField(line, "extra"));
     } else if (op == "getEvaConfig") {
+      const bool throws = boolField(line, "throw", false);
       client.getHumanEvaluateCustomerServiceConfig(
-          [this](const std::shared_ptr<const KXDictionary>& config) {
-            callback("evaConfig", {config ? *config : KXDictionary()});
+          [this, throws](const std::shared_ptr<const KXDictionary>& config) {
+            callback("evaConfig", {config ? *config : KXDictionary()}, throws);
           });
     } else if (op == "leaveMessage") {
+      const bool throws = boolField(line, "throw", false);
       client.leaveMessageCustomerService(
           stringField(line, "kefuId"), objectField(line, "dic"),
-          [this](int64_t id) { callback("leaveSuccess", {id}); },
-          [this](int64_t code, int64_t id) {
-            callback("leaveFailure", {code, id});
+          [this, throws](int64_t id) { callback("leaveSuccess", {id}, throws); },
+          [this, throws](int64_t code, int64_t id) {
+            callback("leaveFailure", {code, id}, throws);
           });
     } else if (op == "notify") {
       client.notifyCustomerService(stringField(line, "kefuId"), stringField(line, "text"),
@@ -205,7 +208,19 @@ class Replay {
   }
 
  private:
-  void callback(const std::string& name, std::initializer_list<KXDictionary> values) {
+  // The host of the replay: installed, with the trace watching, and the module it loaded at
+  // start, on which every module line calls.
+  static QuorIMLibExtensionModule& loadedBy(QuorLoopbackHost& host,
+                                            const std::shared_ptr<QuorReplayTrace>& trace) {
+    host.setLogSink(nullptr, 0);
+    host.setObserver(trace);
+    host.install();
+    return host.loadExtensionModule();
+  }
+
+  // Records a callback; then throws, when the script asked for it, as a faulty app would.
+  void callback(const std::string& name, std::initializer_list<KXDictionary> values,
+                bool throws = false) {
     KXDictionary args = KXDictionary::array();
     for (const auto& value : values) args.push_back(value);
     KXDictionary line = {{"ev", "callback"},
@@ -217,11 +232,11 @@ class Replay {
           KXCustomerServiceClient::sharedCustomerServiceClient().currentCSModeType();
     }
     trace_->event(line);
+    if (throws) throw std::runtime_error("replay: " + name + " throws as the script asks");
   }
 
   void start(const KXDictionary& line) {
-    std::set<std::string> names = {"success",        "error",       "mode",
-                                   "pullEvaluation", "selectGroup", "quit"};
+    std::set<std::string> names = kStartCallbacks;
     if (line.contains("callbacks")) {
       const KXDictionary& chosen = line["callbacks"];
       if (!chosen.is_array()) throw ScriptError("field \"callbacks\" must be an array of names");
@@ -231,7 +246,18 @@ class Replay {
         names.insert(name.get<std::string>());
       }
     }
+    std::set<std::string> throwing;
+    if (line.contains("throw")) {
+      const KXDictionary& chosen = line["throw"];
+      if (!chosen.is_array()) throw ScriptError("field \"throw\" must be an array of names");
+      for (const auto& name : chosen) {
+        if (!name.is_string() || kStartCallbacks.count(name.get<std::string>()) == 0)
+          throw ScriptError("field \"throw\" must name callbacks of the start");
+        throwing.insert(name.get<std::string>());
+      }
+    }
     const auto has = [&](const char* name) { return names.count(name) > 0; };
+    const auto throws = [&](const char* name) { return throwing.count(name) > 0; };
     KXSuccessBlock success;
     KXErrorBlock error;
     KXModeTypeBlock mode;
@@ -239,26 +265,33 @@ class Replay {
     KXSelectGroupBlock select;
     KXQuitBlock quit;
     if (has("success")) {
-      success = [this](std::shared_ptr<KXCustomerServiceConfig> config) {
-        callback("success", {config ? QuorReplayTrace::configuration(*config) : KXDictionary()});
+      success = [this, t = throws("success")](std::shared_ptr<KXCustomerServiceConfig> config) {
+        callback("success", {config ? QuorReplayTrace::configuration(*config) : KXDictionary()}, t);
       };
     }
     if (has("error")) {
-      error = [this](int64_t code, const std::string& text) { callback("error", {code, text}); };
+      error = [this, t = throws("error")](int64_t code, const std::string& text) {
+        callback("error", {code, text}, t);
+      };
     }
-    if (has("mode"))
-      mode = [this](KXCSModeType value) { callback("mode", {static_cast<uint64_t>(value)}); };
+    if (has("mode")) {
+      mode = [this, t = throws("mode")](KXCSModeType value) {
+        callback("mode", {static_cast<uint64_t>(value)}, t);
+      };
+    }
     if (has("pullEvaluation")) {
-      pull = [this](const KXString& dialogId) {
-        callback("pullEvaluation", {QuorReplayTrace::text(dialogId)});
+      pull = [this, t = throws("pullEvaluation")](const KXString& dialogId) {
+        callback("pullEvaluation", {QuorReplayTrace::text(dialogId)}, t);
       };
     }
     if (has("selectGroup")) {
-      select = [this](const KXCustomerServiceGroupList& groups) {
-        callback("selectGroup", {QuorReplayTrace::groups(groups)});
+      select = [this, t = throws("selectGroup")](const KXCustomerServiceGroupList& groups) {
+        callback("selectGroup", {QuorReplayTrace::groups(groups)}, t);
       };
     }
-    if (has("quit")) quit = [this](const std::string& text) { callback("quit", {text}); };
+    if (has("quit")) {
+      quit = [this, t = throws("quit")](const std::string& text) { callback("quit", {text}, t); };
+    }
     KXCustomerServiceClient::sharedCustomerServiceClient().startCustomerService(
         stringField(line, "kefuId"), infoOf(line), success, error, mode, pull, select, quit);
   }
@@ -285,8 +318,7 @@ class Replay {
 
   void module(const KXDictionary& line) {
     const KXString call = stringField(line, "call");
-    QuorIMLibExtensionModule& module =
-        QuorCustomerServiceExtensionModule::loadQuorExtensionModule();
+    QuorIMLibExtensionModule& module = module_;
     if (call == "destroyModule") {
       module.destroyModule();
     } else if (call == "signalTypes") {
@@ -340,6 +372,7 @@ class Replay {
 
   std::shared_ptr<QuorReplayTrace> trace_;
   std::shared_ptr<QuorLoopbackHost> host_;
+  QuorIMLibExtensionModule& module_;
 };
 
 }  // namespace
