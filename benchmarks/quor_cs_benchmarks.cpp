@@ -192,6 +192,39 @@ void BM_DecodeManyGroups(benchmark::State& state) {
 }
 BENCHMARK(BM_DecodeManyGroups)->Arg(20000)->Arg(200000)->Unit(benchmark::kMillisecond);
 
+// An object of many keys ("data" of a handshake response): building it must not search the
+// keys on every insert.
+void BM_DecodeManyKeys(benchmark::State& state) {
+  std::string body = R"({"status":1,"data":{)";
+  for (int64_t i = 0; i < state.range(0); ++i)
+    body += (i ? ",\"k" : "\"k") + std::to_string(i) + "\":" + std::to_string(i);
+  body += "}}";
+  const KXData bytes = body;
+  for (auto _ : state) {
+    KXCSHandShakeResponseMessage content;
+    content.decodeWithData(bytes);
+    benchmark::DoNotOptimize(&content);
+  }
+  state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * body.size()));
+}
+BENCHMARK(BM_DecodeManyKeys)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond);
+
+// A rating whose extra has many keys: the merge into the body must not search either.
+void BM_EncodeManyExtraKeys(benchmark::State& state) {
+  auto extra = std::make_shared<KXDictionary>(KXDictionary::object());
+  for (int64_t i = 0; i < state.range(0); ++i) (*extra)["k" + std::to_string(i)] = i;
+  KXCSEvaluateMessage message;
+  message.setExtra(extra);
+  std::size_t bytes = 0;
+  for (auto _ : state) {
+    const KXData body = message.encode();
+    bytes = body ? body->size() : 0;
+    benchmark::DoNotOptimize(body);
+  }
+  state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * bytes));
+}
+BENCHMARK(BM_EncodeManyExtraKeys)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond);
+
 // --- the receive path ---------------------------------------------------------------------
 
 void BM_EmptyVirtualCall(benchmark::State& state) {

@@ -2,6 +2,8 @@
 
 #include "Support/KXLog.h"
 #include "Message/KXContentTypeDefinition.h"
+#include "KXJsonTree.h"
+#include "Message/KXJsonReader.h"
 #include "Message/KXJsonWriter.h"
 
 namespace quor {
@@ -9,6 +11,12 @@ namespace quor {
 KX_SENT_CONTENT_TYPE(KXCSEvaluateMessage, "KX:CsEva", 0)
 
 KXData KXCSEvaluateMessage::encode() {
+  // An extra nested too deeply to be written is refused before anything copies it (a copy
+  // recurses as deep as the value).
+  const bool hasExtra = extra_ && extra_->is_object() && !extra_->empty();
+  if (hasExtra && KXJsonTree::nestsDeeperThan(*extra_, KXJsonReader::kMaxDepth - 1)) {
+    return std::nullopt;
+  }
   KXDictionary body = KXDictionary::object();
   KXJsonWriter::putIdentifiers(body, uid_, cid_, pid_);
   body["source"] = source_;
@@ -17,9 +25,7 @@ KXData KXCSEvaluateMessage::encode() {
   body["type"] = std::to_string(type_);
   if (tagText_ && !tagText_->empty()) body["tag"] = *tagText_;
   // The application's extra entries go last and override any key written above.
-  if (extra_ && extra_->is_object()) {
-    for (const auto& entry : extra_->items()) body[entry.key()] = entry.value();
-  }
+  if (hasExtra) KXJsonTree::merge(body, *extra_);
   KXLog::info(KX_LOG_TAG, "KX:CsEva JSON is : %@", {body});
   return KXJsonWriter::write(body);
 }

@@ -3,32 +3,11 @@
 #include <cmath>
 #include <limits>
 
+#include "KXJsonTree.h"
 #include "Support/KXLog.h"
 
 namespace quor {
 namespace {
-
-using Sax = nlohmann::detail::json_sax_dom_parser<KXDictionary>;
-
-// The library's DOM builder with a nesting limit: deeper bodies abort the parse, since writing
-// such a value out later (a log line, say) would recurse that deep.
-class DepthLimitedSax : public Sax {
- public:
-  explicit DepthLimitedSax(KXDictionary& root) : Sax(root, false) {}
-
-  bool start_object(std::size_t elements) { return enter() && Sax::start_object(elements); }
-  bool end_object() { return leave() && Sax::end_object(); }
-  bool start_array(std::size_t elements) { return enter() && Sax::start_array(elements); }
-  bool end_array() { return leave() && Sax::end_array(); }
-
- private:
-  bool enter() { return ++depth_ <= KXJsonReader::kMaxDepth; }
-  bool leave() {
-    --depth_;
-    return true;
-  }
-  int depth_ = 0;
-};
 
 bool isSpace(char c) {
   return c == ' ' || c == '\t' || c == '\n' || c == '\v' || c == '\f' || c == '\r';
@@ -78,16 +57,11 @@ int32_t truncatedDouble(double value) {
 }  // namespace
 
 std::optional<KXDictionary> KXJsonReader::parseObject(const std::string& bytes) {
-  try {
-    KXDictionary root;
-    DepthLimitedSax sax(root);
-    if (!KXDictionary::sax_parse(bytes.begin(), bytes.end(), &sax) || !root.is_object()) {
-      return std::nullopt;
-    }
-    return root;
-  } catch (...) {
-    return std::nullopt;
-  }
+  // Deeper bodies do not parse: writing such a value out later (a log line, say) would recurse
+  // that deep.
+  auto root = KXJsonTree::parse(bytes, kMaxDepth);
+  if (!root || !root->is_object()) return std::nullopt;
+  return root;
 }
 
 std::optional<KXDictionary> KXJsonReader::readBody(const KXData& data, std::string_view tag,

@@ -1,5 +1,7 @@
 #include "QuorReplayTrace.h"
 
+#include "KXJsonTree.h"
+
 namespace quor {
 namespace {
 
@@ -109,8 +111,7 @@ void QuorReplayTrace::onRegister(const KXMessageContentType& type) {
 void QuorReplayTrace::onSend(const QuorOutgoingSend& send) {
   KXDictionary body = nullptr;
   if (send.body) {
-    body = KXDictionary::parse(*send.body, nullptr, false);
-    if (body.is_discarded()) body = *send.body;
+    body = KXJsonTree::parse(*send.body, 128).value_or(KXDictionary(*send.body));
   }
   event({{"ev", "send"},
          {"thread", send.thread},

@@ -2,19 +2,22 @@
 // Lines) against the library on the loopback host and writes a trace of everything the library
 // did (JSON Lines). See docs/replay.md.
 #include <cstdio>
-#include <fstream>
-#include <iostream>
 #include <map>
 #include <set>
 #include <stdexcept>
 #include <string>
 
+#include "KXJsonTree.h"
+#include "QuorInputFile.h"
 #include "QuorLoopbackHost/QuorLoopbackHost.h"
 #include "QuorReplayTrace.h"
 
 namespace {
 
 using namespace quor;
+
+// The deepest script line: as deep as the library reads a body.
+constexpr int KXJsonReaderDepth = 128;
 
 // The callbacks a start passes, by their trace names.
 const std::set<std::string> kStartCallbacks = {"success",        "error",       "mode",
@@ -382,24 +385,27 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "usage: quor-cs-replay [SCRIPT]\n");
     return 2;
   }
-  std::ifstream file;
-  if (argc == 2) {
-    file.open(argv[1]);
-    if (!file) {
-      std::fprintf(stderr, "quor-cs-replay: cannot open %s\n", argv[1]);
-      return 2;
-    }
+  std::string problem;
+  const auto script = QuorInputFile::read(argc == 2 ? argv[1] : "-", &problem);
+  if (!script) {
+    std::fprintf(stderr, "quor-cs-replay: %s\n", problem.c_str());
+    return 2;
   }
-  std::istream& in = argc == 2 ? static_cast<std::istream&>(file) : std::cin;
 
   Replay replay(stdout);
-  std::string text;
-  for (int number = 1; std::getline(in, text); ++number) {
-    if (text.find_first_not_of(" \t\r") == std::string::npos) continue;
-    const KXDictionary line = KXDictionary::parse(text, nullptr, false);
+  std::size_t start = 0;
+  for (int number = 1; start < script->size(); ++number) {
+    std::size_t end = script->find('\n', start);
+    if (end == std::string::npos) end = script->size();
+    const std::string_view text(script->data() + start, end - start);
+    start = end + 1;
+    if (text.find_first_not_of(" \t\r") == std::string_view::npos) continue;
     try {
-      if (line.is_discarded() || !line.is_object()) throw ScriptError("not a JSON object");
-      replay.run(line);
+      // Lines nest as deep as the library reads bodies, and no deeper.
+      const auto line = KXJsonTree::parse(text, KXJsonReaderDepth, &problem);
+      if (!line) throw ScriptError("not JSON: " + problem);
+      if (!line->is_object()) throw ScriptError("not a JSON object");
+      replay.run(*line);
     } catch (const ScriptError& error) {
       std::fprintf(stderr, "quor-cs-replay: line %d: %s\n", number, error.what());
       return 2;

@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <cctype>
-#include <fstream>
-#include <sstream>
+#include <optional>
+
+#include "KXJsonTree.h"
+#include "QuorInputFile.h"
 
 namespace quor {
 namespace {
@@ -19,9 +21,41 @@ std::string text(const KXDictionary& object, const char* key, const std::string&
   const KXDictionary& value = member(object, key);
   return value.is_string() ? value.get<std::string>() : fallback;
 }
+// A whole number that fits 32 bits, or absent (floats with a fraction, out-of-range values).
+std::optional<int64_t> wholeNumber(const KXDictionary& value) {
+  constexpr double kLimit = 2147483647.0;
+  if (value.is_number_integer() || value.is_number_unsigned() || value.is_number_float()) {
+    const double number = value.get<double>();
+    if (number >= -kLimit && number <= kLimit && number == static_cast<double>(
+                                                                static_cast<int64_t>(number)))
+      return static_cast<int64_t>(number);
+  }
+  return std::nullopt;
+}
 int64_t integer(const KXDictionary& object, const char* key, int64_t fallback = 0) {
-  const KXDictionary& value = member(object, key);
-  return value.is_number() ? value.get<int64_t>() : fallback;
+  return wholeNumber(member(object, key)).value_or(fallback);
+}
+
+// The first number anywhere in the profile that is not a whole 32-bit number, with its path;
+// "" when there is none. Iterative, as the profile may nest deeply.
+std::string badNumber(const KXDictionary& profile) {
+  std::vector<std::pair<const KXDictionary*, std::string>> pending{{&profile, ""}};
+  while (!pending.empty()) {
+    auto [value, path] = pending.back();
+    pending.pop_back();
+    if (value->is_number() && !wholeNumber(*value)) {
+      return "\"" + path + "\" must be a whole number between -2147483647 and 2147483647 (found " +
+             value->dump() + ")";
+    }
+    if (value->is_object()) {
+      for (const auto& [key, child] : value->items())
+        pending.emplace_back(&child, path.empty() ? key : path + "." + key);
+    } else if (value->is_array()) {
+      for (std::size_t i = 0; i < value->size(); ++i)
+        pending.emplace_back(&(*value)[i], path + "[" + std::to_string(i) + "]");
+    }
+  }
+  return "";
 }
 bool flag(const KXDictionary& object, const char* key, bool fallback = false) {
   const KXDictionary& value = member(object, key);
@@ -30,6 +64,15 @@ bool flag(const KXDictionary& object, const char* key, bool fallback = false) {
 KXDictionary list(const KXDictionary& object, const char* key) {
   const KXDictionary& value = member(object, key);
   return value.is_array() ? value : KXDictionary::array();
+}
+
+// Profiles nest a few levels; anything deeper than the library reads is refused.
+constexpr int kMaxProfileDepth = 128;
+
+// A customer's body as JSON; null when absent, not JSON or nested too deeply.
+KXDictionary parsedBody(const QuorWireMessage& message) {
+  if (!message.body) return nullptr;
+  return KXJsonTree::parse(*message.body, kMaxProfileDepth).value_or(nullptr);
 }
 
 std::string lowered(std::string value) {
@@ -41,6 +84,7 @@ std::string lowered(std::string value) {
 // The profile's problems, or "" when it can be used.
 std::string validate(const KXDictionary& profile) {
   if (!profile.is_object()) return "the profile must be a JSON object";
+  if (const std::string number = badNumber(profile); !number.empty()) return number;
   if (text(profile, "deskId").empty()) return "\"deskId\" must be a non-empty string";
   const int64_t type = integer(profile, "serviceType", -1);
   if (type < 1 || type > 4) return "\"serviceType\" must be 1, 2, 3 or 4";
@@ -74,19 +118,14 @@ std::shared_ptr<QuorDeskSimulator> QuorDeskSimulator::fromProfile(const KXDictio
 
 std::shared_ptr<QuorDeskSimulator> QuorDeskSimulator::fromFile(const std::string& path,
                                                                std::string* error) {
-  std::ifstream in(path, std::ios::binary);
-  if (!in) {
-    if (error) *error = "desk profile: cannot open " + path;
+  std::string problem;
+  const auto bytes = QuorInputFile::read(path, &problem);
+  auto profile = bytes ? KXJsonTree::parse(*bytes, kMaxProfileDepth, &problem) : std::nullopt;
+  if (!profile) {
+    if (error) *error = "desk profile: " + (bytes ? path + ": " : "") + problem;
     return nullptr;
   }
-  std::stringstream bytes;
-  bytes << in.rdbuf();
-  KXDictionary profile = KXDictionary::parse(bytes.str(), nullptr, false);
-  if (profile.is_discarded()) {
-    if (error) *error = "desk profile: " + path + " is not valid JSON";
-    return nullptr;
-  }
-  return fromProfile(profile, error);
+  return fromProfile(*profile, error);
 }
 
 QuorDeskSimulator::QuorDeskSimulator(KXDictionary profile)
@@ -106,8 +145,7 @@ std::vector<KXDictionary> QuorDeskSimulator::bodiesOf(const std::string& objectN
   std::vector<KXDictionary> bodies;
   for (const auto& message : received()) {
     if (message.objectName != objectName) continue;
-    bodies.push_back(message.body ? KXDictionary::parse(*message.body, nullptr, false)
-                                  : KXDictionary());
+    bodies.push_back(parsedBody(message));
   }
   return bodies;
 }
@@ -182,8 +220,7 @@ void QuorDeskSimulator::onMessageFromClient(const QuorWireMessage& message) {
     std::lock_guard<std::mutex> lock(mutex_);
     received_.push_back(message);
   }
-  const KXDictionary body =
-      message.body ? KXDictionary::parse(*message.body, nullptr, false) : KXDictionary();
+  const KXDictionary body = parsedBody(message);
   const KXDictionary& end = member(profile_, "end");
   if (message.objectName == "KX:CsHs") {
     answerHandShake();
