@@ -3,6 +3,7 @@
 // between steps.
 #include <fuzzer/FuzzedDataProvider.h>
 
+#include "KXJsonTree.h"
 #include "QuorCustomerService/QuorCustomerService.h"
 #include "support/RecordingHost.h"
 
@@ -14,7 +15,7 @@ using quor::test::RecordingHost;
 template <class T>
 std::shared_ptr<KXMessage> received(FuzzedDataProvider& in, const std::string& desk) {
   auto content = std::make_shared<T>();
-  content->decodeWithData(in.ConsumeRandomLengthString(512));
+  content->decodeWithData(in.ConsumeRandomLengthString(1 << 20));
   return test::receivedMessage(content, desk, in.ConsumeIntegralInRange<int64_t>(-1, 3),
                                in.ConsumeBool() ? 5 : 1);
 }
@@ -52,9 +53,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
                                        in.ConsumeIntegral<uint64_t>());
         break;
       case 6:
+        // An extra from the fuzzer: many keys, deep nesting, repeated keys.
         client.evaluateCustomerService(
             desk, text, 3, text, 1, text,
-            std::make_shared<const KXDictionary>(KXDictionary::object()));
+            std::make_shared<const KXDictionary>(
+                KXJsonTree::parse(in.ConsumeRandomLengthString(1 << 20), 1 << 20)
+                    .value_or(KXDictionary::object())));
         break;
       case 7:
         client.getHumanEvaluateCustomerServiceConfig(noop);

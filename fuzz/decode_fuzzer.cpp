@@ -47,55 +47,35 @@ std::size_t readAll(const KXCSHandShakeResponseMessage& r) {
   return n;
 }
 
+// Every field of a decoded content, as an application would read it.
+std::size_t readAll(const KXMessageContent& content) {
+  if (auto* r = dynamic_cast<const KXCSHandShakeResponseMessage*>(&content)) return readAll(*r);
+  if (auto* m = dynamic_cast<const KXCSChangeModeResponseMessage*>(&content))
+    return use(m->errMsg()) + use(m->evaConfig()) + static_cast<std::size_t>(m->result());
+  if (auto* m = dynamic_cast<const KXCSPullEvaluateMessage*>(&content)) return use(m->evaluateId());
+  if (auto* m = dynamic_cast<const KXCSPullLeaveMessage*>(&content))
+    return use(m->content()) + use(m->conversationDigest());
+  if (auto* m = dynamic_cast<const KXCSTerminateMessage*>(&content))
+    return use(m->msg()) + use(m->cid());
+  if (auto* m = dynamic_cast<const KXCSUpdateMessage*>(&content))
+    return use(m->cid()) + static_cast<std::size_t>(m->serviceStatus());
+  return 0;
+}
+
 }  // namespace
 
+// The first byte chooses one of the types the module registers with a host; the rest is the
+// body, decoded into a fresh instance as a host would.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
-  static const bool installed = [] {
+  static const std::vector<KXMessageContentType> types = [] {
     KXFwLog::setInstance(std::make_shared<FormattingLogger>());
-    return true;
+    return QuorCustomerServiceExtensionModule::loadQuorExtensionModule().messageTypeList();
   }();
-  (void)installed;
   if (size == 0) return 0;
   const KXData body = std::string(reinterpret_cast<const char*>(data) + 1, size - 1);
-  volatile std::size_t sink = 0;
-  switch (data[0] % 6) {
-    case 0: {
-      KXCSHandShakeResponseMessage m;
-      m.decodeWithData(body);
-      sink = readAll(m);
-      break;
-    }
-    case 1: {
-      KXCSChangeModeResponseMessage m;
-      m.decodeWithData(body);
-      sink = use(m.errMsg()) + use(m.evaConfig()) + static_cast<std::size_t>(m.result());
-      break;
-    }
-    case 2: {
-      KXCSPullEvaluateMessage m;
-      m.decodeWithData(body);
-      sink = use(m.evaluateId());
-      break;
-    }
-    case 3: {
-      KXCSPullLeaveMessage m;
-      m.decodeWithData(body);
-      sink = use(m.content()) + use(m.conversationDigest());
-      break;
-    }
-    case 4: {
-      KXCSTerminateMessage m;
-      m.decodeWithData(body);
-      sink = use(m.msg()) + use(m.cid());
-      break;
-    }
-    default: {
-      KXCSUpdateMessage m;
-      m.decodeWithData(body);
-      sink = use(m.cid()) + static_cast<std::size_t>(m.serviceStatus());
-      break;
-    }
-  }
+  auto content = types[data[0] % types.size()].create();
+  content->decodeWithData(body);
+  volatile std::size_t sink = readAll(*content);
   (void)sink;
   return 0;
 }

@@ -188,11 +188,46 @@ TEST_F(BadInput, EncodersReturnAbsentForInvalidUtf8) {
   leave.setLeaveMessageDic(std::make_shared<KXDictionary>(KXDictionary{{"k", bad}}));
   EXPECT_FALSE(leave.encode());
 
-  // Too deep to write safely.
-  KXDictionary deep = KXDictionary::array();
-  for (int i = 0; i < 200; ++i) deep = KXDictionary::array({deep});
-  leave.setLeaveMessageDic(std::make_shared<KXDictionary>(KXDictionary{{"k", deep}}));
-  EXPECT_FALSE(leave.encode());
+  // Too deep to write safely: refused before anything copies or writes it (a copy or a write
+  // recurses as deep as the value; 200,000 levels overflowed the stack).
+  for (const int levels : {200, 200000}) {
+    auto deep = std::make_shared<KXDictionary>(KXDictionary::object());
+    KXDictionary* innermost = &(*deep)["k"];
+    for (int i = 0; i < levels; ++i) innermost = &(*innermost)["k"];
+    leave.setLeaveMessageDic(deep);
+    EXPECT_FALSE(leave.encode());
+    KXCSEvaluateMessage rating;
+    rating.setExtra(deep);
+    EXPECT_FALSE(rating.encode());
+  }
+}
+
+// Objects of any size are built in linear time (the benchmarks check the time); a repeated
+// key keeps its first place and takes its last value, in received bodies and in a rating's
+// extra alike.
+TEST_F(BadInput, RepeatedKeysTakeTheLastValueAtTheFirstPlace) {
+  KXCSHandShakeResponseMessage response;
+  response.decodeWithData(
+      R"({"status":0,"data":{"sid":"a","evaConf":{"x":1,"y":2,"x":3}},"status":1})");
+  EXPECT_EQ(response.code(), 1);
+  EXPECT_EQ(response.evaConfig()->dump(), R"({"x":3,"y":2})");
+
+  std::string many = R"({"status":1,"data":{)";
+  for (int i = 0; i < 50000; ++i)
+    many += "\"k" + std::to_string(i % 20000) + "\":" + std::to_string(i) + ",";
+  many += R"("evaConf":{}}})";
+  response.decodeWithData(many);
+  EXPECT_TRUE(response.evaConfig());
+
+  KXCSEvaluateMessage rating;
+  auto extra = std::make_shared<KXDictionary>(KXDictionary::object());
+  for (int i = 0; i < 2000; ++i) (*extra)["e" + std::to_string(i)] = i;
+  (*extra)["source"] = "mine";
+  rating.setExtra(extra);
+  const auto body = KXDictionary::parse(*rating.encode());
+  EXPECT_EQ(body.size(), 2000u + 3);  // source (overridden in place), isresolve, type + extra
+  EXPECT_EQ(body.begin().key(), "source");
+  EXPECT_EQ(body["source"], "mine");
 }
 
 }  // namespace

@@ -54,21 +54,21 @@ class KXJsonTree {
   }
 
   // Copies every entry of the object `source` into the object `target`: a key `target` has is
-  // overwritten in place, a new key is appended. Linear in both sizes.
+  // overwritten in place, a new key is appended. Linear in both sizes: only the target's own
+  // keys are indexed, since the keys of an object (`source`) are unique.
   static void merge(KXDictionary& target, const KXDictionary& source) {
     if (!target.is_object() || !source.is_object() || &target == &source) return;
     Entries& entries = target.get_ref<Object&>();
-    // Reserved first, so that the index's views of the target's keys stay valid; the views of
-    // appended keys point into `source`.
-    entries.reserve(entries.size() + source.size());
-    std::unordered_map<std::string_view, std::size_t> index;
-    for (std::size_t i = 0; i < entries.size(); ++i) index.emplace(entries[i].first, i);
+    const std::size_t own = entries.size();
+    std::unordered_map<std::string, std::size_t> index;
+    index.reserve(own);
+    for (std::size_t i = 0; i < own; ++i) index.emplace(entries[i].first, i);
+    entries.reserve(own + source.size());
     for (const auto& [key, value] : source.get_ref<const Object&>()) {
-      const auto found = index.find(key);
+      const auto found = own == 0 ? index.end() : index.find(key);
       if (found != index.end()) {
         entries[found->second].second = value;
       } else {
-        index.emplace(key, entries.size());
         entries.emplace_back(key, value);
       }
     }

@@ -26,8 +26,8 @@ std::optional<int64_t> wholeNumber(const KXDictionary& value) {
   constexpr double kLimit = 2147483647.0;
   if (value.is_number_integer() || value.is_number_unsigned() || value.is_number_float()) {
     const double number = value.get<double>();
-    if (number >= -kLimit && number <= kLimit && number == static_cast<double>(
-                                                                static_cast<int64_t>(number)))
+    if (number >= -kLimit && number <= kLimit &&
+        number == static_cast<double>(static_cast<int64_t>(number)))
       return static_cast<int64_t>(number);
   }
   return std::nullopt;
