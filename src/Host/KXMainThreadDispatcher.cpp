@@ -1,7 +1,7 @@
 #include "QuorCustomerService/Host/KXMainThreadDispatcher.h"
 
-#include "Support/KXInstanceSlot.h"
 #include "QuorCustomerService/Host/KXMainRunLoop.h"
+#include "Support/KXInstanceSlot.h"
 
 namespace quor {
 

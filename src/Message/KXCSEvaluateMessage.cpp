@@ -1,10 +1,10 @@
 #include "QuorCustomerService/Message/KXCSEvaluateMessage.h"
 
-#include "Support/KXLog.h"
-#include "Message/KXContentTypeDefinition.h"
 #include "KXJsonTree.h"
+#include "Message/KXContentTypeDefinition.h"
 #include "Message/KXJsonReader.h"
 #include "Message/KXJsonWriter.h"
+#include "Support/KXLog.h"
 
 namespace quor {
 

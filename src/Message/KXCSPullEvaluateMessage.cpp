@@ -1,8 +1,8 @@
 #include "QuorCustomerService/Message/KXCSPullEvaluateMessage.h"
 
-#include "Support/KXLog.h"
 #include "Message/KXContentTypeDefinition.h"
 #include "Message/KXJsonReader.h"
+#include "Support/KXLog.h"
 
 namespace quor {
 
