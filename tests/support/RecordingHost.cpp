@@ -1,5 +1,7 @@
 #include "RecordingHost.h"
 
+#include "KXJsonTree.h"
+
 #include <stdexcept>
 #include <thread>
 
@@ -49,8 +51,8 @@ void RecordingHost::transmit(QuorOutgoingSend send, std::shared_ptr<QuorPendingS
   throwIf(HostCall::Send);
   RecordedSend recorded;
   static_cast<QuorOutgoingSend&>(recorded) = std::move(send);
-  if (recorded.body) recorded.json = KXDictionary::parse(*recorded.body, nullptr, false);
-  if (recorded.json.is_discarded()) recorded.json = nullptr;
+  // Parsed in linear time: bodies may hold a rating's extra of any size.
+  if (recorded.body) recorded.json = KXJsonTree::parse(*recorded.body, 128).value_or(nullptr);
   std::lock_guard<std::mutex> lock(mutex_);
   sends_.push_back(std::move(recorded));
   pending_.push_back(std::move(pending));
