@@ -1,5 +1,7 @@
 #include "QuorCustomerService/Extension/QuorCustomerServiceExtensionModule.h"
 
+#include <atomic>
+
 #include "Message/KXMessageTypeTable.h"
 #include "QuorCustomerService/Host/KXCoreClient.h"
 #include "QuorCustomerService/Host/KXHostConstants.h"
@@ -11,14 +13,16 @@ namespace quor {
 namespace {
 
 // Registration runs once to its end: a host whose registerMessageType() throws leaves the rest
-// for the next load, which continues with the type that failed.
-std::once_flag registrationDone;
+// for the next load, which continues with the type that failed. Concurrent loads wait for the
+// registration under way (the lock is the once-guard; std::call_once is not used because an
+// exception leaving it is not reliably recoverable).
+std::mutex registrationLock;
+std::atomic<bool> registrationDone{false};
 std::size_t nextRegistration = 0;
 thread_local bool registering = false;
 
-struct RegistrationFailed {};
-
 void registerMessageTypes(const QuorCustomerServiceExtensionModule& module) {
+  if (registrationDone.load(std::memory_order_acquire)) return;
   if (registering) {
     // The host called the load from inside its registerMessageType(): not allowed.
     KXLog::error(KX_LOG_TAG,
@@ -26,20 +30,17 @@ void registerMessageTypes(const QuorCustomerServiceExtensionModule& module) {
     return;
   }
   registering = true;
-  std::string failed;
-  try {
-    std::call_once(registrationDone, [&] {
-      const auto types = module.messageTypeList();
-      for (; nextRegistration < types.size(); ++nextRegistration) {
-        if (!KXHost::registerType(types[nextRegistration])) {
-          failed = types[nextRegistration].objectName();
-          throw RegistrationFailed{};
-        }
-      }
-    });
-  } catch (...) {
-    KXLog::error(KX_LOG_TAG, "ERROR: registering message type " + failed +
+  std::lock_guard<std::mutex> lock(registrationLock);
+  const auto types = module.messageTypeList();
+  while (nextRegistration < types.size() && KXHost::registerType(types[nextRegistration])) {
+    ++nextRegistration;
+  }
+  if (nextRegistration < types.size()) {
+    KXLog::error(KX_LOG_TAG, "ERROR: registering message type " +
+                                 types[nextRegistration].objectName() +
                                  " failed; the next loadQuorExtensionModule retries it");
+  } else {
+    registrationDone.store(true, std::memory_order_release);
   }
   registering = false;
 }
