@@ -8,14 +8,15 @@
 namespace quor {
 namespace {
 constexpr int32_t kDirectionSend = 1;
-}
+thread_local std::string threadNameOfThisThread;
+}  // namespace
 
 uint32_t QuorRawContent::messagePersistentFlag() const {
   return KXMessagePersistentFlagIsPersisted;
 }
 
 QuorHostBase::QuorHostBase()
-    : logSink_([](const QuorLogEntry& entry) {
+    : mainRunLoop_(std::make_shared<KXMainRunLoop>()), logSink_([](const QuorLogEntry& entry) {
         std::fprintf(stderr, "[%d %s] %s\n", entry.level, entry.tag.c_str(), entry.text.c_str());
       }) {}
 QuorHostBase::~QuorHostBase() = default;
@@ -43,6 +44,28 @@ QuorIMLibExtensionModule& QuorHostBase::loadExtensionModule() {
   }
   modules_.push_back(&module);
   return module;
+}
+
+std::string QuorHostBase::threadName() {
+  return threadNameOfThisThread.empty() ? "main" : threadNameOfThisThread;
+}
+
+void QuorHostBase::setThreadName(std::string name) { threadNameOfThisThread = std::move(name); }
+
+void QuorHostBase::addMessageListener(MessageListener listener) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  listeners_.push_back(std::move(listener));
+}
+
+void QuorHostBase::notifyListeners(const std::shared_ptr<KXMessage>& message) {
+  post([this, message] {
+    std::vector<MessageListener> listeners;
+    {
+      std::lock_guard<std::mutex> lock(mutex_);
+      listeners = listeners_;
+    }
+    for (const auto& listener : listeners) listener(message);
+  });
 }
 
 std::shared_ptr<KXMessage> QuorHostBase::sendMessage(

@@ -3,13 +3,8 @@
 #include "QuorCustomerService/Host/KXHostConstants.h"
 #include "QuorCustomerService/Host/KXInformationNotificationMessage.h"
 #include "QuorCustomerService/Host/KXTextMessage.h"
-#include "QuorWorkerThread.h"
 
 namespace quor {
-namespace {
-thread_local std::string threadNameOfThisThread;
-}  // namespace
-
 // A send with closures that waits for its outcome, and what goes to the peer once it is sent.
 struct QuorLoopbackHost::WaitingSend {
   std::shared_ptr<QuorPendingSend> pending;
@@ -17,8 +12,7 @@ struct QuorLoopbackHost::WaitingSend {
 };
 
 QuorLoopbackHost::QuorLoopbackHost()
-    : mainRunLoop_(std::make_shared<KXMainRunLoop>()),
-      hostThread_(std::make_unique<QuorWorkerThread>("host")),
+    : hostThread_(std::make_unique<QuorWorkerThread>("host")),
       deliveryThread_(std::make_unique<QuorWorkerThread>("delivery")) {
   // The host's own types: a text received from the desk decodes into a text message.
   QuorHostBase::registerMessageType(KXMessageContentType::of<KXTextMessage>());
@@ -45,21 +39,10 @@ std::shared_ptr<QuorLoopbackObserver> QuorLoopbackHost::observer() const {
   return observer_;
 }
 
-void QuorLoopbackHost::addMessageListener(MessageListener listener) {
-  std::lock_guard<std::mutex> lock(mutex_);
-  listeners_.push_back(std::move(listener));
-}
-
 void QuorLoopbackHost::setCurrentUserId(std::string userId) {
   std::lock_guard<std::mutex> lock(mutex_);
   currentUserId_ = std::move(userId);
 }
-
-std::string QuorLoopbackHost::threadName() {
-  return threadNameOfThisThread.empty() ? "main" : threadNameOfThisThread;
-}
-
-void QuorLoopbackHost::setThreadName(std::string name) { threadNameOfThisThread = std::move(name); }
 
 void QuorLoopbackHost::transmit(QuorOutgoingSend send, std::shared_ptr<QuorPendingSend> pending) {
   const auto& record = send.record;
@@ -173,17 +156,6 @@ void QuorLoopbackHost::store(const std::shared_ptr<KXMessage>& message) {
   conversations_[message->targetId().value_or("")].push_back(message);
 }
 
-void QuorLoopbackHost::notifyListeners(const std::shared_ptr<KXMessage>& message) {
-  mainRunLoop_->post([this, message] {
-    std::vector<MessageListener> listeners;
-    {
-      std::lock_guard<std::mutex> lock(mutex_);
-      listeners = listeners_;
-    }
-    for (const auto& listener : listeners) listener(message);
-  });
-}
-
 std::vector<std::shared_ptr<KXMessage>> QuorLoopbackHost::conversation(
     const std::string& targetId) const {
   std::lock_guard<std::mutex> lock(mutex_);
@@ -214,11 +186,11 @@ void QuorLoopbackHost::settle() {
     const uint64_t before = hostThread_->finished() + deliveryThread_->finished();
     hostThread_->waitIdle();
     deliveryThread_->waitIdle();
-    const std::size_t ran = mainRunLoop_->runUntilIdle();
+    const std::size_t ran = mainRunLoop().runUntilIdle();
     hostThread_->waitIdle();
     deliveryThread_->waitIdle();
     const uint64_t after = hostThread_->finished() + deliveryThread_->finished();
-    if (ran == 0 && before == after && mainRunLoop_->pendingCount() == 0) return;
+    if (ran == 0 && before == after && mainRunLoop().pendingCount() == 0) return;
   }
 }
 

@@ -12,6 +12,7 @@
 #include "QuorCustomerService/Host/KXCoreClient.h"
 #include "QuorCustomerService/Host/KXFwLog.h"
 #include "QuorCustomerService/Host/KXLocalConfiguration.h"
+#include "QuorCustomerService/Host/KXMainRunLoop.h"
 #include "QuorCustomerService/Host/KXMainThreadDispatcher.h"
 #include "QuorHostBase/QuorLogEntry.h"
 #include "QuorHostBase/QuorOutgoingSend.h"
@@ -25,11 +26,15 @@ namespace quor {
 // body, closures reported at most once); the loaded extension modules and offering each
 // received message to them; the local setting csSuspendWhenLeave.
 //
-// A host adds its transport (transmit()), its store and listeners (insertIncomingMessage(),
-// onReceiveFakeMessage()), its logger (write()) and its main thread (post()).
+// the application's message listeners; the main thread, a run loop the application drains
+// unless a host posts elsewhere; thread names for records and log entries.
+//
+// A host adds its transport (transmit()) and its store (insertIncomingMessage(),
+// onReceiveFakeMessage()).
 //
 // Threads: every operation may be called from any thread. The base holds its lock only for its
-// own bookkeeping, never while it calls the library, a closure or a derived class.
+// own bookkeeping, never while it calls the library, a closure, a listener or a derived class.
+// Message listeners run on the main thread (posted through post()).
 class QuorHostBase : public KXCoreClient,
                      public KXFwLog,
                      public KXLocalConfiguration,
@@ -51,6 +56,22 @@ class QuorHostBase : public KXCoreClient,
   // formatted and passed to `sink`, on the thread that logs. The default writes errors to
   // stderr; a null sink drops everything.
   void setLogSink(LogSink sink, int32_t maxLevel);
+
+  using MessageListener = std::function<void(const std::shared_ptr<KXMessage>& message)>;
+  // Listeners see every message the application would show: received messages the modules do
+  // not hold, and local messages handed on as received. Called on the main thread.
+  void addMessageListener(MessageListener listener);
+
+  // The main thread's run loop: the application drains it (runUntilIdle(), run()) on the thread
+  // it treats as its main thread. post() queues onto it.
+  KXMainRunLoop& mainRunLoop() { return *mainRunLoop_; }
+  // KXMainThreadDispatcher
+  void post(std::function<void()> closure) override { mainRunLoop_->post(std::move(closure)); }
+
+  // The name of the calling thread as a host names it: a QuorWorkerThread's name, a name set
+  // with setThreadName(), else "main".
+  static std::string threadName();
+  static void setThreadName(std::string name);
 
   void setSuspendWhenLeave(bool value) { suspendWhenLeave_ = value; }
   bool csSuspendWhenLeave() const override { return suspendWhenLeave_; }
@@ -78,8 +99,8 @@ class QuorHostBase : public KXCoreClient,
 
   // Takes one send: reports it through `pending` (at once, later or never) and carries it.
   virtual void transmit(QuorOutgoingSend send, std::shared_ptr<QuorPendingSend> pending) = 0;
-  // The name of the calling thread, for the send's record.
-  virtual std::string currentThreadName() const = 0;
+  // The name of the calling thread, for the send's record and log entries.
+  virtual std::string currentThreadName() const { return threadName(); }
   // The id of the next sent message (1, 2, 3 ... by default).
   virtual int64_t nextMessageId() { return nextMessageId_++; }
 
@@ -91,6 +112,8 @@ class QuorHostBase : public KXCoreClient,
   std::shared_ptr<KXMessageContent> contentFor(const std::string& objectName) const;
   // Offers a received message to each loaded module; true when one of them holds it.
   bool offerToModules(const std::shared_ptr<KXMessage>& message, bool offline) const;
+  // Hands a message to the application's listeners on the main thread.
+  void notifyListeners(const std::shared_ptr<KXMessage>& message);
 
  private:
   std::shared_ptr<KXMessage> send(int32_t conversationType, const KXString& targetId,
@@ -99,10 +122,12 @@ class QuorHostBase : public KXCoreClient,
                                   QuorSendClosures closures, SuccessBlock success, ErrorBlock error,
                                   RecordSuccessBlock recordSuccess, RecordErrorBlock recordError);
 
+  const std::shared_ptr<KXMainRunLoop> mainRunLoop_;
   mutable std::mutex mutex_;
   std::map<std::string, KXMessageContentType> types_;
   std::vector<std::string> registrationOrder_;
   std::vector<QuorIMLibExtensionModule*> modules_;
+  std::vector<MessageListener> listeners_;
   LogSink logSink_;
   int32_t logMaxLevel_ = 2;
   std::atomic<int64_t> nextMessageId_{1};

@@ -11,14 +11,12 @@
 #include <string>
 #include <vector>
 
-#include "QuorCustomerService/Host/KXMainRunLoop.h"
 #include "QuorHostBase/QuorHostBase.h"
+#include "QuorHostBase/QuorWorkerThread.h"
 #include "QuorLoopbackHost/QuorLoopbackObserver.h"
 #include "QuorLoopbackHost/QuorLoopbackPeer.h"
 
 namespace quor {
-
-class QuorWorkerThread;
 
 // An in-memory IM core: a complete implementation of every host interface, with a peer (a
 // desk) at the other end of its channel instead of a network.
@@ -32,16 +30,11 @@ class QuorWorkerThread;
 // Every operation may be called from any thread.
 class QuorLoopbackHost : public QuorHostBase {
  public:
-  using MessageListener = std::function<void(const std::shared_ptr<KXMessage>& message)>;
-
   QuorLoopbackHost();
   ~QuorLoopbackHost() override;
 
   void connectPeer(std::shared_ptr<QuorLoopbackPeer> peer);
   void setObserver(std::shared_ptr<QuorLoopbackObserver> observer);
-  // Listeners see every message the application would show: received messages the modules do
-  // not hold, and local messages handed on as received. Called on the main run loop.
-  void addMessageListener(MessageListener listener);
   // The user id the host stamps on the application's sends.
   void setCurrentUserId(std::string userId);
 
@@ -61,7 +54,6 @@ class QuorLoopbackHost : public QuorHostBase {
   // The messages stored for a conversation (by target id), oldest first.
   std::vector<std::shared_ptr<KXMessage>> conversation(const std::string& targetId) const;
 
-  KXMainRunLoop& mainRunLoop() { return *mainRunLoop_; }
   // Waits until the host and delivery threads have nothing left to do (the main run loop is
   // left alone).
   void waitForThreads();
@@ -72,22 +64,15 @@ class QuorLoopbackHost : public QuorHostBase {
   // the peer without a time are stamped from it.
   int64_t nextSentTime() { return clock_++; }
 
-  // "host", "delivery", or "main" for any other thread.
-  static std::string threadName();
-  static void setThreadName(std::string name);
-
   // KXCoreClient
   std::shared_ptr<KXMessage> insertIncomingMessage(
       int32_t conversationType, const KXString& targetId, const KXString& senderUserId,
       int32_t receivedStatus, std::shared_ptr<KXMessageContent> content) override;
   void onReceiveFakeMessage(std::shared_ptr<KXMessage> message) override;
   void registerMessageType(const KXMessageContentType& type) override;
-  // KXMainThreadDispatcher
-  void post(std::function<void()> closure) override { mainRunLoop_->post(std::move(closure)); }
 
  protected:
   void transmit(QuorOutgoingSend send, std::shared_ptr<QuorPendingSend> pending) override;
-  std::string currentThreadName() const override { return threadName(); }
   bool observesLogs() const override { return observer() != nullptr; }
   void observeLog(const QuorLogEntry& entry) override;
 
@@ -96,14 +81,11 @@ class QuorLoopbackHost : public QuorHostBase {
   void report(const std::shared_ptr<WaitingSend>& waiting, bool ok, int64_t errorCode);
   bool deliver(QuorWireMessage message);
   void store(const std::shared_ptr<KXMessage>& message);
-  void notifyListeners(const std::shared_ptr<KXMessage>& message);
   std::shared_ptr<QuorLoopbackObserver> observer() const;
 
-  std::shared_ptr<KXMainRunLoop> mainRunLoop_;
   mutable std::mutex mutex_;
   std::shared_ptr<QuorLoopbackPeer> peer_;
   std::shared_ptr<QuorLoopbackObserver> observer_;
-  std::vector<MessageListener> listeners_;
   std::map<std::string, std::vector<std::shared_ptr<KXMessage>>> conversations_;
   std::deque<std::shared_ptr<WaitingSend>> waiting_;
   std::string currentUserId_ = "customer";

@@ -1,4 +1,3 @@
-// A named thread that runs posted work in order.
 #pragma once
 
 #include <condition_variable>
@@ -11,9 +10,11 @@
 
 namespace quor {
 
+// A named thread of a host that runs posted work in order, one piece at a time. post() and the
+// waiting functions may be called from any thread.
 class QuorWorkerThread {
  public:
-  // `name` is what QuorLoopbackHost::threadName() answers on this thread.
+  // `name` is what QuorHostBase::threadName() answers on this thread.
   explicit QuorWorkerThread(std::string name);
   ~QuorWorkerThread();
 

@@ -1,6 +1,6 @@
-#include "QuorWorkerThread.h"
+#include "QuorHostBase/QuorWorkerThread.h"
 
-#include "QuorLoopbackHost/QuorLoopbackHost.h"
+#include "QuorHostBase/QuorHostBase.h"
 
 namespace quor {
 namespace {
@@ -56,7 +56,7 @@ uint64_t QuorWorkerThread::finished() const {
 }
 
 void QuorWorkerThread::loop() {
-  QuorLoopbackHost::setThreadName(name_);
+  QuorHostBase::setThreadName(name_);
   for (;;) {
     std::function<void()> work;
     {

@@ -1,0 +1,50 @@
+-- Stamps every customer-service message with the server's time in milliseconds and confirms it
+-- to its sender with that stamp, so that both ends of a service read their times from one clock.
+--
+-- A message carries its content in <cs xmlns='urn:quor:customer-service:0' name='...'>. When a
+-- client sends one, this module (before the message is routed):
+--   * refuses it with <item-not-found/> when it is addressed to a local account that does not
+--     exist, so that the sender learns it at once;
+--   * sets the payload's `stamp` attribute to the server's time in milliseconds (never smaller
+--     than the previous stamp, whatever the wall clock does), replacing any stamp the client set;
+--   * sends the sender <message type='headline'><confirmed xmlns='...' id='ID' stamp='MS'/>
+--     </message> from the server's own address, where ID is the message's stanza id.
+-- The server advertises the namespace as a feature, so that clients can tell it is loaded.
+local st = require "util.stanza";
+local jid = require "util.jid";
+local time = require "util.time";
+local usermanager = require "core.usermanager";
+
+local xmlns = "urn:quor:customer-service:0";
+local last_stamp = 0;
+
+module:add_feature(xmlns);
+
+local function next_stamp()
+	local now = math.floor(time.now() * 1000);
+	if now < last_stamp then now = last_stamp; end
+	last_stamp = now;
+	return now;
+end
+
+local function stamp_and_confirm(event)
+	local origin, stanza = event.origin, event.stanza;
+	local payload = stanza:get_child("cs", xmlns);
+	if not payload or stanza.attr.type == "error" then return; end
+
+	local node, host = jid.split(stanza.attr.to);
+	if node and prosody.hosts[host] and not usermanager.user_exists(node, host) then
+		origin.send(st.error_reply(stanza, "cancel", "item-not-found", "No such account"));
+		return true;
+	end
+
+	local stamp = tostring(next_stamp());
+	payload.attr.stamp = stamp;
+	if stanza.attr.id and origin.full_jid then
+		origin.send(st.message({ type = "headline", from = module.host, to = origin.full_jid })
+			:tag("confirmed", { xmlns = xmlns, id = stanza.attr.id, stamp = stamp }));
+	end
+end
+
+module:hook("pre-message/bare", stamp_and_confirm, 10);
+module:hook("pre-message/full", stamp_and_confirm, 10);
