@@ -3,6 +3,8 @@
 #include <cstdio>
 
 #include "QuorCustomerService/Host/KXHostConstants.h"
+#include "QuorCustomerService/Host/KXInformationNotificationMessage.h"
+#include "QuorCustomerService/Host/KXTextMessage.h"
 #include "QuorHostBase/QuorRawContent.h"
 
 namespace quor {
@@ -127,17 +129,34 @@ void QuorHostBase::setLogSink(LogSink sink, int32_t maxLevel) {
 
 void QuorHostBase::write(int32_t level, int32_t type, std::string_view tag, std::string_view format,
                          std::initializer_list<KXLogArgument> keys) {
+  bool wanted;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    wanted = level <= logMaxLevel_ && logSink_;
+  }
+  // Formatting costs more than the check: skip it when no one reads the entry.
+  if (!wanted && !observesLogs()) return;
+  writeEntry({currentThreadName(), level, type, std::string(tag), KXFwLog::format(format, keys)});
+}
+
+void QuorHostBase::writeEntry(const QuorLogEntry& entry) {
   LogSink sink;
   {
     std::lock_guard<std::mutex> lock(mutex_);
-    if (level <= logMaxLevel_) sink = logSink_;
+    if (entry.level <= logMaxLevel_) sink = logSink_;
   }
-  const bool observed = observesLogs();
-  if (!sink && !observed) return;
-  const QuorLogEntry entry{currentThreadName(), level, type, std::string(tag),
-                           KXFwLog::format(format, keys)};
-  if (observed) observeLog(entry);
+  if (observesLogs()) observeLog(entry);
   if (sink) sink(entry);
+}
+
+void QuorHostBase::registerHostTypes() {
+  QuorHostBase::registerMessageType(KXMessageContentType::of<KXTextMessage>());
+  QuorHostBase::registerMessageType(KXMessageContentType::of<KXInformationNotificationMessage>());
+}
+
+std::vector<QuorIMLibExtensionModule*> QuorHostBase::loadedModules() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return modules_;
 }
 
 std::vector<KXMessageContentType> QuorHostBase::registeredTypes() const {
@@ -159,13 +178,9 @@ std::shared_ptr<KXMessageContent> QuorHostBase::contentFor(const std::string& ob
 }
 
 bool QuorHostBase::offerToModules(const std::shared_ptr<KXMessage>& message, bool offline) const {
-  std::vector<QuorIMLibExtensionModule*> modules;
-  {
-    std::lock_guard<std::mutex> lock(mutex_);
-    modules = modules_;
-  }
   bool held = false;
-  for (auto* module : modules) held = module->didHoldReceivedMessage(message, offline) || held;
+  for (auto* module : loadedModules())
+    held = module->didHoldReceivedMessage(message, offline) || held;
   return held;
 }
 

@@ -1,8 +1,6 @@
 #include "QuorLoopbackHost/QuorLoopbackHost.h"
 
 #include "QuorCustomerService/Host/KXHostConstants.h"
-#include "QuorCustomerService/Host/KXInformationNotificationMessage.h"
-#include "QuorCustomerService/Host/KXTextMessage.h"
 
 namespace quor {
 // A send with closures that waits for its outcome, and what goes to the peer once it is sent.
@@ -14,9 +12,7 @@ struct QuorLoopbackHost::WaitingSend {
 QuorLoopbackHost::QuorLoopbackHost()
     : hostThread_(std::make_unique<QuorWorkerThread>("host")),
       deliveryThread_(std::make_unique<QuorWorkerThread>("delivery")) {
-  // The host's own types: a text received from the desk decodes into a text message.
-  QuorHostBase::registerMessageType(KXMessageContentType::of<KXTextMessage>());
-  QuorHostBase::registerMessageType(KXMessageContentType::of<KXInformationNotificationMessage>());
+  registerHostTypes();
 }
 
 QuorLoopbackHost::~QuorLoopbackHost() {

@@ -132,8 +132,16 @@ QuorDeskSimulator::QuorDeskSimulator(KXDictionary profile)
     : profile_(std::move(profile)), deskId_(text(profile_, "deskId")) {}
 
 void QuorDeskSimulator::attach(const std::shared_ptr<QuorLoopbackHost>& host) {
-  host_ = host;
+  std::weak_ptr<QuorLoopbackHost> weakHost = host;
+  attach([weakHost](QuorWireMessage message) {
+    if (auto receiver = weakHost.lock()) receiver->receiveAsync(std::move(message));
+  });
   host->connectPeer(shared_from_this());
+}
+
+void QuorDeskSimulator::attach(Reply reply) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  reply_ = std::move(reply);
 }
 
 std::vector<QuorWireMessage> QuorDeskSimulator::received() const {
@@ -162,14 +170,18 @@ bool QuorDeskSimulator::suspended() const {
 
 void QuorDeskSimulator::send(const std::string& objectName, const KXDictionary& body,
                              const std::string& senderUserId) {
-  auto host = host_.lock();
-  if (!host) return;
+  Reply reply;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    reply = reply_;
+  }
+  if (!reply) return;
   QuorWireMessage message;
   message.objectName = objectName;
   message.targetId = deskId_;
   message.senderUserId = senderUserId;
   message.body = body.dump();
-  host->receiveAsync(std::move(message));
+  reply(std::move(message));
 }
 
 void QuorDeskSimulator::sendText(const std::string& content, bool fromAgent) {

@@ -110,6 +110,13 @@ class QuorHostBase : public KXCoreClient,
 
   // A fresh instance of the type registered under `objectName`, or a QuorRawContent.
   std::shared_ptr<KXMessageContent> contentFor(const std::string& objectName) const;
+  // Registers the host's own contents, text and grey notice, so that a text from the desk
+  // decodes into a KXTextMessage.
+  void registerHostTypes();
+  // The loaded extension modules, in load order.
+  std::vector<QuorIMLibExtensionModule*> loadedModules() const;
+  // Passes an entry to the sink (when its level passes the filter) and to observeLog().
+  void writeEntry(const QuorLogEntry& entry);
   // Offers a received message to each loaded module; true when one of them holds it.
   bool offerToModules(const std::shared_ptr<KXMessage>& message, bool offline) const;
   // Hands a message to the application's listeners on the main thread.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -43,6 +44,10 @@ class QuorDeskSimulator : public QuorLoopbackPeer,
 
   // Connects the desk to `host` as its peer.
   void attach(const std::shared_ptr<QuorLoopbackHost>& host);
+  // Sends the desk's messages through `reply` instead (a desk on another transport); the
+  // transport hands the customer's messages to onMessageFromClient().
+  using Reply = std::function<void(QuorWireMessage message)>;
+  void attach(Reply reply);
 
   const std::string& deskId() const { return deskId_; }
   const KXDictionary& profile() const { return profile_; }
@@ -82,7 +87,7 @@ class QuorDeskSimulator : public QuorLoopbackPeer,
 
   const KXDictionary profile_;
   const std::string deskId_;
-  std::weak_ptr<QuorLoopbackHost> host_;
+  Reply reply_;
   mutable std::mutex mutex_;
   std::vector<QuorWireMessage> received_;
   bool humanMode_ = false;

@@ -1,0 +1,96 @@
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+
+#include "QuorXmppHost/QuorXmppOptions.h"
+#include "QuorXmppHost/QuorXmppPayload.h"
+
+namespace quor {
+
+// One XMPP client connection that carries customer-service payloads: it connects, announces
+// presence, reconnects with backoff after a loss, sends payloads as <message type='chat'> with
+// the storage hint, and matches each send with the server's confirmation (the stamping module,
+// hosts/xmpp/prosody) or its error stanza. Used by QuorXmppHost and by the desk program.
+//
+// Threads:
+// - "network": one thread owns the libstrophe connection (libstrophe has no locking). Every
+//   Events function and every send outcome is called there, with no lock held; they must not
+//   block.
+// - send(), sendRaw(), status() and the waits may be called from any thread: sends go through
+//   a locked outbox that wakes the network thread.
+//
+// A send is never dropped silently: its outcome is called exactly once, with 0 and the server's
+// stamp (ms) once the server confirmed it, or with a QuorXmppError code. On a server without the
+// stamping module (its feature is not advertised) a send succeeds once it is written, stamped
+// with this machine's clock.
+class QuorXmppConnection {
+ public:
+  class Events {
+   public:
+    virtual ~Events() = default;
+    virtual void onStatus(QuorXmppConnectionStatus status) = 0;
+    virtual void onPayload(QuorXmppPayload payload) = 0;
+    // level: 2 error, 3 warning, 4 information, 5 debug.
+    virtual void onLog(int32_t level, const std::string& area, const std::string& text) = 0;
+  };
+  // errorCode 0 means sent, with the server's stamp in ms.
+  using Outcome = std::function<void(int64_t errorCode, int64_t stamp)>;
+
+  QuorXmppConnection(QuorXmppOptions options, Events& events);
+  // Stops the network thread; sends still waiting fail with QuorXmppErrorStopped.
+  ~QuorXmppConnection();
+  QuorXmppConnection(const QuorXmppConnection&) = delete;
+  QuorXmppConnection& operator=(const QuorXmppConnection&) = delete;
+
+  // Starts connecting in the background (once).
+  void start();
+  // Disconnects and stops reconnecting; sends still waiting fail with QuorXmppErrorStopped.
+  void stop();
+  // Sends a payload to `payload.peer`; the stanza id is chosen here.
+  void send(QuorXmppPayload payload, Outcome outcome);
+  // Writes raw XML on the stream when online (for tests that play a hostile peer).
+  void sendRaw(std::string xml);
+
+  QuorXmppConnectionStatus status() const { return status_.load(); }
+  // Waits until the connection is online (true) or `timeout` passed (false).
+  bool waitUntilOnline(std::chrono::milliseconds timeout) const;
+  // The account's bare JID and its domain.
+  const std::string& bareJid() const { return bareJid_; }
+  const std::string& domain() const { return domain_; }
+  // Whether the server confirms sends (its stamping module is loaded); known once online.
+  bool serverStamps() const { return serverStamps_.load(); }
+
+ private:
+  class Network;
+  struct Outgoing {
+    QuorXmppPayload payload;
+    std::string raw;
+    Outcome outcome;
+  };
+  void wake();
+
+  const QuorXmppOptions options_;
+  Events& events_;
+  std::string bareJid_;
+  std::string domain_;
+  std::atomic<QuorXmppConnectionStatus> status_{QuorXmppConnectionStatus::Disconnected};
+  std::atomic<bool> serverStamps_{false};
+  mutable std::mutex mutex_;
+  mutable std::condition_variable statusChanged_;
+  std::deque<Outgoing> outbox_;
+  bool stopping_ = false;
+  int wakeFd_ = -1;
+  std::unique_ptr<Network> network_;
+  std::thread thread_;
+};
+
+}  // namespace quor

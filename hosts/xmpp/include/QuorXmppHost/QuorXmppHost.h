@@ -1,0 +1,126 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <unordered_set>
+#include <vector>
+
+#include "QuorHostBase/QuorHostBase.h"
+#include "QuorHostBase/QuorWorkerThread.h"
+#include "QuorXmppHost/QuorMessageStore.h"
+#include "QuorXmppHost/QuorXmppConnection.h"
+#include "QuorXmppHost/QuorXmppOptions.h"
+
+namespace quor {
+
+// An IM core over XMPP: every host interface of the library on a real XMPP account, with a
+// SQLite store of the conversations. The desk is an XMPP account too (QuorDeskJid maps desk ids
+// to JIDs), and the customer-service contents travel as payloads (QuorXmppConnection).
+//
+//   QuorXmppHost::Options options;
+//   options.connection.jid = "alice@example.com";
+//   options.connection.password = "...";
+//   options.storePath = "/path/to/alice.sqlite";
+//   std::string error;
+//   auto host = QuorXmppHost::create(options, &error);
+//   host->install();
+//   host->loadExtensionModule();
+//   host->connect();
+//   // the application drains host->mainRunLoop() on its main thread (or installs its own
+//   // dispatcher by overriding post())
+//
+// Threads:
+// - "network": owns the XMPP connection (see QuorXmppConnection); no library code runs there.
+// - "delivery": received payloads are decoded into a fresh instance of their registered type
+//   and offered to each loaded module here, in the order they arrived; the send closures
+//   (outcomes), the modules' connection events and logout run here too, so a send's
+//   confirmation is always handled before the replies that came after it.
+// - "main": the application's message listeners and the library's main-thread closures run in
+//   the main run loop, which the application drains.
+// Every operation may be called from any thread; no lock is held while the host calls the
+// library, a closure or a listener.
+//
+// Storage: received contents of a stored type that no module held, local messages inserted with
+// insertIncomingMessage() and sent stored contents are kept, each under the store's id, which
+// is the record's message id. Signal types and held messages are never stored and have message
+// id 0. A message received twice (same sender and stanza id) is taken once.
+class QuorXmppHost : public QuorHostBase, private QuorXmppConnection::Events {
+ public:
+  struct Options {
+    QuorXmppOptions connection;
+    // The SQLite file of the store; ":memory:" keeps it for the life of the host.
+    std::string storePath = ":memory:";
+    // The domain of the desks' accounts; empty takes the account's own domain.
+    std::string deskDomain;
+  };
+
+  // A host that is not yet connected, or null with the reason in `error` (the store did not
+  // open).
+  static std::shared_ptr<QuorXmppHost> create(Options options, std::string* error);
+  ~QuorXmppHost() override;
+
+  // Logs in and stays connected (reconnecting with backoff) until logout().
+  void connect();
+  // Tells the modules (notifyLogoutEvent) and disconnects; waiting sends fail.
+  void logout();
+  bool waitUntilOnline(std::chrono::milliseconds timeout) const;
+  QuorXmppConnectionStatus connectionStatus() const { return connection_->status(); }
+  // The account's user id (its JID's local part, unescaped) and bare JID.
+  std::string currentUserId() const;
+  const std::string& bareJid() const { return connection_->bareJid(); }
+  // The JID a desk id maps to; "" when it maps to none.
+  std::string jidOfDesk(const std::string& deskId) const;
+
+  // One page of a conversation's history, newest first: at most `count` messages older than
+  // the message `beforeMessageId` (0: from the newest).
+  std::vector<std::shared_ptr<KXMessage>> history(const std::string& deskId,
+                                                  int64_t beforeMessageId = 0,
+                                                  int count = 20) const;
+
+  // Waits until the delivery thread has nothing left to do (tests and tools).
+  void waitForDelivery() { delivery_->waitIdle(); }
+  // The connection, for tests that write raw stanzas.
+  QuorXmppConnection& connection() { return *connection_; }
+
+  // KXCoreClient
+  std::shared_ptr<KXMessage> insertIncomingMessage(
+      int32_t conversationType, const KXString& targetId, const KXString& senderUserId,
+      int32_t receivedStatus, std::shared_ptr<KXMessageContent> content) override;
+  void onReceiveFakeMessage(std::shared_ptr<KXMessage> message) override;
+
+ protected:
+  void transmit(QuorOutgoingSend send, std::shared_ptr<QuorPendingSend> pending) override;
+  // Message ids come from the store; a send that is not stored has id 0.
+  int64_t nextMessageId() override { return 0; }
+
+ private:
+  QuorXmppHost(Options options, std::unique_ptr<QuorMessageStore> store);
+
+  // QuorXmppConnection::Events, on the network thread: each is handed to the delivery thread.
+  void onStatus(QuorXmppConnectionStatus status) override;
+  void onPayload(QuorXmppPayload payload) override;
+  void onLog(int32_t level, const std::string& area, const std::string& text) override;
+
+  void deliver(const QuorXmppPayload& payload);
+  // Whether a message with this origin key was taken before (and remembers it if not).
+  bool seenBefore(const std::string& originKey);
+  std::shared_ptr<KXMessage> recordOf(const QuorStoredMessage& stored) const;
+  bool store(QuorStoredMessage& stored, const std::string& originKey);
+
+  const Options options_;
+  std::string deskDomain_;
+  std::unique_ptr<QuorMessageStore> store_;
+  mutable std::mutex mutex_;
+  std::unordered_set<std::string> seen_;
+  std::deque<std::string> seenOrder_;
+  // Declared last: the connection stops first (its outcomes go to the delivery thread), then
+  // the delivery thread finishes what it was given.
+  std::unique_ptr<QuorWorkerThread> delivery_;
+  std::unique_ptr<QuorXmppConnection> connection_;
+};
+
+}  // namespace quor

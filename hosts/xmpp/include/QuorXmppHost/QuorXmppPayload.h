@@ -1,0 +1,34 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "QuorCustomerService/Host/KXTypes.h"
+
+namespace quor {
+
+// The namespace of the customer-service payload element <cs xmlns='...' name='OBJECT NAME'>
+// that carries one message content's body (its JSON text) in an XMPP <message>.
+constexpr const char* QuorXmppPayloadNamespace = "urn:quor:customer-service:0";
+
+// One customer-service message as it crosses XMPP. A plain value.
+struct QuorXmppPayload {
+  std::string peer;  // the other end's bare JID: the recipient of a send, the sender of a receipt
+  std::string objectName;  // the content's object name
+  KXData body;             // the content's bytes; absent travels as a payload without text
+  std::string sender;      // the sending user's id inside the service (optional)
+  std::string stanzaId;    // the stanza id (chosen by the connection for sends)
+  int64_t stamp = 0;       // the server's time in ms (the stamping module), else the delay stamp
+  bool offline = false;    // delivered from the server's offline store
+};
+
+// The connection state a QuorXmppConnection reports, and a QuorXmppHost passes to the loaded
+// extension modules (notifyConnectionStatusChanged).
+enum class QuorXmppConnectionStatus : int64_t {
+  Connected = 0,
+  Connecting = 1,
+  Disconnected = 2,  // lost or failed; reconnecting with backoff
+  SignedOut = 3,     // stopped by the application
+};
+
+}  // namespace quor

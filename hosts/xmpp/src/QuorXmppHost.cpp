@@ -1,0 +1,228 @@
+#include "QuorXmppHost/QuorXmppHost.h"
+
+#include <chrono>
+
+#include "QuorCustomerService/Host/KXHostConstants.h"
+#include "QuorXmppHost/QuorDeskJid.h"
+#include "QuorXmppHost/QuorXmppErrors.h"
+#include "QuorXmppStanza.h"
+
+namespace quor {
+namespace {
+
+constexpr int32_t kDirectionSend = 1;
+// How many received stanza ids the host remembers to drop a second delivery.
+constexpr std::size_t kRememberedIds = 8192;
+
+int64_t wallClockMs() {
+  return std::chrono::duration_cast<std::chrono::milliseconds>(
+             std::chrono::system_clock::now().time_since_epoch())
+      .count();
+}
+
+bool isStored(const std::shared_ptr<KXMessageContent>& content) {
+  return content && (content->messagePersistentFlag() & KXMessagePersistentFlagIsPersisted);
+}
+
+}  // namespace
+
+std::shared_ptr<QuorXmppHost> QuorXmppHost::create(Options options, std::string* error) {
+  auto store = QuorMessageStore::open(options.storePath, error);
+  if (!store) return nullptr;
+  return std::shared_ptr<QuorXmppHost>(new QuorXmppHost(std::move(options), std::move(store)));
+}
+
+QuorXmppHost::QuorXmppHost(Options options, std::unique_ptr<QuorMessageStore> store)
+    : options_(std::move(options)),
+      store_(std::move(store)),
+      delivery_(std::make_unique<QuorWorkerThread>("delivery")) {
+  connection_ = std::make_unique<QuorXmppConnection>(
+      options_.connection, static_cast<QuorXmppConnection::Events&>(*this));
+  deskDomain_ = options_.deskDomain.empty() ? connection_->domain() : options_.deskDomain;
+  registerHostTypes();
+}
+
+QuorXmppHost::~QuorXmppHost() {
+  connection_.reset();
+  delivery_.reset();
+}
+
+void QuorXmppHost::connect() { connection_->start(); }
+
+void QuorXmppHost::logout() {
+  delivery_->runAndWait([this] {
+    for (auto* module : loadedModules()) module->notifyLogoutEvent();
+  });
+  connection_->stop();
+}
+
+bool QuorXmppHost::waitUntilOnline(std::chrono::milliseconds timeout) const {
+  return connection_->waitUntilOnline(timeout);
+}
+
+std::string QuorXmppHost::currentUserId() const {
+  return QuorDeskJid::fromJid(connection_->bareJid(), connection_->domain());
+}
+
+std::string QuorXmppHost::jidOfDesk(const std::string& deskId) const {
+  return QuorDeskJid::toJid(deskId, deskDomain_);
+}
+
+void QuorXmppHost::transmit(QuorOutgoingSend send, std::shared_ptr<QuorPendingSend> pending) {
+  const auto record = send.record;
+  record->setSenderUserId(currentUserId());
+  QuorXmppPayload payload;
+  payload.peer = send.targetId ? jidOfDesk(*send.targetId) : "";
+  payload.objectName = send.objectName;
+  payload.body = send.body;
+  payload.sender = currentUserId();
+  if (payload.peer.empty()) {
+    delivery_->post([pending] { pending->fail(QuorXmppErrorNotSendable); });
+    return;
+  }
+  if (isStored(send.content)) {
+    QuorStoredMessage stored{0,
+                             send.conversationType,
+                             *send.targetId,
+                             kDirectionSend,
+                             record->senderUserId(),
+                             send.objectName,
+                             send.body,
+                             0,
+                             0};
+    if (store(stored, "")) record->setMessageId(stored.id);
+  }
+  connection_->send(std::move(payload), [this, pending](int64_t errorCode, int64_t stamp) {
+    delivery_->post([this, pending, errorCode, stamp] {
+      if (errorCode != 0) {
+        pending->fail(errorCode);
+        return;
+      }
+      const auto& sent = pending->record();
+      sent->setSentTime(stamp);
+      if (sent->messageId() != 0) store_->setSentTime(sent->messageId(), stamp);
+      pending->succeed();
+    });
+  });
+}
+
+void QuorXmppHost::onStatus(QuorXmppConnectionStatus status) {
+  delivery_->post([this, status] {
+    for (auto* module : loadedModules()) {
+      if (status == QuorXmppConnectionStatus::Connected) module->setUserId(currentUserId());
+      module->notifyConnectionStatusChanged(static_cast<int64_t>(status));
+    }
+  });
+}
+
+void QuorXmppHost::onPayload(QuorXmppPayload payload) {
+  delivery_->post([this, payload = std::move(payload)] { deliver(payload); });
+}
+
+void QuorXmppHost::onLog(int32_t level, const std::string& area, const std::string& text) {
+  writeEntry({threadName(), level, 0, area, text});
+}
+
+void QuorXmppHost::deliver(const QuorXmppPayload& payload) {
+  const std::string originKey =
+      payload.stanzaId.empty() ? "" : payload.peer + " " + payload.stanzaId;
+  if (!originKey.empty() && seenBefore(originKey)) return;
+  const std::string deskId = QuorDeskJid::fromJid(payload.peer, deskDomain_);
+  auto content = contentFor(payload.objectName);
+  content->decodeWithData(payload.body);
+  auto message = std::make_shared<KXMessage>(KXConversationTypeCustomerService, deskId,
+                                             KXMessageDirectionReceive, 0, content);
+  message->setSenderUserId(payload.sender.empty() ? deskId : payload.sender);
+  message->setSentTime(payload.stamp > 0 ? payload.stamp : wallClockMs());
+  message->setObjectName(payload.objectName);
+  if (offerToModules(message, payload.offline)) return;
+  if (isStored(content)) {
+    QuorStoredMessage stored{0,
+                             message->conversationType(),
+                             deskId,
+                             KXMessageDirectionReceive,
+                             message->senderUserId(),
+                             payload.objectName,
+                             payload.body,
+                             message->sentTime(),
+                             0};
+    // Stored before, by an earlier run of the host: the application has seen it.
+    if (!originKey.empty() &&
+        store_->insert(stored, originKey) == QuorMessageStore::Insert::Duplicate)
+      return;
+    message->setMessageId(stored.id);
+  }
+  notifyListeners(message);
+}
+
+bool QuorXmppHost::seenBefore(const std::string& originKey) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  if (!seen_.insert(originKey).second) return true;
+  seenOrder_.push_back(originKey);
+  if (seenOrder_.size() > kRememberedIds) {
+    seen_.erase(seenOrder_.front());
+    seenOrder_.pop_front();
+  }
+  return false;
+}
+
+bool QuorXmppHost::store(QuorStoredMessage& stored, const std::string& originKey) {
+  return store_->insert(stored, originKey) == QuorMessageStore::Insert::Stored;
+}
+
+std::shared_ptr<KXMessage> QuorXmppHost::insertIncomingMessage(
+    int32_t conversationType, const KXString& targetId, const KXString& senderUserId,
+    int32_t receivedStatus, std::shared_ptr<KXMessageContent> content) {
+  if (!content || !targetId) return nullptr;
+  QuorStoredMessage stored{0,
+                           conversationType,
+                           *targetId,
+                           KXMessageDirectionReceive,
+                           senderUserId,
+                           content->objectName(),
+                           content->encode(),
+                           wallClockMs(),
+                           receivedStatus};
+  if (!store(stored, "")) return nullptr;
+  auto record = std::make_shared<KXMessage>(conversationType, targetId, KXMessageDirectionReceive,
+                                            stored.id, std::move(content));
+  record->setSenderUserId(senderUserId);
+  record->setReceivedStatus(receivedStatus);
+  record->setSentTime(stored.sentTime);
+  record->setObjectName(stored.objectName);
+  return record;
+}
+
+void QuorXmppHost::onReceiveFakeMessage(std::shared_ptr<KXMessage> message) {
+  // A failed insert hands on no record: there is nothing to show.
+  if (!message) {
+    writeEntry(
+        {threadName(), KXLogLevelInfo, 0, "QuorXmppHost", "a fake receive without a record"});
+    return;
+  }
+  notifyListeners(message);
+}
+
+std::vector<std::shared_ptr<KXMessage>> QuorXmppHost::history(const std::string& deskId,
+                                                              int64_t beforeMessageId,
+                                                              int count) const {
+  std::vector<std::shared_ptr<KXMessage>> records;
+  for (const auto& stored : store_->page(deskId, beforeMessageId, count)) {
+    records.push_back(recordOf(stored));
+  }
+  return records;
+}
+
+std::shared_ptr<KXMessage> QuorXmppHost::recordOf(const QuorStoredMessage& stored) const {
+  auto content = contentFor(stored.objectName);
+  content->decodeWithData(stored.body);
+  auto record = std::make_shared<KXMessage>(stored.conversationType, stored.targetId,
+                                            stored.direction, stored.id, content);
+  record->setSenderUserId(stored.senderUserId);
+  record->setSentTime(stored.sentTime);
+  record->setReceivedStatus(stored.receivedStatus);
+  record->setObjectName(stored.objectName);
+  return record;
+}
+
+}  // namespace quor

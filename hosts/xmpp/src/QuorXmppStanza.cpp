@@ -1,0 +1,204 @@
+#include "QuorXmppStanza.h"
+
+#include <cstring>
+#include <ctime>
+
+#include "QuorXmppHost/QuorXmppErrors.h"
+
+namespace quor {
+namespace {
+
+constexpr const char* kDelay = "urn:xmpp:delay";
+constexpr const char* kStanzaErrors = "urn:ietf:params:xml:ns:xmpp-stanzas";
+
+std::string attribute(xmpp_stanza_t* stanza, const char* name) {
+  const char* value = xmpp_stanza_get_attribute(stanza, name);
+  return value ? value : "";
+}
+
+// A whole, non-negative decimal number of at most 18 digits; -1 otherwise.
+int64_t parseStamp(const std::string& text) {
+  if (text.empty() || text.size() > 18) return -1;
+  int64_t value = 0;
+  for (const char c : text) {
+    if (c < '0' || c > '9') return -1;
+    value = value * 10 + (c - '0');
+  }
+  return value;
+}
+
+xmpp_stanza_t* element(xmpp_ctx_t* context, const char* name, const char* ns) {
+  xmpp_stanza_t* stanza = xmpp_stanza_new(context);
+  xmpp_stanza_set_name(stanza, name);
+  if (ns) xmpp_stanza_set_ns(stanza, ns);
+  return stanza;
+}
+
+void adopt(xmpp_stanza_t* parent, xmpp_stanza_t* child) {
+  xmpp_stanza_add_child(parent, child);
+  xmpp_stanza_release(child);
+}
+
+}  // namespace
+
+std::string QuorXmppStanza::bareJid(const std::string& jid) { return jid.substr(0, jid.find('/')); }
+
+std::string QuorXmppStanza::domainOf(const std::string& jid) {
+  const std::string bare = bareJid(jid);
+  const auto at = bare.find('@');
+  return at == std::string::npos ? bare : bare.substr(at + 1);
+}
+
+bool QuorXmppStanza::isXmlText(const std::string& text) {
+  const auto* bytes = reinterpret_cast<const unsigned char*>(text.data());
+  const std::size_t size = text.size();
+  for (std::size_t i = 0; i < size;) {
+    const unsigned char lead = bytes[i];
+    if (lead < 0x80) {
+      if (lead < 0x20 && lead != '\t' && lead != '\n' && lead != '\r') return false;
+      ++i;
+      continue;
+    }
+    int length;
+    uint32_t code;
+    if ((lead & 0xE0) == 0xC0) {
+      length = 2;
+      code = lead & 0x1F;
+    } else if ((lead & 0xF0) == 0xE0) {
+      length = 3;
+      code = lead & 0x0F;
+    } else if ((lead & 0xF8) == 0xF0) {
+      length = 4;
+      code = lead & 0x07;
+    } else {
+      return false;
+    }
+    if (i + length > size) return false;
+    for (int k = 1; k < length; ++k) {
+      if ((bytes[i + k] & 0xC0) != 0x80) return false;
+      code = (code << 6) | (bytes[i + k] & 0x3F);
+    }
+    const uint32_t smallest[] = {0, 0, 0x80, 0x800, 0x10000};
+    if (code < smallest[length] || code > 0x10FFFF || (code >= 0xD800 && code <= 0xDFFF) ||
+        code == 0xFFFE || code == 0xFFFF) {
+      return false;
+    }
+    i += length;
+  }
+  return true;
+}
+
+xmpp_stanza_t* QuorXmppStanza::payloadMessage(xmpp_ctx_t* context, const QuorXmppPayload& payload) {
+  if (payload.objectName.empty() || (payload.body && !isXmlText(*payload.body)) ||
+      !isXmlText(payload.objectName) || !isXmlText(payload.sender) || !isXmlText(payload.peer) ||
+      payload.peer.empty()) {
+    return nullptr;
+  }
+  xmpp_stanza_t* message =
+      xmpp_message_new(context, "chat", payload.peer.c_str(), payload.stanzaId.c_str());
+  xmpp_stanza_t* cs = element(context, "cs", QuorXmppPayloadNamespace);
+  xmpp_stanza_set_attribute(cs, "name", payload.objectName.c_str());
+  if (!payload.sender.empty()) xmpp_stanza_set_attribute(cs, "sender", payload.sender.c_str());
+  if (payload.body && !payload.body->empty()) {
+    xmpp_stanza_t* text = xmpp_stanza_new(context);
+    xmpp_stanza_set_text_with_size(text, payload.body->data(), payload.body->size());
+    adopt(cs, text);
+  }
+  adopt(message, cs);
+  // Servers archive a message with this hint even though it has no <body>.
+  adopt(message, element(context, "store", "urn:xmpp:hints"));
+  return message;
+}
+
+bool QuorXmppStanza::readPayload(xmpp_stanza_t* message, QuorXmppPayload* payload) {
+  xmpp_stanza_t* cs = xmpp_stanza_get_child_by_name_and_ns(message, "cs", QuorXmppPayloadNamespace);
+  if (!cs) return false;
+  payload->objectName = attribute(cs, "name");
+  if (payload->objectName.empty()) return false;
+  payload->sender = attribute(cs, "sender");
+  payload->peer = bareJid(attribute(message, "from"));
+  payload->stanzaId = attribute(message, "id");
+  payload->body = std::nullopt;
+  if (char* text = xmpp_stanza_get_text(cs)) {
+    if (*text) payload->body = std::string(text);
+    xmpp_free(xmpp_stanza_get_context(message), text);
+  }
+  const int64_t stamp = parseStamp(attribute(cs, "stamp"));
+  xmpp_stanza_t* delay = xmpp_stanza_get_child_by_name_and_ns(message, "delay", kDelay);
+  payload->offline = delay != nullptr;
+  payload->stamp = stamp > 0 ? stamp : delay ? parseDateTime(attribute(delay, "stamp")) : 0;
+  return true;
+}
+
+bool QuorXmppStanza::readConfirmation(xmpp_stanza_t* message, std::string* id, int64_t* stamp) {
+  xmpp_stanza_t* confirmed =
+      xmpp_stanza_get_child_by_name_and_ns(message, "confirmed", QuorXmppPayloadNamespace);
+  if (!confirmed) return false;
+  *id = attribute(confirmed, "id");
+  *stamp = parseStamp(attribute(confirmed, "stamp"));
+  return !id->empty() && *stamp >= 0;
+}
+
+int64_t QuorXmppStanza::errorCodeOf(xmpp_stanza_t* stanza) {
+  xmpp_stanza_t* error = xmpp_stanza_get_child_by_name(stanza, "error");
+  if (!error) return QuorXmppErrorRejected;
+  for (const char* condition : {"item-not-found", "service-unavailable", "recipient-unavailable",
+                                "remote-server-not-found"}) {
+    if (xmpp_stanza_get_child_by_name_and_ns(error, condition, kStanzaErrors)) {
+      return QuorXmppErrorNoSuchRecipient;
+    }
+  }
+  return QuorXmppErrorRejected;
+}
+
+xmpp_stanza_t* QuorXmppStanza::discoInfoQuery(xmpp_ctx_t* context, const std::string& to,
+                                              const std::string& id) {
+  xmpp_stanza_t* iq = xmpp_iq_new(context, "get", id.c_str());
+  xmpp_stanza_set_to(iq, to.c_str());
+  adopt(iq, element(context, "query", "http://jabber.org/protocol/disco#info"));
+  return iq;
+}
+
+bool QuorXmppStanza::hasFeature(xmpp_stanza_t* result, const std::string& feature) {
+  xmpp_stanza_t* query = xmpp_stanza_get_child_by_name(result, "query");
+  if (!query) return false;
+  for (xmpp_stanza_t* child = xmpp_stanza_get_children(query); child;
+       child = xmpp_stanza_get_next(child)) {
+    const char* name = xmpp_stanza_get_name(child);
+    if (name && std::strcmp(name, "feature") == 0 && attribute(child, "var") == feature) {
+      return true;
+    }
+  }
+  return false;
+}
+
+int64_t QuorXmppStanza::parseDateTime(const std::string& text) {
+  std::tm parts{};
+  int year, month, day, hour, minute, second, consumed = 0;
+  if (std::sscanf(text.c_str(), "%4d-%2d-%2dT%2d:%2d:%2d%n", &year, &month, &day, &hour, &minute,
+                  &second, &consumed) != 6) {
+    return 0;
+  }
+  parts.tm_year = year - 1900;
+  parts.tm_mon = month - 1;
+  parts.tm_mday = day;
+  parts.tm_hour = hour;
+  parts.tm_min = minute;
+  parts.tm_sec = second;
+  int64_t ms = static_cast<int64_t>(::timegm(&parts)) * 1000;
+  std::size_t at = static_cast<std::size_t>(consumed);
+  if (at < text.size() && text[at] == '.') {
+    int64_t scale = 100;
+    for (++at; at < text.size() && text[at] >= '0' && text[at] <= '9'; ++at, scale /= 10) {
+      ms += (text[at] - '0') * scale;
+    }
+  }
+  int sign = 0, offsetHour = 0, offsetMinute = 0;
+  if (at < text.size() && (text[at] == '+' || text[at] == '-') &&
+      std::sscanf(text.c_str() + at + 1, "%2d:%2d", &offsetHour, &offsetMinute) == 2) {
+    sign = text[at] == '+' ? 1 : -1;
+  }
+  return ms - sign * (offsetHour * 3600 + offsetMinute * 60) * 1000;
+}
+
+}  // namespace quor

@@ -1,0 +1,40 @@
+// Building and reading the stanzas of the customer-service wire over XMPP.
+#pragma once
+
+#include <strophe.h>
+
+#include <cstdint>
+#include <string>
+
+#include "QuorXmppHost/QuorXmppPayload.h"
+
+namespace quor {
+
+class QuorXmppStanza {
+ public:
+  static std::string bareJid(const std::string& jid);
+  static std::string domainOf(const std::string& jid);
+
+  // <message type='chat' to=PEER id=ID><cs xmlns=NS name=NAME [sender=S]>BODY</cs>
+  // <store xmlns='urn:xmpp:hints'/></message>, or null when the body or a name is not valid XML
+  // text (not UTF-8, or a character XML forbids).
+  static xmpp_stanza_t* payloadMessage(xmpp_ctx_t* context, const QuorXmppPayload& payload);
+  // The payload of a received <message>: false when it has none or no name.
+  static bool readPayload(xmpp_stanza_t* message, QuorXmppPayload* payload);
+  // The server's <confirmed id=ID stamp=MS/>: false when the message is not one.
+  static bool readConfirmation(xmpp_stanza_t* message, std::string* id, int64_t* stamp);
+  // The QuorXmppError code for an error stanza.
+  static int64_t errorCodeOf(xmpp_stanza_t* error);
+
+  static xmpp_stanza_t* discoInfoQuery(xmpp_ctx_t* context, const std::string& to,
+                                       const std::string& id);
+  static bool hasFeature(xmpp_stanza_t* discoResult, const std::string& feature);
+
+  // An XEP-0082 date-time ("2026-11-23T05:29:30Z", with optional fraction and offset) in ms
+  // since the epoch; 0 when it is not one.
+  static int64_t parseDateTime(const std::string& text);
+  // Whether `text` may stand in XML character data: valid UTF-8 without forbidden characters.
+  static bool isXmlText(const std::string& text);
+};
+
+}  // namespace quor

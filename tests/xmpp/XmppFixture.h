@@ -1,0 +1,173 @@
+// A private server with a desk and a customer on it: the fixture of the XMPP host's tests.
+#pragma once
+
+#include <gmock/gmock.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "QuorCustomerService/QuorCustomerService.h"
+#include "QuorDeskSimulator/QuorDeskSimulator.h"
+#include "QuorPrivateServer/QuorPrivateServer.h"
+#include "QuorXmppDesk/QuorXmppDesk.h"
+#include "QuorXmppHost/QuorDeskJid.h"
+#include "QuorXmppHost/QuorXmppHost.h"
+
+namespace quor::test {
+
+constexpr auto kPatience = std::chrono::seconds(10);
+
+// What the application saw: callbacks and shown messages, in order, as texts.
+struct AppView {
+  std::vector<std::string> events;
+  std::vector<std::string> shown;
+  KXCustomerServiceGroupList groups;
+  KXString dialog;
+};
+
+class XmppFixture : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    QuorPrivateServer::Options options;
+    options.accounts = {{"alice", "alice-pw"}, {"bob", "bob-pw"}, {deskLocalPart(), "desk-pw"}};
+    std::string error;
+    server = QuorPrivateServer::start(options, &error);
+    ASSERT_TRUE(server) << error;
+  }
+
+  void TearDown() override {
+    QuorHostBase::uninstall();
+    host.reset();
+    desk.reset();
+    server.reset();
+  }
+
+  static std::string deskLocalPart(const std::string& deskId = "quor-shop") {
+    const std::string jid = QuorDeskJid::toJid(deskId, "localhost");
+    return jid.substr(0, jid.find('@'));
+  }
+
+  QuorXmppOptions accountOptions(const std::string& user, const std::string& password) const {
+    QuorXmppOptions options;
+    options.jid = server->jid(user);
+    options.password = password;
+    options.server = "127.0.0.1";
+    options.port = static_cast<uint16_t>(server->port());
+    options.reconnectFirst = std::chrono::milliseconds(50);
+    options.reconnectLongest = std::chrono::milliseconds(200);
+    return options;
+  }
+
+  // The desk of `profileChanges` (merged into the default profile) on the server.
+  void startDesk(const char* profileChanges = "{}") {
+    KXDictionary profile = QuorDeskSimulator::defaultProfile();
+    profile.merge_patch(KXDictionary::parse(profileChanges));
+    desk = std::make_unique<QuorXmppDesk>(profile, accountOptions(deskLocalPart(), "desk-pw"));
+    if (std::getenv("QUOR_CS_TEST_LOG")) {
+      desk->setLogSink(
+          [](int32_t, const std::string& text) {
+            std::fprintf(stderr, "desk: %s\n", text.c_str());
+          },
+          5);
+    }
+    desk->start();
+    ASSERT_TRUE(desk->waitUntilOnline(kPatience));
+  }
+
+  // A customer host, installed, with the module loaded and a listener that records into `view`.
+  std::shared_ptr<QuorXmppHost> makeHost(const std::string& user, const std::string& storePath,
+                                         AppView& view, bool online = true) {
+    QuorXmppHost::Options options;
+    options.connection = accountOptions(user, user + "-pw");
+    options.storePath = storePath;
+    std::string error;
+    auto made = QuorXmppHost::create(options, &error);
+    EXPECT_TRUE(made) << error;
+    if (!made) return nullptr;
+    // QUOR_CS_TEST_LOG=1 prints every log entry of the host, libstrophe's included.
+    if (std::getenv("QUOR_CS_TEST_LOG")) {
+      made->setLogSink(
+          [](const QuorLogEntry& entry) {
+            std::fprintf(stderr, "[%s %d %s] %s\n", entry.thread.c_str(), entry.level,
+                         entry.tag.c_str(), entry.text.c_str());
+          },
+          5);
+    } else {
+      made->setLogSink(nullptr, 0);
+    }
+    made->install();
+    made->loadExtensionModule();
+    made->addMessageListener([&view](const std::shared_ptr<KXMessage>& message) {
+      if (auto* text = dynamic_cast<KXTextMessage*>(message->content().get())) {
+        view.shown.push_back(text->content().value_or(""));
+      } else if (auto* notice =
+                     dynamic_cast<KXInformationNotificationMessage*>(message->content().get())) {
+        view.shown.push_back("notice: " + notice->message().value_or(""));
+      } else {
+        view.shown.push_back("[" + message->objectName().value_or("") + "]");
+      }
+    });
+    if (online) {
+      made->connect();
+      EXPECT_TRUE(made->waitUntilOnline(kPatience));
+    }
+    return made;
+  }
+
+  void start(const std::string& deskId, AppView& view) {
+    client.startCustomerService(
+        deskId, nullptr, [&view](auto) { view.events.push_back("success"); },
+        [&view](int64_t code, const std::string& text) {
+          view.events.push_back("error(" + std::to_string(code) + "," + text + ")");
+        },
+        [&view](KXCSModeType mode) { view.events.push_back("mode(" + std::to_string(mode) + ")"); },
+        [&view](const KXString& dialog) {
+          view.dialog = dialog;
+          view.events.push_back("rate(" + dialog.value_or("") + ")");
+        },
+        [&view](const KXCustomerServiceGroupList& groups) {
+          view.groups = groups;
+          view.events.push_back("groups(" + std::to_string(groups ? groups->size() : 0) + ")");
+        },
+        [&view](const std::string& text) { view.events.push_back("quit(" + text + ")"); });
+  }
+
+  void say(QuorXmppHost& on, const std::string& deskId, const std::string& text) {
+    on.sendMessage(KXConversationTypeCustomerService, deskId,
+                   KXTextMessage::messageWithContent(text), std::nullopt, std::nullopt, nullptr,
+                   nullptr);
+  }
+
+  // Runs `on`'s main run loop until `done` holds; false after the patience ran out.
+  static bool runUntil(QuorXmppHost& on, const std::function<bool()>& done,
+                       std::chrono::milliseconds patience = kPatience) {
+    const auto deadline = std::chrono::steady_clock::now() + patience;
+    while (!done()) {
+      if (std::chrono::steady_clock::now() >= deadline) return false;
+      on.mainRunLoop().runOnce(std::chrono::milliseconds(10));
+    }
+    return true;
+  }
+  bool runUntil(const std::function<bool()>& done) { return runUntil(*host, done); }
+
+  // Runs the main run loop until `view` saw `count` events.
+  bool eventsReach(AppView& view, std::size_t count) {
+    return runUntil([&] { return view.events.size() >= count; });
+  }
+  bool shownReach(AppView& view, std::size_t count) {
+    return runUntil([&] { return view.shown.size() >= count; });
+  }
+
+  std::unique_ptr<QuorPrivateServer> server;
+  std::unique_ptr<QuorXmppDesk> desk;
+  std::shared_ptr<QuorXmppHost> host;
+  AppView view;
+  KXCustomerServiceClient& client = KXCustomerServiceClient::sharedCustomerServiceClient();
+};
+
+}  // namespace quor::test

@@ -1,0 +1,73 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <map>
+#include <memory>
+#include <string>
+
+namespace quor {
+
+// A private XMPP server for development, tests, the demo and the benchmarks: Prosody with the
+// customer-service stamping module, in a temporary directory, on a free loopback port, with
+// accounts created before it starts.
+//
+// start() launches `prosody -F` as a child process and returns once its log says the client
+// port is active; when the port was taken meanwhile it tries another. The destructor stops the
+// server (SIGTERM, then SIGKILL) and removes the directory. The child also dies with the thread
+// that started it (PR_SET_PDEATHSIG), so no server outlives a crashed test: start servers from a
+// thread that lives as long as the server is needed. Works as root and as an ordinary user.
+//
+// Threads: one object is used from one thread at a time.
+class QuorPrivateServer {
+ public:
+  struct Options {
+    std::string domain = "localhost";
+    // user name -> password
+    std::map<std::string, std::string> accounts;
+    // Load the stamping module (mod_quor_cs_stamp); off gives a stock server.
+    bool stampingModule = true;
+    // The Prosody executable and the directory that holds mod_quor_cs_stamp.lua.
+    std::string prosody = "prosody";
+    std::string moduleDirectory;
+  };
+
+  // A started server, or null with the reason in `error`.
+  static std::unique_ptr<QuorPrivateServer> start(Options options, std::string* error);
+  ~QuorPrivateServer();
+  QuorPrivateServer(const QuorPrivateServer&) = delete;
+  QuorPrivateServer& operator=(const QuorPrivateServer&) = delete;
+
+  const std::string& domain() const { return options_.domain; }
+  int port() const { return port_; }
+  // "user@domain"
+  std::string jid(const std::string& user) const { return user + "@" + options_.domain; }
+  bool running() const { return child_ > 0; }
+
+  // Creates an account; a running server sees it at the next login.
+  bool addAccount(const std::string& user, const std::string& password);
+  // Stops the server as a crash would (SIGKILL), keeping its data.
+  void kill();
+  // Stops the server cleanly (SIGTERM), keeping its data.
+  void stop();
+  // Starts a stopped server again on the same port with the same data; false with a reason.
+  bool restart(std::string* error);
+  // Everything the server logged so far.
+  std::string log() const;
+
+  // The directory of mod_quor_cs_stamp.lua in this source tree.
+  static std::string defaultModuleDirectory();
+
+ private:
+  explicit QuorPrivateServer(Options options);
+  bool launch(std::string* error);
+  bool writeConfiguration(std::string* error) const;
+  void signal(int number);
+
+  Options options_;
+  std::string directory_;
+  int port_ = 0;
+  pid_t child_ = -1;
+};
+
+}  // namespace quor

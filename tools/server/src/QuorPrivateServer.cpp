@@ -1,0 +1,241 @@
+#include "QuorPrivateServer/QuorPrivateServer.h"
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cctype>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+namespace quor {
+namespace {
+
+constexpr int kPortAttempts = 5;
+constexpr auto kReadyTimeout = std::chrono::seconds(15);
+constexpr auto kStopTimeout = std::chrono::seconds(3);
+
+// Prosody's file store names directories and files with every character that is not a letter
+// or a digit written as %xx.
+std::string pathEncode(const std::string& text) {
+  std::string encoded;
+  for (const unsigned char c : text) {
+    if (std::isalnum(c)) {
+      encoded += static_cast<char>(c);
+    } else {
+      char escape[4];
+      std::snprintf(escape, sizeof escape, "%%%02x", c);
+      encoded += escape;
+    }
+  }
+  return encoded;
+}
+
+// A Lua string literal.
+std::string luaString(const std::string& text) {
+  std::string quoted = "\"";
+  for (const unsigned char c : text) {
+    if (c == '"' || c == '\\') {
+      quoted += '\\';
+      quoted += static_cast<char>(c);
+    } else if (c < 0x20) {
+      char escape[5];
+      std::snprintf(escape, sizeof escape, "\\%03d", c);
+      quoted += escape;
+    } else {
+      quoted += static_cast<char>(c);
+    }
+  }
+  return quoted + "\"";
+}
+
+// A loopback port that was free a moment ago.
+int freePort() {
+  const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+  if (fd < 0) return 0;
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t length = sizeof address;
+  int port = 0;
+  if (::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 &&
+      ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length) == 0) {
+    port = ntohs(address.sin_port);
+  }
+  ::close(fd);
+  return port;
+}
+
+std::string readFile(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::ostringstream text;
+  text << in.rdbuf();
+  return text.str();
+}
+
+}  // namespace
+
+std::string QuorPrivateServer::defaultModuleDirectory() { return QUOR_CS_PROSODY_MODULE_DIR; }
+
+QuorPrivateServer::QuorPrivateServer(Options options) : options_(std::move(options)) {
+  if (options_.moduleDirectory.empty()) options_.moduleDirectory = defaultModuleDirectory();
+}
+
+std::unique_ptr<QuorPrivateServer> QuorPrivateServer::start(Options options, std::string* error) {
+  std::unique_ptr<QuorPrivateServer> server(new QuorPrivateServer(std::move(options)));
+  char directory[] = "/tmp/quor-prosody-XXXXXX";
+  if (!::mkdtemp(directory)) {
+    if (error) *error = "cannot make a temporary directory";
+    return nullptr;
+  }
+  server->directory_ = directory;
+  for (const auto& [user, password] : server->options_.accounts) {
+    if (!server->addAccount(user, password)) {
+      if (error) *error = "cannot create the account " + user;
+      return nullptr;
+    }
+  }
+  std::string reason;
+  for (int attempt = 0; attempt < kPortAttempts; ++attempt) {
+    server->port_ = freePort();
+    if (server->launch(&reason)) return server;
+  }
+  if (error) *error = "prosody did not start: " + reason;
+  return nullptr;
+}
+
+QuorPrivateServer::~QuorPrivateServer() {
+  stop();
+  if (!directory_.empty()) {
+    std::error_code ignored;
+    std::filesystem::remove_all(directory_, ignored);
+  }
+}
+
+bool QuorPrivateServer::addAccount(const std::string& user, const std::string& password) {
+  const std::string accounts = directory_ + "/data/" + pathEncode(options_.domain) + "/accounts";
+  std::error_code failed;
+  std::filesystem::create_directories(accounts, failed);
+  if (failed) return false;
+  std::ofstream file(accounts + "/" + pathEncode(user) + ".dat", std::ios::trunc);
+  file << "return { [\"password\"] = " << luaString(password) << " };\n";
+  return static_cast<bool>(file.flush());
+}
+
+bool QuorPrivateServer::writeConfiguration(std::string* error) const {
+  std::ofstream config(directory_ + "/prosody.cfg.lua", std::ios::trunc);
+  const std::string modules = options_.stampingModule ? ", \"quor_cs_stamp\"" : "";
+  config << "pidfile = " << luaString(directory_ + "/prosody.pid") << "\n"
+         << "data_path = " << luaString(directory_ + "/data") << "\n"
+         << "certificates = " << luaString(directory_) << "\n"
+         << "plugin_paths = { " << luaString(options_.moduleDirectory) << " }\n"
+         << "interfaces = { \"127.0.0.1\" }\n"
+         << "c2s_ports = { " << port_ << " }\n"
+         << "c2s_direct_tls_ports = { }\nlegacy_ssl_ports = { }\n"
+         << "s2s_ports = { }\nhttp_ports = { }\nhttps_ports = { }\n"
+         << "modules_enabled = { \"roster\", \"saslauth\", \"disco\", \"ping\", \"offline\""
+         << modules << " }\n"
+         << "modules_disabled = { \"s2s\", \"s2s_auth_certs\", \"tls\" }\n"
+         << "authentication = \"internal_plain\"\nstorage = \"internal\"\n"
+         << "c2s_require_encryption = false\nallow_unencrypted_plain_auth = true\n"
+         << "network_settings = { nagle = false }\n"
+         << "run_as_root = " << (::geteuid() == 0 ? "true" : "false") << "\n"
+         << "log = { { levels = { min = \"info\" }, to = \"file\", filename = "
+         << luaString(directory_ + "/prosody.log") << " } }\n"
+         << "VirtualHost " << luaString(options_.domain) << "\n";
+  if (!config.flush()) {
+    if (error) *error = "cannot write the configuration";
+    return false;
+  }
+  return true;
+}
+
+bool QuorPrivateServer::launch(std::string* error) {
+  if (!writeConfiguration(error)) return false;
+  const std::string logPath = directory_ + "/prosody.log";
+  const std::size_t logStart = readFile(logPath).size();
+  const std::string config = directory_ + "/prosody.cfg.lua";
+  const std::string output = directory_ + "/prosody.out";
+  const pid_t parent = ::getpid();
+  const pid_t child = ::fork();
+  if (child < 0) {
+    if (error) *error = "fork failed";
+    return false;
+  }
+  if (child == 0) {
+    // The server dies with the thread that started it, however that thread ends.
+    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+    if (::getppid() != parent) ::_exit(127);
+    const int out = ::open(output.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
+    if (out >= 0) {
+      ::dup2(out, STDOUT_FILENO);
+      ::dup2(out, STDERR_FILENO);
+    }
+    ::execlp(options_.prosody.c_str(), options_.prosody.c_str(), "-F", "--config", config.c_str(),
+             static_cast<char*>(nullptr));
+    ::_exit(127);
+  }
+  child_ = child;
+  const std::string ready = "Activated service 'c2s' on [127.0.0.1]:" + std::to_string(port_);
+  const auto deadline = std::chrono::steady_clock::now() + kReadyTimeout;
+  while (std::chrono::steady_clock::now() < deadline) {
+    const std::string text = readFile(logPath).substr(logStart);
+    if (text.find(ready) != std::string::npos) return true;
+    int status = 0;
+    if (::waitpid(child_, &status, WNOHANG) == child_) {
+      child_ = -1;
+      if (error) *error = "prosody exited: " + readFile(output) + text;
+      return false;
+    }
+    // When the port was taken, Prosody keeps running on no port: try another.
+    if (text.find("Failed to open server port") != std::string::npos ||
+        text.find("Activated service 'c2s' on no ports") != std::string::npos) {
+      if (error) *error = "port " + std::to_string(port_) + " was taken";
+      signal(SIGKILL);
+      return false;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  if (error) *error = "prosody did not report its port in time";
+  signal(SIGKILL);
+  return false;
+}
+
+void QuorPrivateServer::signal(int number) {
+  if (child_ <= 0) return;
+  ::kill(child_, number);
+  const auto deadline = std::chrono::steady_clock::now() + kStopTimeout;
+  int status = 0;
+  while (::waitpid(child_, &status, WNOHANG) == 0) {
+    if (std::chrono::steady_clock::now() >= deadline) {
+      ::kill(child_, SIGKILL);
+      ::waitpid(child_, &status, 0);
+      break;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+  }
+  child_ = -1;
+}
+
+void QuorPrivateServer::kill() { signal(SIGKILL); }
+
+void QuorPrivateServer::stop() { signal(SIGTERM); }
+
+bool QuorPrivateServer::restart(std::string* error) {
+  if (running()) return true;
+  return launch(error);
+}
+
+std::string QuorPrivateServer::log() const { return readFile(directory_ + "/prosody.log"); }
+
+}  // namespace quor

@@ -1,0 +1,84 @@
+#include "QuorXmppDesk/QuorXmppDesk.h"
+
+#include "QuorXmppHost/QuorDeskJid.h"
+
+namespace quor {
+
+QuorXmppDesk::QuorXmppDesk(KXDictionary profile, QuorXmppOptions options)
+    : profile_(std::move(profile)),
+      connection_(std::make_unique<QuorXmppConnection>(
+          std::move(options), static_cast<QuorXmppConnection::Events&>(*this))) {}
+
+QuorXmppDesk::~QuorXmppDesk() { connection_.reset(); }
+
+void QuorXmppDesk::start() { connection_->start(); }
+
+void QuorXmppDesk::stop() { connection_->stop(); }
+
+bool QuorXmppDesk::waitUntilOnline(std::chrono::milliseconds timeout) const {
+  return connection_->waitUntilOnline(timeout);
+}
+
+void QuorXmppDesk::setLogSink(LogSink sink, int32_t maxLevel) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  logSink_ = std::move(sink);
+  logMaxLevel_ = maxLevel;
+}
+
+std::size_t QuorXmppDesk::customerCount() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return sessions_.size();
+}
+
+std::shared_ptr<QuorDeskSimulator> QuorXmppDesk::sessionOf(const std::string& customerJid) const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  const auto it = sessions_.find(customerJid);
+  return it == sessions_.end() ? nullptr : it->second;
+}
+
+std::shared_ptr<QuorDeskSimulator> QuorXmppDesk::sessionFor(const std::string& customerJid) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  auto& session = sessions_[customerJid];
+  if (session) return session;
+  session = QuorDeskSimulator::fromProfile(profile_, nullptr);
+  if (!session) return nullptr;
+  QuorXmppConnection* connection = connection_.get();
+  session->attach([connection, customerJid](QuorWireMessage message) {
+    QuorXmppPayload payload;
+    payload.peer = customerJid;
+    payload.objectName = std::move(message.objectName);
+    payload.body = std::move(message.body);
+    payload.sender = message.senderUserId.value_or("");
+    connection->send(std::move(payload), nullptr);
+  });
+  return session;
+}
+
+void QuorXmppDesk::onStatus(QuorXmppConnectionStatus status) {
+  onLog(4, "desk", "connection status " + std::to_string(static_cast<int64_t>(status)));
+}
+
+void QuorXmppDesk::onPayload(QuorXmppPayload payload) {
+  auto session = sessionFor(payload.peer);
+  if (!session) return;
+  QuorWireMessage message;
+  message.objectName = std::move(payload.objectName);
+  message.targetId = session->deskId();
+  message.senderUserId = QuorDeskJid::fromJid(payload.peer, connection_->domain());
+  message.body = std::move(payload.body);
+  message.sentTime = payload.stamp;
+  message.offline = payload.offline;
+  session->onMessageFromClient(message);
+}
+
+void QuorXmppDesk::onLog(int32_t level, const std::string& area, const std::string& text) {
+  LogSink sink;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (level > logMaxLevel_) return;
+    sink = logSink_;
+  }
+  if (sink) sink(level, area + ": " + text);
+}
+
+}  // namespace quor

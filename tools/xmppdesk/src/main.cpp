@@ -1,0 +1,103 @@
+// quor-cs-desk: the desk simulator on an XMPP server. It connects as the desk's account and
+// serves every customer who writes to it, until SIGINT or SIGTERM.
+//
+//   quor-cs-desk --jid desk@localhost --password secret [--server 127.0.0.1] [--port 5222]
+//                [--profile FILE] [--tls required|disabled] [--trust-self-signed] [--verbose]
+#include <signal.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "QuorDeskSimulator/QuorDeskSimulator.h"
+#include "QuorXmppDesk/QuorXmppDesk.h"
+
+namespace {
+
+int usage(const char* problem) {
+  std::fprintf(stderr,
+               "quor-cs-desk: %s\n"
+               "usage: quor-cs-desk --jid JID --password PASSWORD [--server HOST] [--port N]\n"
+               "                    [--profile FILE] [--tls required|disabled]\n"
+               "                    [--trust-self-signed] [--verbose]\n",
+               problem);
+  return 2;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  using namespace quor;
+  QuorXmppOptions options;
+  std::string profilePath;
+  bool verbose = false;
+  for (int i = 1; i < argc; ++i) {
+    const std::string argument = argv[i];
+    const bool hasValue = i + 1 < argc;
+    if (argument == "--jid" && hasValue) {
+      options.jid = argv[++i];
+    } else if (argument == "--password" && hasValue) {
+      options.password = argv[++i];
+    } else if (argument == "--server" && hasValue) {
+      options.server = argv[++i];
+    } else if (argument == "--port" && hasValue) {
+      const long port = std::strtol(argv[++i], nullptr, 10);
+      if (port <= 0 || port > 65535) return usage("--port takes a number from 1 to 65535");
+      options.port = static_cast<uint16_t>(port);
+    } else if (argument == "--profile" && hasValue) {
+      profilePath = argv[++i];
+    } else if (argument == "--tls" && hasValue) {
+      const std::string mode = argv[++i];
+      if (mode == "required") {
+        options.tls = QuorXmppOptions::Tls::Required;
+      } else if (mode == "disabled") {
+        options.tls = QuorXmppOptions::Tls::Disabled;
+      } else {
+        return usage("--tls takes required or disabled");
+      }
+    } else if (argument == "--trust-self-signed") {
+      options.trustSelfSignedCertificate = true;
+    } else if (argument == "--verbose") {
+      verbose = true;
+    } else {
+      return usage(("unknown argument " + argument).c_str());
+    }
+  }
+  if (options.jid.empty() || options.password.empty())
+    return usage("--jid and --password are required");
+
+  KXDictionary profile = QuorDeskSimulator::defaultProfile();
+  if (!profilePath.empty()) {
+    std::string error;
+    auto desk = QuorDeskSimulator::fromFile(profilePath, &error);
+    if (!desk) {
+      std::fprintf(stderr, "quor-cs-desk: %s\n", error.c_str());
+      return 2;
+    }
+    profile = desk->profile();
+  }
+
+  // The signals are taken by sigwait() below, on this thread only.
+  sigset_t signals;
+  sigemptyset(&signals);
+  sigaddset(&signals, SIGINT);
+  sigaddset(&signals, SIGTERM);
+  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+
+  QuorXmppDesk desk(profile, options);
+  desk.setLogSink(
+      [](int32_t, const std::string& text) { std::fprintf(stderr, "%s\n", text.c_str()); },
+      verbose ? 4 : 2);
+  desk.start();
+  if (!desk.waitUntilOnline(std::chrono::seconds(10))) {
+    std::fprintf(stderr, "quor-cs-desk: cannot log in as %s (still trying)\n", options.jid.c_str());
+  } else {
+    std::fprintf(stderr, "quor-cs-desk: serving as %s\n", options.jid.c_str());
+  }
+  int received = 0;
+  sigwait(&signals, &received);
+  desk.stop();
+  std::fprintf(stderr, "quor-cs-desk: stopped after serving %zu customers\n", desk.customerCount());
+  return 0;
+}
