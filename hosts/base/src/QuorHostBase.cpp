@@ -40,12 +40,27 @@ void QuorHostBase::uninstall() {
 
 QuorIMLibExtensionModule& QuorHostBase::loadExtensionModule() {
   QuorIMLibExtensionModule& module = QuorCustomerServiceExtensionModule::loadQuorExtensionModule();
-  std::lock_guard<std::mutex> lock(mutex_);
-  for (auto* loaded : modules_) {
-    if (loaded == &module) return module;
-  }
-  modules_.push_back(&module);
+  loadExtensionModule(module);
   return module;
+}
+
+void QuorHostBase::loadExtensionModule(QuorIMLibExtensionModule& module) {
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    for (auto* loaded : modules_) {
+      if (loaded == &module) return;
+    }
+  }
+  // Asked outside the lock: the module may log.
+  const auto signals = module.getSignalMessageClassList();
+  std::lock_guard<std::mutex> lock(mutex_);
+  for (const auto& type : signals) signals_.insert(type.objectName());
+  modules_.push_back(&module);
+}
+
+bool QuorHostBase::isSignal(const std::string& objectName) const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return signals_.count(objectName) != 0;
 }
 
 std::string QuorHostBase::threadName() {

@@ -8,23 +8,37 @@ constexpr int kSpins = 200;
 }
 
 QuorWorkerThread::QuorWorkerThread(std::string name)
-    : name_(std::move(name)), thread_([this] { loop(); }) {}
+    : state_(std::make_shared<State>()),
+      thread_([state = state_, name = std::move(name)] { loop(state, name); }) {}
 
 QuorWorkerThread::~QuorWorkerThread() {
-  {
-    std::lock_guard<std::mutex> lock(mutex_);
-    stopping_ = true;
+  if (isCurrent()) {
+    // Destroyed by its own work: finish what is queued here and now, then let the thread end
+    // by itself once the current piece returns.
+    std::deque<std::function<void()>> left;
+    {
+      std::lock_guard<std::mutex> lock(state_->mutex);
+      state_->stopping = true;
+      left.swap(state_->queue);
+    }
+    for (auto& work : left) work();
+    thread_.detach();
+    return;
   }
-  changed_.notify_all();
+  {
+    std::lock_guard<std::mutex> lock(state_->mutex);
+    state_->stopping = true;
+  }
+  state_->changed.notify_all();
   thread_.join();
 }
 
 void QuorWorkerThread::post(std::function<void()> work) {
   {
-    std::lock_guard<std::mutex> lock(mutex_);
-    queue_.push_back(std::move(work));
+    std::lock_guard<std::mutex> lock(state_->mutex);
+    state_->queue.push_back(std::move(work));
   }
-  changed_.notify_all();
+  state_->changed.notify_all();
 }
 
 void QuorWorkerThread::runAndWait(const std::function<void()>& work) {
@@ -46,41 +60,41 @@ void QuorWorkerThread::runAndWait(const std::function<void()>& work) {
 }
 
 void QuorWorkerThread::waitIdle() {
-  std::unique_lock<std::mutex> lock(mutex_);
-  changed_.wait(lock, [this] { return queue_.empty() && !running_; });
+  std::unique_lock<std::mutex> lock(state_->mutex);
+  state_->changed.wait(lock, [this] { return state_->queue.empty() && !state_->running; });
 }
 
 uint64_t QuorWorkerThread::finished() const {
-  std::lock_guard<std::mutex> lock(mutex_);
-  return finished_;
+  std::lock_guard<std::mutex> lock(state_->mutex);
+  return state_->finished;
 }
 
-void QuorWorkerThread::loop() {
-  QuorHostBase::setThreadName(name_);
+void QuorWorkerThread::loop(const std::shared_ptr<State>& state, const std::string& name) {
+  QuorHostBase::setThreadName(name);
   for (;;) {
     std::function<void()> work;
     {
-      std::unique_lock<std::mutex> lock(mutex_);
+      std::unique_lock<std::mutex> lock(state->mutex);
       // Stay awake for a moment before sleeping: messages come in bursts, and waking a
       // sleeping thread costs more than the work itself.
-      for (int spin = 0; spin < kSpins && queue_.empty() && !stopping_; ++spin) {
+      for (int spin = 0; spin < kSpins && state->queue.empty() && !state->stopping; ++spin) {
         lock.unlock();
         std::this_thread::yield();
         lock.lock();
       }
-      changed_.wait(lock, [this] { return !queue_.empty() || stopping_; });
-      if (queue_.empty()) return;
-      work = std::move(queue_.front());
-      queue_.pop_front();
-      running_ = true;
+      state->changed.wait(lock, [&] { return !state->queue.empty() || state->stopping; });
+      if (state->queue.empty()) return;
+      work = std::move(state->queue.front());
+      state->queue.pop_front();
+      state->running = true;
     }
     work();
     {
-      std::lock_guard<std::mutex> lock(mutex_);
-      running_ = false;
-      ++finished_;
+      std::lock_guard<std::mutex> lock(state->mutex);
+      state->running = false;
+      ++state->finished;
     }
-    changed_.notify_all();
+    state->changed.notify_all();
   }
 }
 

@@ -117,6 +117,7 @@ bool QuorLoopbackHost::deliver(QuorWireMessage wire) {
   message->setSentTime(wire.sentTime);
   message->setObjectName(wire.objectName);
   if (offerToModules(message, wire.offline)) return true;
+  if (isSignal(wire.objectName)) return false;
   if (content->messagePersistentFlag() & KXMessagePersistentFlagIsPersisted) store(message);
   notifyListeners(message);
   return false;

@@ -151,7 +151,7 @@ void QuorXmppConnection::start() {
 void QuorXmppConnection::stop() {
   {
     std::lock_guard<std::mutex> lock(mutex_);
-    if (stopping_) return;
+    if (stopping_ || !thread_.joinable()) return;
     stopping_ = true;
   }
   wake();
@@ -166,6 +166,10 @@ void QuorXmppConnection::stop() {
   for (auto& outgoing : left) {
     if (outgoing.outcome) outgoing.outcome(QuorXmppErrorStopped, 0);
   }
+  // Stopped: start() may connect again.
+  std::lock_guard<std::mutex> lock(mutex_);
+  thread_ = std::thread();
+  stopping_ = false;
 }
 
 void QuorXmppConnection::send(QuorXmppPayload payload, Outcome outcome) {

@@ -135,7 +135,7 @@ void QuorXmppHost::deliver(const QuorXmppPayload& payload) {
   message->setSenderUserId(payload.sender.empty() ? deskId : payload.sender);
   message->setSentTime(payload.stamp > 0 ? payload.stamp : wallClockMs());
   message->setObjectName(payload.objectName);
-  if (offerToModules(message, payload.offline)) return;
+  if (offerToModules(message, payload.offline) || isSignal(payload.objectName)) return;
   if (isStored(content)) {
     QuorStoredMessage stored{0,
                              message->conversationType(),

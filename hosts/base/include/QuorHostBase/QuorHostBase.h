@@ -5,6 +5,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -50,6 +51,9 @@ class QuorHostBase : public KXCoreClient,
   // Loads the library's extension module (loadQuorExtensionModule) once and offers it every
   // received message from then on.
   QuorIMLibExtensionModule& loadExtensionModule();
+  // Offers every received message to `module` too, after the modules loaded before it: an IM
+  // core carries several extension modules. The module must outlive the host.
+  void loadExtensionModule(QuorIMLibExtensionModule& module);
 
   using LogSink = std::function<void(const QuorLogEntry& entry)>;
   // Where log entries go: entries with a level up to `maxLevel` (2 errors, 4 information) are
@@ -117,6 +121,9 @@ class QuorHostBase : public KXCoreClient,
   std::vector<QuorIMLibExtensionModule*> loadedModules() const;
   // Passes an entry to the sink (when its level passes the filter) and to observeLog().
   void writeEntry(const QuorLogEntry& entry);
+  // Whether a loaded module named `objectName` a signal type: such messages are never stored
+  // and never shown to the application's listeners.
+  bool isSignal(const std::string& objectName) const;
   // Offers a received message to each loaded module; true when one of them holds it.
   bool offerToModules(const std::shared_ptr<KXMessage>& message, bool offline) const;
   // Hands a message to the application's listeners on the main thread.
@@ -134,6 +141,7 @@ class QuorHostBase : public KXCoreClient,
   std::map<std::string, KXMessageContentType> types_;
   std::vector<std::string> registrationOrder_;
   std::vector<QuorIMLibExtensionModule*> modules_;
+  std::set<std::string> signals_;
   std::vector<MessageListener> listeners_;
   LogSink logSink_;
   int32_t logMaxLevel_ = 2;

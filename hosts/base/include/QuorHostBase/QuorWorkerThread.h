@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -12,11 +13,17 @@ namespace quor {
 
 // A named thread of a host that runs posted work in order, one piece at a time. post() and the
 // waiting functions may be called from any thread.
+//
+// The destructor finishes the work already posted. It may run on the thread itself (a host
+// whose last owner lets go inside a piece of work): the remaining work then runs at once and
+// the thread ends after the current piece, without touching the destroyed object.
 class QuorWorkerThread {
  public:
   // `name` is what QuorHostBase::threadName() answers on this thread.
   explicit QuorWorkerThread(std::string name);
   ~QuorWorkerThread();
+  QuorWorkerThread(const QuorWorkerThread&) = delete;
+  QuorWorkerThread& operator=(const QuorWorkerThread&) = delete;
 
   void post(std::function<void()> work);
   // Runs `work` on this thread and waits for it (runs it at once when called on this thread).
@@ -28,15 +35,18 @@ class QuorWorkerThread {
   bool isCurrent() const { return std::this_thread::get_id() == thread_.get_id(); }
 
  private:
-  void loop();
+  // Shared with the thread, so that it outlives an object destroyed on its own thread.
+  struct State {
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::deque<std::function<void()>> queue;
+    bool running = false;
+    bool stopping = false;
+    uint64_t finished = 0;
+  };
+  static void loop(const std::shared_ptr<State>& state, const std::string& name);
 
-  const std::string name_;
-  mutable std::mutex mutex_;
-  std::condition_variable changed_;
-  std::deque<std::function<void()>> queue_;
-  bool running_ = false;
-  bool stopping_ = false;
-  uint64_t finished_ = 0;
+  const std::shared_ptr<State> state_;
   std::thread thread_;
 };
 

@@ -51,9 +51,10 @@ class QuorXmppConnection {
   QuorXmppConnection(const QuorXmppConnection&) = delete;
   QuorXmppConnection& operator=(const QuorXmppConnection&) = delete;
 
-  // Starts connecting in the background (once).
+  // Starts connecting in the background; does nothing while started.
   void start();
   // Disconnects and stops reconnecting; sends still waiting fail with QuorXmppErrorStopped.
+  // start() connects again afterwards.
   void stop();
   // Sends a payload to `payload.peer`; the stanza id is chosen here.
   void send(QuorXmppPayload payload, Outcome outcome);

@@ -63,7 +63,8 @@ class QuorXmppHost : public QuorHostBase, private QuorXmppConnection::Events {
   static std::shared_ptr<QuorXmppHost> create(Options options, std::string* error);
   ~QuorXmppHost() override;
 
-  // Logs in and stays connected (reconnecting with backoff) until logout().
+  // Logs in and stays connected (reconnecting with backoff) until logout(); connect() after a
+  // logout logs in again, and the server hands over what arrived meanwhile (offline).
   void connect();
   // Tells the modules (notifyLogoutEvent) and disconnects; waiting sends fail.
   void logout();
