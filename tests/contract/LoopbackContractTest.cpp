@@ -1,0 +1,106 @@
+// The host contract run against the loopback host.
+#include <atomic>
+#include <chrono>
+#include <mutex>
+#include <optional>
+#include <thread>
+
+#include "QuorLoopbackHost/QuorLoopbackHost.h"
+#include "contract/QuorHostContract.h"
+
+namespace quor::contract {
+namespace {
+
+// The desk end of the channel: it records what the customer sent.
+class DeskPeer : public QuorLoopbackPeer {
+ public:
+  void onMessageFromClient(const QuorWireMessage& message) override {
+    std::lock_guard<std::mutex> lock(mutex_);
+    received_.push_back(message.objectName);
+  }
+  std::vector<std::string> received() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return received_;
+  }
+
+ private:
+  std::mutex mutex_;
+  std::vector<std::string> received_;
+};
+
+class LoopbackSubject : public QuorHostContractSubject {
+ public:
+  LoopbackSubject() {
+    host_->connectPeer(peer_);
+    host_->install();
+    host_->setLogSink(nullptr, 0);
+    host_->loadExtensionModule();
+    host_->addMessageListener([this](const std::shared_ptr<KXMessage>&) { ++shown_; });
+  }
+  ~LoopbackSubject() override {
+    host_->settle();
+    QuorHostBase::uninstall();
+  }
+
+  KXCoreClient& core() override { return *host_; }
+  KXMainThreadDispatcher& mainThread() override { return *host_; }
+  void loadModule(QuorIMLibExtensionModule& module) override { host_->loadExtensionModule(module); }
+  void addListener(std::function<void(const std::shared_ptr<KXMessage>&)> listener) override {
+    host_->addMessageListener(std::move(listener));
+  }
+  bool runMainUntil(const std::function<bool()>& done) override {
+    for (int round = 0; round < 1000; ++round) {
+      if (failingCode_ && host_->confirmOldestSend(false, std::nullopt, *failingCode_)) {
+        failingCode_.reset();
+        host_->setAutoConfirm(true);
+      }
+      host_->settle();
+      if (done()) return true;
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return false;
+  }
+  std::string deskId() const override { return "desk"; }
+  void deskSends(const std::string& objectName, const std::string& body) override {
+    host_->receiveAsync(wire(objectName, body, false));
+  }
+  std::vector<std::string> deskReceived() override { return peer_->received(); }
+  void deliverWhileOffline(
+      const std::vector<std::pair<std::string, std::string>>& messages) override {
+    const int before = shown_;
+    for (const auto& [name, body] : messages) host_->receiveAsync(wire(name, body, true));
+    runMainUntil([&] { return shown_ >= before + static_cast<int>(messages.size()); });
+  }
+  Failure arrangeFailingSend() override {
+    host_->setAutoConfirm(false);
+    failingCode_ = 7004;
+    return {"desk", 7004};
+  }
+
+ private:
+  QuorWireMessage wire(const std::string& objectName, const std::string& body, bool offline) {
+    QuorWireMessage message;
+    message.objectName = objectName;
+    message.targetId = deskId();
+    message.senderUserId = deskId();
+    message.body = body;
+    message.offline = offline;
+    return message;
+  }
+
+  std::shared_ptr<QuorLoopbackHost> host_ = std::make_shared<QuorLoopbackHost>();
+  std::shared_ptr<DeskPeer> peer_ = std::make_shared<DeskPeer>();
+  std::atomic<int> shown_{0};
+  std::optional<int64_t> failingCode_;
+};
+
+std::unique_ptr<QuorHostContractSubject> makeLoopback() {
+  return std::make_unique<LoopbackSubject>();
+}
+
+INSTANTIATE_TEST_SUITE_P(Loopback, QuorHostContract,
+                         ::testing::Values(QuorHostContractFactory{"Loopback", makeLoopback}),
+                         contractName);
+
+}  // namespace
+}  // namespace quor::contract

@@ -1,0 +1,217 @@
+// The host contract's checks: each one a duty of a host that the library relies on.
+#include <gmock/gmock.h>
+
+#include <atomic>
+#include <mutex>
+#include <thread>
+
+#include "contract/QuorHostContract.h"
+
+namespace quor::contract {
+namespace {
+
+using ::testing::ElementsAre;
+
+// A stored content type of the test: the host must decode it into a fresh instance each time.
+class ContractProbe : public KXMessageContent {
+ public:
+  static std::string getObjectName() { return "QuorTest:Probe"; }
+  static uint32_t persistentFlag() { return KXMessagePersistentFlagIsPersisted; }
+  std::string objectName() const override { return getObjectName(); }
+  uint32_t messagePersistentFlag() const override { return persistentFlag(); }
+  KXData encode() override { return body; }
+  void decodeWithData(const KXData& data) override {
+    body = data;
+    ++decodes;
+  }
+  KXData body;
+  int decodes = 0;
+};
+
+// A module after the library's: it records what the host offers it and holds nothing.
+class RecordingModule : public QuorIMLibExtensionModule {
+ public:
+  void destroyModule() override {}
+  std::vector<KXMessageContentType> getSignalMessageClassList() override { return {}; }
+  bool didHoldReceivedMessage(const std::shared_ptr<KXMessage>& message, bool offline) override {
+    std::lock_guard<std::mutex> lock(mutex);
+    offered.push_back(message->objectName().value_or("") + (offline ? " offline" : " live"));
+    return false;
+  }
+  void setAppKey(const KXString&) override {}
+  void setConfiguration(const std::shared_ptr<KXNaviDataInfo>&) override {}
+  void setUserId(const KXString&) override {}
+  void setCurrentToken(const KXString&) override {}
+  void notifyConnectionStatusChanged(int64_t) override {}
+  void notifyLogoutEvent() override {}
+  std::vector<std::string> taken() {
+    std::lock_guard<std::mutex> lock(mutex);
+    return offered;
+  }
+  std::mutex mutex;
+  std::vector<std::string> offered;
+};
+
+struct Shown {
+  std::mutex mutex;
+  std::vector<std::shared_ptr<KXMessage>> messages;
+  std::size_t size() {
+    std::lock_guard<std::mutex> lock(mutex);
+    return messages.size();
+  }
+};
+
+void listen(QuorHostContractSubject& subject, Shown& shown) {
+  subject.addListener([&shown](const std::shared_ptr<KXMessage>& message) {
+    std::lock_guard<std::mutex> lock(shown.mutex);
+    shown.messages.push_back(message);
+  });
+}
+
+std::shared_ptr<KXMessageContent> text(const std::string& content) {
+  return KXTextMessage::messageWithContent(content);
+}
+
+TEST_P(QuorHostContract, ReceivedTypesDecodeIntoAFreshInstanceByObjectName) {
+  subject->core().registerMessageType(KXMessageContentType::of<ContractProbe>());
+  Shown shown;
+  listen(*subject, shown);
+  subject->deskSends("QuorTest:Probe", R"({"n":1})");
+  subject->deskSends("QuorTest:Probe", R"({"n":2})");
+  subject->deskSends("QuorTest:Unknown", R"({"n":3})");
+  subject->deskSends("KX:TxtMsg", R"({"content":"hello"})");
+  ASSERT_TRUE(subject->runMainUntil([&] { return shown.size() >= 4; }));
+  auto* first = dynamic_cast<ContractProbe*>(shown.messages[0]->content().get());
+  auto* second = dynamic_cast<ContractProbe*>(shown.messages[1]->content().get());
+  ASSERT_TRUE(first && second);
+  EXPECT_NE(first, second);
+  EXPECT_EQ(first->body, R"({"n":1})");
+  EXPECT_EQ(second->body, R"({"n":2})");
+  EXPECT_EQ(first->decodes, 1);
+  EXPECT_EQ(shown.messages[2]->objectName(), "QuorTest:Unknown");  // kept, not dropped
+  auto* greeting = dynamic_cast<KXTextMessage*>(shown.messages[3]->content().get());
+  ASSERT_TRUE(greeting);
+  EXPECT_EQ(greeting->content(), "hello");
+  for (const auto& message : shown.messages) {
+    EXPECT_EQ(message->conversationType(), KXConversationTypeCustomerService);
+    EXPECT_EQ(message->messageDirection(), KXMessageDirectionReceive);
+    EXPECT_EQ(message->targetId(), subject->deskId());
+  }
+}
+
+TEST_P(QuorHostContract, SendClosuresRunExactlyOnceWithIdsAndCodesUnchanged) {
+  std::atomic<int> successes{0}, recordSuccesses{0}, errors{0};
+  std::atomic<int64_t> sentId{-1}, failedId{-1}, failedCode{0};
+  auto record = subject->core().sendMessage(
+      KXConversationTypeCustomerService, subject->deskId(), text("one"), std::nullopt, std::nullopt,
+      [&](int64_t id) { sentId = id, ++successes; }, [&](int64_t, int64_t) { ++errors; });
+  ASSERT_TRUE(record);
+  std::shared_ptr<KXMessage> confirmed;
+  subject->core().sendMessageSuccessBlock(
+      KXConversationTypeCustomerService, subject->deskId(), text("two"), std::nullopt, std::nullopt,
+      [&](std::shared_ptr<KXMessage> sent) { confirmed = sent, ++recordSuccesses; },
+      [&](int64_t, std::shared_ptr<KXMessage>) { ++errors; });
+  const auto failure = subject->arrangeFailingSend();
+  auto failing = subject->core().sendMessage(
+      KXConversationTypeCustomerService, failure.targetId, text("three"), std::nullopt,
+      std::nullopt, [&](int64_t) { ++successes; },
+      [&](int64_t code, int64_t id) { failedCode = code, failedId = id, ++errors; });
+  // A send without closures completes without calling anything back.
+  subject->core().sendMessage(KXConversationTypeCustomerService, subject->deskId(), text("four"),
+                              std::nullopt, std::nullopt, nullptr, nullptr);
+  ASSERT_TRUE(subject->runMainUntil([&] {
+    return successes + recordSuccesses + errors >= 3 && subject->deskReceived().size() >= 3;
+  }));
+  std::this_thread::sleep_for(std::chrono::milliseconds(100));  // a second report would come now
+  EXPECT_EQ(successes, 1);
+  EXPECT_EQ(recordSuccesses, 1);
+  EXPECT_EQ(errors, 1);
+  EXPECT_EQ(sentId, record->messageId());
+  EXPECT_EQ(failedId, failing->messageId());
+  EXPECT_EQ(failedCode, failure.code);
+  ASSERT_TRUE(confirmed);
+  EXPECT_THAT(subject->deskReceived(), ElementsAre("KX:TxtMsg", "KX:TxtMsg", "KX:TxtMsg"));
+}
+
+TEST_P(QuorHostContract, AConfirmedSendIsNeverStampedAfterAReplySentLater) {
+  std::shared_ptr<KXMessage> confirmed;
+  subject->core().sendMessageSuccessBlock(
+      KXConversationTypeCustomerService, subject->deskId(), text("handshake"), std::nullopt,
+      std::nullopt, [&](std::shared_ptr<KXMessage> sent) { confirmed = sent; }, nullptr);
+  ASSERT_TRUE(subject->runMainUntil([&] { return confirmed && !subject->deskReceived().empty(); }));
+  Shown shown;
+  listen(*subject, shown);
+  subject->deskSends("KX:TxtMsg", R"({"content":"reply"})");
+  ASSERT_TRUE(subject->runMainUntil([&] { return shown.size() >= 1; }));
+  EXPECT_LE(confirmed->sentTime(), shown.messages[0]->sentTime());
+}
+
+TEST_P(QuorHostContract, AnInsertedRecordIsDeliveredByTheFakeReceiveWithItsValues) {
+  Shown shown;
+  listen(*subject, shown);
+  auto record = subject->core().insertIncomingMessage(
+      KXConversationTypeCustomerService, subject->deskId(), subject->deskId(), KXReceivedStatusRead,
+      KXInformationNotificationMessage::notificationWithMessage("a notice", std::nullopt));
+  ASSERT_TRUE(record);
+  EXPECT_EQ(record->receivedStatus(), KXReceivedStatusRead);
+  EXPECT_EQ(record->senderUserId(), subject->deskId());
+  subject->core().onReceiveFakeMessage(record);
+  // The library's in-memory notice: direction 2, message id 0, received status 1.
+  auto memory = std::make_shared<KXMessage>(
+      KXConversationTypeCustomerService, subject->deskId(), KXMessageDirectionReceive, 0,
+      KXInformationNotificationMessage::notificationWithMessage("in memory", std::nullopt));
+  memory->setReceivedStatus(KXReceivedStatusRead);
+  subject->core().onReceiveFakeMessage(memory);
+  ASSERT_TRUE(subject->runMainUntil([&] { return shown.size() >= 2; }));
+  EXPECT_EQ(shown.messages[0], record);
+  EXPECT_EQ(shown.messages[1], memory);
+  EXPECT_EQ(shown.messages[1]->messageId(), 0);
+  EXPECT_EQ(shown.messages[1]->messageDirection(), KXMessageDirectionReceive);
+}
+
+TEST_P(QuorHostContract, SignalAndHeldMessagesNeverReachTheListeners) {
+  Shown shown;
+  listen(*subject, shown);
+  subject->deskSends("KX:CsHsR", R"({"status":1,"data":{"serviceType":1}})");  // held
+  subject->deskSends("KX:CsPullEva", R"({"msgId":"d1"})");  // a signal the module does not hold
+  subject->deskSends("KX:CsEnd", R"({"code":0})");          // held
+  subject->deskSends("KX:TxtMsg", R"({"content":"last"})");
+  ASSERT_TRUE(subject->runMainUntil([&] { return shown.size() >= 1; }));
+  std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  subject->runMainUntil([] { return true; });
+  ASSERT_EQ(shown.size(), 1u);
+  EXPECT_EQ(shown.messages[0]->objectName(), "KX:TxtMsg");
+}
+
+TEST_P(QuorHostContract, MessagesKeptWhileOfflineAreOfferedWithTheOfflineFlagInOrder) {
+  RecordingModule module;
+  subject->loadModule(module);
+  subject->deliverWhileOffline(
+      {{"KX:TxtMsg", R"({"content":"1"})"}, {"KX:TxtMsg", R"({"content":"2"})"}});
+  subject->deskSends("KX:CsPullEva", R"({"msgId":"d1"})");
+  ASSERT_TRUE(subject->runMainUntil([&] { return module.taken().size() >= 3; }));
+  EXPECT_THAT(module.taken(),
+              ElementsAre("KX:TxtMsg offline", "KX:TxtMsg offline", "KX:CsPullEva live"));
+  subject.reset();  // a loaded module outlives its host
+}
+
+TEST_P(QuorHostContract, PostsToTheMainThreadRunOneAtATimeInOrder) {
+  std::vector<int> ran;
+  std::atomic<bool> inside{false}, overlapped{false};
+  std::thread poster([&] {
+    for (int i = 0; i < 200; ++i) {
+      subject->mainThread().post([&, i] {
+        overlapped = overlapped || inside.exchange(true);
+        ran.push_back(i);
+        inside = false;
+      });
+    }
+  });
+  poster.join();
+  ASSERT_TRUE(subject->runMainUntil([&] { return ran.size() >= 200; }));
+  for (int i = 0; i < 200; ++i) ASSERT_EQ(ran[i], i);
+  EXPECT_FALSE(overlapped);
+}
+
+}  // namespace
+}  // namespace quor::contract
