@@ -54,6 +54,9 @@ struct QuorHostContractFactory {
   std::string name;
   std::function<std::unique_ptr<QuorHostContractSubject>()> make;
 };
+inline void PrintTo(const QuorHostContractFactory& factory, std::ostream* out) {
+  *out << factory.name;
+}
 
 class QuorHostContract : public ::testing::TestWithParam<QuorHostContractFactory> {
  protected:

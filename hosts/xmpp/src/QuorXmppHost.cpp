@@ -38,13 +38,18 @@ QuorXmppHost::QuorXmppHost(Options options, std::unique_ptr<QuorMessageStore> st
       delivery_(std::make_unique<QuorWorkerThread>("delivery")) {
   connection_ = std::make_unique<QuorXmppConnection>(
       options_.connection, static_cast<QuorXmppConnection::Events&>(*this));
+  bareJid_ = connection_->bareJid();
+  userId_ = QuorDeskJid::fromJid(bareJid_, connection_->domain());
   deskDomain_ = options_.deskDomain.empty() ? connection_->domain() : options_.deskDomain;
   registerHostTypes();
 }
 
 QuorXmppHost::~QuorXmppHost() {
-  connection_.reset();
+  // Stopped first: the sends still waiting fail through the delivery thread, which then finishes
+  // its work (a closure may still send; the stopped connection refuses it) before it ends.
+  connection_->stop();
   delivery_.reset();
+  connection_.reset();
 }
 
 void QuorXmppHost::connect() { connection_->start(); }
@@ -58,10 +63,6 @@ void QuorXmppHost::logout() {
 
 bool QuorXmppHost::waitUntilOnline(std::chrono::milliseconds timeout) const {
   return connection_->waitUntilOnline(timeout);
-}
-
-std::string QuorXmppHost::currentUserId() const {
-  return QuorDeskJid::fromJid(connection_->bareJid(), connection_->domain());
 }
 
 std::string QuorXmppHost::jidOfDesk(const std::string& deskId) const {
@@ -146,11 +147,10 @@ void QuorXmppHost::deliver(const QuorXmppPayload& payload) {
                              payload.body,
                              message->sentTime(),
                              0};
+    const auto inserted = store_->insert(stored, originKey);
     // Stored before, by an earlier run of the host: the application has seen it.
-    if (!originKey.empty() &&
-        store_->insert(stored, originKey) == QuorMessageStore::Insert::Duplicate)
-      return;
-    message->setMessageId(stored.id);
+    if (inserted == QuorMessageStore::Insert::Duplicate) return;
+    if (inserted == QuorMessageStore::Insert::Stored) message->setMessageId(stored.id);
   }
   notifyListeners(message);
 }

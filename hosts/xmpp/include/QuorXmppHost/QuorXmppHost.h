@@ -71,8 +71,8 @@ class QuorXmppHost : public QuorHostBase, private QuorXmppConnection::Events {
   bool waitUntilOnline(std::chrono::milliseconds timeout) const;
   QuorXmppConnectionStatus connectionStatus() const { return connection_->status(); }
   // The account's user id (its JID's local part, unescaped) and bare JID.
-  std::string currentUserId() const;
-  const std::string& bareJid() const { return connection_->bareJid(); }
+  const std::string& currentUserId() const { return userId_; }
+  const std::string& bareJid() const { return bareJid_; }
   // The JID a desk id maps to; "" when it maps to none.
   std::string jidOfDesk(const std::string& deskId) const;
 
@@ -113,13 +113,17 @@ class QuorXmppHost : public QuorHostBase, private QuorXmppConnection::Events {
   bool store(QuorStoredMessage& stored, const std::string& originKey);
 
   const Options options_;
+  // Fixed at creation, so that work still queued while the host goes away never needs the
+  // connection.
+  std::string bareJid_;
+  std::string userId_;
   std::string deskDomain_;
   std::unique_ptr<QuorMessageStore> store_;
   mutable std::mutex mutex_;
   std::unordered_set<std::string> seen_;
   std::deque<std::string> seenOrder_;
-  // Declared last: the connection stops first (its outcomes go to the delivery thread), then
-  // the delivery thread finishes what it was given.
+  // The destructor stops the connection, then ends the delivery thread, then frees the
+  // connection.
   std::unique_ptr<QuorWorkerThread> delivery_;
   std::unique_ptr<QuorXmppConnection> connection_;
 };
