@@ -1,7 +1,11 @@
 #!/usr/bin/env bash
-# Runs the demo's default journey and checks that its transcript holds every stage.
+# Runs the demo's default journey (with the given options) and checks that its transcript holds
+# every stage and that the run exited 0. Over XMPP it also checks that the private server and
+# the desk program are gone afterwards.
 set -euo pipefail
-transcript=$("$1")
+demo=$1
+shift
+transcript=$("$demo" "$@")
 printf '%s\n' "$transcript"
 for stage in "connected to Quor Shop" "Ava: Hi, I am Ava" "You: Where is my order?" "Ava: Orders ship" \
              "You: (asks for a human agent)" "choose a group:" "You: (chooses the group" \
@@ -10,3 +14,14 @@ for stage in "connected to Quor Shop" "Ava: Hi, I am Ava" "You: Where is my orde
              "service ended: Thank you" "Journey complete."; do
   grep -qF -- "$stage" <<<"$transcript" || { echo "missing stage: $stage" >&2; exit 1; }
 done
+port=$(sed -n 's/^Private XMPP server on 127.0.0.1:\([0-9]*\);.*/\1/p' <<<"$transcript")
+if [ -n "$port" ]; then
+  if (exec 3<>"/dev/tcp/127.0.0.1/$port") 2>/dev/null; then
+    echo "the private server on port $port is still running" >&2
+    exit 1
+  fi
+  if pgrep -x quor-cs-desk >/dev/null; then
+    echo "a desk program is still running" >&2
+    exit 1
+  fi
+fi

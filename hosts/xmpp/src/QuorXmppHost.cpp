@@ -93,11 +93,21 @@ void QuorXmppHost::transmit(QuorOutgoingSend send, std::shared_ptr<QuorPendingSe
                              0};
     if (store(stored, "")) record->setMessageId(stored.id);
   }
-  connection_->send(std::move(payload), [this, pending](int64_t errorCode, int64_t stamp) {
-    delivery_->post([this, pending, errorCode, stamp] {
+  std::shared_ptr<QuorXmppPayload> sent;
+  {
+    // Kept for the wire observer only: a body is not copied when no one watches.
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (wireObserver_) sent = std::make_shared<QuorXmppPayload>(payload);
+  }
+  connection_->send(std::move(payload), [this, pending, sent](int64_t errorCode, int64_t stamp) {
+    delivery_->post([this, pending, sent, errorCode, stamp] {
       if (errorCode != 0) {
         pending->fail(errorCode);
         return;
+      }
+      if (sent) {
+        sent->stamp = stamp;
+        observeWire(*sent, true);
       }
       const auto& sent = pending->record();
       sent->setSentTime(stamp);
@@ -128,6 +138,7 @@ void QuorXmppHost::deliver(const QuorXmppPayload& payload) {
   const std::string originKey =
       payload.stanzaId.empty() ? "" : payload.peer + " " + payload.stanzaId;
   if (!originKey.empty() && seenBefore(originKey)) return;
+  observeWire(payload, false);
   const std::string deskId = QuorDeskJid::fromJid(payload.peer, deskDomain_);
   auto content = contentFor(payload.objectName);
   content->decodeWithData(payload.body);
@@ -153,6 +164,20 @@ void QuorXmppHost::deliver(const QuorXmppPayload& payload) {
     if (inserted == QuorMessageStore::Insert::Stored) message->setMessageId(stored.id);
   }
   notifyListeners(message);
+}
+
+void QuorXmppHost::setWireObserver(WireObserver observer) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  wireObserver_ = std::move(observer);
+}
+
+void QuorXmppHost::observeWire(const QuorXmppPayload& payload, bool fromClient) const {
+  WireObserver observer;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    observer = wireObserver_;
+  }
+  if (observer) observer(payload, fromClient);
 }
 
 bool QuorXmppHost::seenBefore(const std::string& originKey) {

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -82,6 +83,11 @@ class QuorXmppHost : public QuorHostBase, private QuorXmppConnection::Events {
                                                   int64_t beforeMessageId = 0,
                                                   int count = 20) const;
 
+  // Sees every payload the host sends (fromClient) or receives, on the delivery thread (a
+  // send once the server confirmed it). For tools that print the wire.
+  using WireObserver = std::function<void(const QuorXmppPayload& payload, bool fromClient)>;
+  void setWireObserver(WireObserver observer);
+
   // Waits until the delivery thread has nothing left to do (tests and tools).
   void waitForDelivery() { delivery_->waitIdle(); }
   // The connection, for tests that write raw stanzas.
@@ -111,6 +117,7 @@ class QuorXmppHost : public QuorHostBase, private QuorXmppConnection::Events {
   bool seenBefore(const std::string& originKey);
   std::shared_ptr<KXMessage> recordOf(const QuorStoredMessage& stored) const;
   bool store(QuorStoredMessage& stored, const std::string& originKey);
+  void observeWire(const QuorXmppPayload& payload, bool fromClient) const;
 
   const Options options_;
   // Fixed at creation, so that work still queued while the host goes away never needs the
@@ -120,6 +127,7 @@ class QuorXmppHost : public QuorHostBase, private QuorXmppConnection::Events {
   std::string deskDomain_;
   std::unique_ptr<QuorMessageStore> store_;
   mutable std::mutex mutex_;
+  WireObserver wireObserver_;
   std::unordered_set<std::string> seen_;
   std::deque<std::string> seenOrder_;
   // The destructor stops the connection, then ends the delivery thread, then frees the

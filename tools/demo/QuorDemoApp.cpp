@@ -1,0 +1,196 @@
+#include "QuorDemoApp.h"
+
+#include <cstdio>
+#include <iostream>
+#include <sstream>
+
+namespace quor {
+namespace {
+
+const char* modeName(KXCSModeType mode) {
+  switch (mode) {
+    case KXCSModeNoService:
+      return "no service";
+    case KXCSModeRobotOnly:
+      return "robot only";
+    case KXCSModeHuman:
+      return "human agent";
+    case KXCSModeRobotFirst:
+      return "robot first, an agent can be asked for";
+  }
+  return "unknown";
+}
+
+void status(const std::string& line) { std::printf("  * %s\n", line.c_str()); }
+
+}  // namespace
+
+QuorDemoApp::QuorDemoApp(QuorHostBase& host, std::string deskId, std::function<void()> settle)
+    : host_(host),
+      deskId_(std::move(deskId)),
+      settle_(std::move(settle)),
+      client_(KXCustomerServiceClient::sharedCustomerServiceClient()) {
+  host_.addMessageListener([](const std::shared_ptr<KXMessage>& message) { show(*message); });
+}
+
+bool QuorDemoApp::start() {
+  auto info = std::make_shared<KXCustomerServiceInfo>();
+  info->setUserId("customer-7");
+  info->setName("Mei");
+  info->setPage("orders");
+  std::printf("Opening customer service with desk %s\n", deskId_.c_str());
+  client_.startCustomerService(
+      deskId_, info,
+      [this](std::shared_ptr<KXCustomerServiceConfig> config) {
+        config_ = config;
+        status("connected to " + config->companyName().value_or("the desk"));
+        if (config->announceMsg()) status("announcement: " + *config->announceMsg());
+      },
+      [this](int64_t code, const std::string& text) {
+        status("could not connect (" + std::to_string(code) + "): " + text);
+        failed_ = true;
+      },
+      [](KXCSModeType mode) { status(std::string("mode: ") + modeName(mode)); },
+      [this](const KXString& dialogId) {
+        status("the desk asks for a rating of " + dialogId.value_or("the dialog"));
+        pendingDialog_ = dialogId;
+      },
+      [this](const KXCustomerServiceGroupList& groups) {
+        std::string names;
+        for (const auto& group : *groups) {
+          names += (names.empty() ? "" : ", ") + group->name().value_or("?") + " [" +
+                   group->groupId().value_or("") + "]" + (group->online() ? "" : " (offline)");
+        }
+        status("choose a group: " + names);
+        groups_ = groups;
+      },
+      [this](const std::string& text) {
+        status("service ended: " + text);
+        ended_ = true;
+      });
+  client_.getHumanEvaluateCustomerServiceConfig([](const std::shared_ptr<const KXDictionary>&) {});
+  settle_();
+  return !failed_ && config_;
+}
+
+void QuorDemoApp::say(const std::string& text) {
+  std::printf("You: %s\n", text.c_str());
+  host_.sendMessage(KXConversationTypeCustomerService, deskId_,
+                    KXTextMessage::messageWithContent(text), std::nullopt, std::nullopt, nullptr,
+                    nullptr);
+  settle_();
+}
+
+void QuorDemoApp::askForAgent() {
+  std::printf("You: (asks for a human agent)\n");
+  client_.switchToHumanMode(deskId_);
+  settle_();
+}
+
+void QuorDemoApp::chooseGroup(const std::string& groupId) {
+  std::printf("You: (chooses the group %s)\n", groupId.c_str());
+  client_.selectCustomerServiceGroup(deskId_, groupId);
+  settle_();
+}
+
+void QuorDemoApp::rate(int stars, const std::string& suggestion) {
+  std::printf("You: (rates the agent %d stars: \"%s\")\n", stars, suggestion.c_str());
+  client_.evaluateCustomerService(deskId_, pendingDialog_, stars, suggestion, 1);
+  settle_();
+}
+
+void QuorDemoApp::leaveMessage(const KXDictionary& form) {
+  std::printf("You: (leaves a message: %s)\n", form.dump().c_str());
+  client_.leaveMessageCustomerService(
+      deskId_, std::make_shared<const KXDictionary>(form),
+      [this](int64_t id) {
+        host_.post([id] { status("message left (id " + std::to_string(id) + ")"); });
+      },
+      [this](int64_t code, int64_t) {
+        host_.post([code] { status("leaving the message failed: " + std::to_string(code)); });
+      });
+  settle_();
+}
+
+void QuorDemoApp::stop() {
+  std::printf("You: (closes the service)\n");
+  client_.stopCustomerService(deskId_);
+  settle_();
+}
+
+int QuorDemoApp::runJourney() {
+  if (!start()) {
+    std::printf("Journey failed: the service did not start.\n");
+    return 1;
+  }
+  say("Where is my order?");
+  say("Can I return a parcel?");
+  askForAgent();
+  if (groups_ && !groups_->empty()) chooseGroup(*groups_->back()->groupId());
+  say("I would like to return order 1024.");
+  say("When do I get my money back?");
+  rate(5, "Quick and friendly");
+  KXDictionary form = KXDictionary::object();
+  if (config_ && config_->leaveMessageNativeInfo()) {
+    for (const auto& field : *config_->leaveMessageNativeInfo()) {
+      const std::string name = field->name().value_or("field");
+      form[name] = name == "phone"  ? "13800000000"
+                   : name == "name" ? "Mei"
+                                    : "Please call me after 6 pm.";
+    }
+  }
+  leaveMessage(form);
+  if (!ended_) stop();
+  std::printf("Journey complete.\n");
+  return 0;
+}
+
+int QuorDemoApp::runInteractive() {
+  if (!start()) return 1;
+  std::printf(
+      "Type a message, or: /human, /group ID, /rate STARS [TEXT], /leave TEXT, /stop, /quit\n");
+  std::string line;
+  while (!ended_ && std::printf("> ") && std::fflush(stdout) == 0 && std::getline(std::cin, line)) {
+    std::istringstream words(line);
+    std::string command;
+    words >> command;
+    std::string rest;
+    std::getline(words >> std::ws, rest);
+    if (command == "/quit") break;
+    if (command == "/help") {
+      std::printf("/human, /group ID, /rate STARS [TEXT], /leave TEXT, /stop, /quit\n");
+    } else if (command == "/human") {
+      askForAgent();
+    } else if (command == "/group") {
+      chooseGroup(rest);
+    } else if (command == "/rate") {
+      int stars = 0;
+      std::istringstream(rest) >> stars;
+      const auto space = rest.find(' ');
+      rate(stars, space == std::string::npos ? "" : rest.substr(space + 1));
+    } else if (command == "/leave") {
+      leaveMessage({{"content", rest}});
+    } else if (command == "/stop") {
+      stop();
+      break;
+    } else if (!line.empty()) {
+      say(line);
+    }
+  }
+  return 0;
+}
+
+void QuorDemoApp::show(const KXMessage& message) {
+  if (auto* text = dynamic_cast<KXTextMessage*>(message.content().get())) {
+    const auto& sender = text->senderUserInfo();
+    const std::string name = sender && sender->name() ? *sender->name() : "Desk";
+    std::printf("%s: %s\n", name.c_str(), text->content().value_or("").c_str());
+  } else if (auto* notice =
+                 dynamic_cast<KXInformationNotificationMessage*>(message.content().get())) {
+    std::printf("  -- %s --\n", notice->message().value_or("").c_str());
+  } else if (auto* digest = message.content().get(); digest && digest->conversationDigest()) {
+    std::printf("  [%s] %s\n", digest->objectName().c_str(), digest->conversationDigest()->c_str());
+  }
+}
+
+}  // namespace quor
