@@ -1,16 +1,9 @@
 #include "QuorXmppDemo.h"
 
-#include <fcntl.h>
-#include <signal.h>
-#include <sys/prctl.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
 #include <cstdio>
-#include <fstream>
-#include <sstream>
-#include <thread>
 #include <vector>
 
 #include "QuorXmppHost/QuorDeskJid.h"
@@ -22,13 +15,6 @@ constexpr const char* kDomain = "localhost";
 constexpr auto kPatience = std::chrono::seconds(10);
 // The journey waits this long without news before its next step.
 constexpr auto kQuiet = std::chrono::milliseconds(300);
-
-std::string readFile(const std::string& path) {
-  std::ifstream in(path);
-  std::ostringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
 
 std::string localPart(const std::string& jid) { return jid.substr(0, jid.find('@')); }
 
@@ -78,45 +64,20 @@ bool QuorXmppDemo::startDesk(const Options& options, std::string* error) {
     if (error) *error = "cannot make the desk's log file";
     return false;
   }
+  ::close(logFd);
   deskLog_ = path;
-  const std::string port = std::to_string(server_->port());
-  const std::string jid = QuorDeskJid::toJid(options.deskId, kDomain);
-  std::vector<std::string> arguments = {options.deskProgram, "--jid",       jid,
-                                        "--password",        "desk-secret", "--server",
-                                        "127.0.0.1",         "--port",      port};
+  std::vector<std::string> arguments = {
+      options.deskProgram, "--jid",       QuorDeskJid::toJid(options.deskId, kDomain),
+      "--password",        "desk-secret", "--server",
+      "127.0.0.1",         "--port",      std::to_string(server_->port())};
   if (!options.profilePath.empty()) {
     arguments.push_back("--profile");
     arguments.push_back(options.profilePath);
   }
-  std::vector<char*> argv;
-  for (auto& argument : arguments) argv.push_back(argument.data());
-  argv.push_back(nullptr);
-  const pid_t parent = ::getpid();
-  desk_ = ::fork();
-  if (desk_ == 0) {
-    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-    if (::getppid() != parent) ::_exit(127);
-    ::dup2(logFd, STDERR_FILENO);
-    ::execv(argv[0], argv.data());
-    ::_exit(127);
-  }
-  ::close(logFd);
-  if (desk_ < 0) {
-    if (error) *error = "cannot start the desk";
-    return false;
-  }
-  const auto deadline = std::chrono::steady_clock::now() + kPatience;
-  while (std::chrono::steady_clock::now() < deadline) {
-    if (readFile(deskLog_).find("serving as") != std::string::npos) return true;
-    int status = 0;
-    if (::waitpid(desk_, &status, WNOHANG) == desk_) {
-      desk_ = -1;
-      if (error) *error = "the desk exited: " + readFile(deskLog_);
-      return false;
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  }
-  if (error) *error = "the desk did not log in: " + readFile(deskLog_);
+  desk_ = QuorChildProcess::start(arguments, deskLog_, error);
+  if (!desk_) return false;
+  if (desk_->waitForOutput("serving as", 0, kPatience, error)) return true;
+  if (error) *error = "the desk did not log in: " + *error;
   return false;
 }
 
@@ -125,11 +86,7 @@ QuorXmppDemo::~QuorXmppDemo() {
     QuorHostBase::uninstall();
     host_.reset();
   }
-  if (desk_ > 0) {
-    ::kill(desk_, SIGTERM);
-    int status = 0;
-    ::waitpid(desk_, &status, 0);
-  }
+  desk_.reset();
   if (!deskLog_.empty()) ::unlink(deskLog_.c_str());
   server_.reset();
 }

@@ -1,10 +1,9 @@
 #pragma once
 
-#include <sys/types.h>
-
 #include <memory>
 #include <string>
 
+#include "QuorPrivateServer/QuorChildProcess.h"
 #include "QuorPrivateServer/QuorPrivateServer.h"
 #include "QuorXmppHost/QuorXmppHost.h"
 
@@ -37,7 +36,7 @@ class QuorXmppDemo {
 
   std::unique_ptr<QuorPrivateServer> server_;
   std::shared_ptr<QuorXmppHost> host_;
-  pid_t desk_ = -1;
+  std::unique_ptr<QuorChildProcess> desk_;
   std::string deskLog_;
 };
 

@@ -1,12 +1,9 @@
 #include "QuorPrivateServer/QuorPrivateServer.h"
 
 #include <arpa/inet.h>
-#include <fcntl.h>
 #include <netinet/in.h>
 #include <signal.h>
-#include <sys/prctl.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cctype>
@@ -16,7 +13,6 @@
 #include <filesystem>
 #include <fstream>
 #include <sstream>
-#include <thread>
 
 namespace quor {
 namespace {
@@ -150,8 +146,7 @@ bool QuorPrivateServer::writeConfiguration(std::string* error) const {
          << "c2s_require_encryption = false\nallow_unencrypted_plain_auth = true\n"
          << "network_settings = { nagle = false }\n"
          << "run_as_root = " << (::geteuid() == 0 ? "true" : "false") << "\n"
-         << "log = { { levels = { min = \"info\" }, to = \"file\", filename = "
-         << luaString(directory_ + "/prosody.log") << " } }\n"
+         << "log = { { levels = { min = \"info\" }, to = \"console\" } }\n"
          << "VirtualHost " << luaString(options_.domain) << "\n";
   if (!config.flush()) {
     if (error) *error = "cannot write the configuration";
@@ -162,74 +157,27 @@ bool QuorPrivateServer::writeConfiguration(std::string* error) const {
 
 bool QuorPrivateServer::launch(std::string* error) {
   if (!writeConfiguration(error)) return false;
-  const std::string logPath = directory_ + "/prosody.log";
-  const std::size_t logStart = readFile(logPath).size();
-  const std::string config = directory_ + "/prosody.cfg.lua";
-  const std::string output = directory_ + "/prosody.out";
-  const pid_t parent = ::getpid();
-  const pid_t child = ::fork();
-  if (child < 0) {
-    if (error) *error = "fork failed";
-    return false;
-  }
-  if (child == 0) {
-    // The server dies with the thread that started it, however that thread ends.
-    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-    if (::getppid() != parent) ::_exit(127);
-    const int out = ::open(output.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
-    if (out >= 0) {
-      ::dup2(out, STDOUT_FILENO);
-      ::dup2(out, STDERR_FILENO);
-    }
-    ::execlp(options_.prosody.c_str(), options_.prosody.c_str(), "-F", "--config", config.c_str(),
-             static_cast<char*>(nullptr));
-    ::_exit(127);
-  }
-  child_ = child;
+  const std::string output = directory_ + "/prosody.log";
+  const std::size_t logStart = readFile(output).size();
+  server_ = QuorChildProcess::start(
+      {options_.prosody, "-F", "--config", directory_ + "/prosody.cfg.lua"}, output, error);
+  if (!server_) return false;
   const std::string ready = "Activated service 'c2s' on [127.0.0.1]:" + std::to_string(port_);
-  const auto deadline = std::chrono::steady_clock::now() + kReadyTimeout;
-  while (std::chrono::steady_clock::now() < deadline) {
-    const std::string text = readFile(logPath).substr(logStart);
-    if (text.find(ready) != std::string::npos) return true;
-    int status = 0;
-    if (::waitpid(child_, &status, WNOHANG) == child_) {
-      child_ = -1;
-      if (error) *error = "prosody exited: " + readFile(output) + text;
-      return false;
-    }
-    // When the port was taken, Prosody keeps running on no port: try another.
-    if (text.find("Failed to open server port") != std::string::npos ||
-        text.find("Activated service 'c2s' on no ports") != std::string::npos) {
-      if (error) *error = "port " + std::to_string(port_) + " was taken";
-      signal(SIGKILL);
-      return false;
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  }
-  if (error) *error = "prosody did not report its port in time";
-  signal(SIGKILL);
+  if (server_->waitForOutput(ready, logStart, kReadyTimeout, error)) return true;
+  // When the port was taken, Prosody keeps running on no port: the caller tries another.
+  server_.reset();
   return false;
 }
 
-void QuorPrivateServer::signal(int number) {
-  if (child_ <= 0) return;
-  ::kill(child_, number);
-  const auto deadline = std::chrono::steady_clock::now() + kStopTimeout;
-  int status = 0;
-  while (::waitpid(child_, &status, WNOHANG) == 0) {
-    if (std::chrono::steady_clock::now() >= deadline) {
-      ::kill(child_, SIGKILL);
-      ::waitpid(child_, &status, 0);
-      break;
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(2));
-  }
-  child_ = -1;
+void QuorPrivateServer::kill() {
+  if (server_) server_->stop(SIGKILL);
+  server_.reset();
 }
 
-void QuorPrivateServer::kill() { signal(SIGKILL); }
-
-void QuorPrivateServer::stop() { signal(SIGTERM); }
+void QuorPrivateServer::stop() {
+  if (server_) server_->stop(SIGTERM, kStopTimeout);
+  server_.reset();
+}
 
 bool QuorPrivateServer::restart(std::string* error) {
   if (running()) return true;

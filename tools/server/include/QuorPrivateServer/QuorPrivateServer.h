@@ -1,10 +1,10 @@
 #pragma once
 
-#include <sys/types.h>
-
 #include <map>
 #include <memory>
 #include <string>
+
+#include "QuorPrivateServer/QuorChildProcess.h"
 
 namespace quor {
 
@@ -42,7 +42,7 @@ class QuorPrivateServer {
   int port() const { return port_; }
   // "user@domain"
   std::string jid(const std::string& user) const { return user + "@" + options_.domain; }
-  bool running() const { return child_ > 0; }
+  bool running() const { return server_ && server_->running(); }
 
   // Creates an account; a running server sees it at the next login.
   bool addAccount(const std::string& user, const std::string& password);
@@ -62,12 +62,11 @@ class QuorPrivateServer {
   explicit QuorPrivateServer(Options options);
   bool launch(std::string* error);
   bool writeConfiguration(std::string* error) const;
-  void signal(int number);
 
   Options options_;
   std::string directory_;
   int port_ = 0;
-  pid_t child_ = -1;
+  std::unique_ptr<QuorChildProcess> server_;
 };
 
 }  // namespace quor
