@@ -20,7 +20,6 @@ namespace quor {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-constexpr const char* kDiscoInfo = "http://jabber.org/protocol/disco#info";
 constexpr const char* kDiscoId = "quor-disco";
 // Without a wake-up from the outbox the loop still looks at timers this often.
 constexpr int kIdlePollMs = 50;
