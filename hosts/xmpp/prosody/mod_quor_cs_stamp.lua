@@ -33,7 +33,9 @@ local function stamp_and_confirm(event)
 	if not payload or stanza.attr.type == "error" then return; end
 
 	local node, host = jid.split(stanza.attr.to);
-	if node and prosody.hosts[host] and not usermanager.user_exists(node, host) then
+	-- An account with a session exists: the store is asked only about the others.
+	if node and prosody.hosts[host] and not prosody.bare_sessions[node .. "@" .. host]
+			and not usermanager.user_exists(node, host) then
 		origin.send(st.error_reply(stanza, "cancel", "item-not-found", "No such account"));
 		return true;
 	end
