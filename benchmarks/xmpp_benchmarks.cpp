@@ -169,6 +169,7 @@ void BM_XmppStartToSuccess(benchmark::State& state) {
     host->mainRunLoop().runUntilIdle();
   }
   reportMedian(state, samples);
+  host->logout();
   QuorHostBase::uninstall();
 }
 BENCHMARK(BM_XmppStartToSuccess)->Iterations(100)->UseManualTime()->Unit(benchmark::kMicrosecond);

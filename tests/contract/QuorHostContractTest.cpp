@@ -135,10 +135,12 @@ TEST_P(QuorHostContract, SendClosuresRunExactlyOnceWithIdsAndCodesUnchanged) {
 
 TEST_P(QuorHostContract, AConfirmedSendIsNeverStampedAfterAReplySentLater) {
   std::shared_ptr<KXMessage> confirmed;
+  std::atomic<bool> reported{false};
   subject->core().sendMessageSuccessBlock(
       KXConversationTypeCustomerService, subject->deskId(), text("handshake"), std::nullopt,
-      std::nullopt, [&](std::shared_ptr<KXMessage> sent) { confirmed = sent; }, nullptr);
-  ASSERT_TRUE(subject->runMainUntil([&] { return confirmed && !subject->deskReceived().empty(); }));
+      std::nullopt, [&](std::shared_ptr<KXMessage> sent) { confirmed = sent, reported = true; },
+      nullptr);
+  ASSERT_TRUE(subject->runMainUntil([&] { return reported && !subject->deskReceived().empty(); }));
   Shown shown;
   listen(*subject, shown);
   subject->deskSends("KX:TxtMsg", R"({"content":"reply"})");

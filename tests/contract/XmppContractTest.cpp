@@ -49,6 +49,7 @@ class XmppSubject : public QuorHostContractSubject {
     }
   }
   ~XmppSubject() override {
+    host_->logout();
     QuorHostBase::uninstall();
     host_.reset();
     desk_.reset();

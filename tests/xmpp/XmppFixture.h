@@ -41,6 +41,7 @@ class XmppFixture : public ::testing::Test {
   }
 
   void TearDown() override {
+    if (host) host->logout();
     QuorHostBase::uninstall();
     host.reset();
     desk.reset();

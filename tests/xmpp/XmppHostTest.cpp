@@ -69,6 +69,7 @@ TEST_F(XmppHost, HistorySurvivesARestartNewestFirstInPages) {
   ASSERT_TRUE(shownReach(view, 1));
   say(*host, "quor-shop", "where is my order?");
   ASSERT_TRUE(shownReach(view, 2));
+  host->logout();
   QuorHostBase::uninstall();
   host.reset();
 

@@ -47,6 +47,8 @@ struct ServiceTypeCase {
   const char* firstShown;
 };
 
+void PrintTo(const ServiceTypeCase& serviceCase, std::ostream* out) { *out << serviceCase.profile; }
+
 class XmppServiceTypes : public XmppFixture,
                          public ::testing::WithParamInterface<ServiceTypeCase> {};
 

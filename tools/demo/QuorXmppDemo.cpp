@@ -83,6 +83,7 @@ bool QuorXmppDemo::startDesk(const Options& options, std::string* error) {
 
 QuorXmppDemo::~QuorXmppDemo() {
   if (host_) {
+    host_->logout();
     QuorHostBase::uninstall();
     host_.reset();
   }

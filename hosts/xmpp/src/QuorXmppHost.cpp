@@ -59,6 +59,7 @@ void QuorXmppHost::logout() {
     for (auto* module : loadedModules()) module->notifyLogoutEvent();
   });
   connection_->stop();
+  if (!delivery_->isCurrent()) delivery_->waitIdle();
 }
 
 bool QuorXmppHost::waitUntilOnline(std::chrono::milliseconds timeout) const {

@@ -9,7 +9,11 @@ QuorXmppDesk::QuorXmppDesk(KXDictionary profile, QuorXmppOptions options)
       connection_(std::make_unique<QuorXmppConnection>(
           std::move(options), static_cast<QuorXmppConnection::Events&>(*this))) {}
 
-QuorXmppDesk::~QuorXmppDesk() { connection_.reset(); }
+QuorXmppDesk::~QuorXmppDesk() {
+  // The network thread ends first: it reads the connection while it serves.
+  connection_->stop();
+  connection_.reset();
+}
 
 void QuorXmppDesk::start() { connection_->start(); }
 

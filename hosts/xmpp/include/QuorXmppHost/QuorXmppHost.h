@@ -67,7 +67,10 @@ class QuorXmppHost : public QuorHostBase, private QuorXmppConnection::Events {
   // Logs in and stays connected (reconnecting with backoff) until logout(); connect() after a
   // logout logs in again, and the server hands over what arrived meanwhile (offline).
   void connect();
-  // Tells the modules (notifyLogoutEvent) and disconnects; waiting sends fail.
+  // Tells the modules (notifyLogoutEvent) and disconnects; waiting sends fail. Returns once
+  // the delivery thread has handled everything received before. Log out before the last
+  // reference to the host goes: a host destroyed while the library still handles a message
+  // on the delivery thread is finished by that thread, after the caller went on.
   void logout();
   bool waitUntilOnline(std::chrono::milliseconds timeout) const;
   QuorXmppConnectionStatus connectionStatus() const { return connection_->status(); }
