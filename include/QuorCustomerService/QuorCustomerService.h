@@ -41,6 +41,7 @@
 #include "QuorCustomerService/Message/KXCustomerServiceInfo.h"
 #include "QuorCustomerService/Message/KXCustomerServiceSession.h"
 #include "QuorCustomerService/Message/KXEvaluateItem.h"
+#include "QuorCustomerService/Session/KXCSService.h"
 
 // The library's version: the number 1.0 and the version text (for example "1.0.0").
 extern "C" {

@@ -39,7 +39,18 @@ void QuorHostBase::uninstall() {
 }
 
 QuorIMLibExtensionModule& QuorHostBase::loadExtensionModule() {
-  QuorIMLibExtensionModule& module = QuorCustomerServiceExtensionModule::loadQuorExtensionModule();
+  QuorCustomerServiceExtensionModule& module =
+      QuorCustomerServiceExtensionModule::loadQuorExtensionModule();
+  // The module registers its types with the host installed at its first load, once per
+  // process: a host made later (another test, a new login) takes them from the module.
+  for (const auto& type : module.messageTypeList()) {
+    bool known;
+    {
+      std::lock_guard<std::mutex> lock(mutex_);
+      known = types_.count(type.objectName()) != 0;
+    }
+    if (!known) registerMessageType(type);
+  }
   loadExtensionModule(module);
   return module;
 }

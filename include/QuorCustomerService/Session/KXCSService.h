@@ -1,0 +1,83 @@
+#pragma once
+
+#include <chrono>
+#include <memory>
+#include <string>
+
+#include "QuorCustomerService/Message/KXCustomerServiceInfo.h"
+#include "QuorCustomerService/QuorCustomerServiceExport.h"
+#include "QuorCustomerService/Session/KXCSServiceObserver.h"
+#include "QuorCustomerService/Session/KXCSServiceResult.h"
+#include "QuorCustomerService/Session/KXCSServiceStatus.h"
+
+namespace quor {
+
+// One service with one desk, on top of the shared KXCustomerServiceClient: it drives the
+// client's operations, turns their callbacks into a typed state stream, checks each request
+// against the state and the desk's configuration before anything is sent, and reports through
+// an observer.
+//
+//   class Screen : public quor::KXCSServiceObserver {
+//     void onStateChanged(const quor::KXCSServiceStatus& status) override { /* redraw */ }
+//   };
+//   auto screen = std::make_shared<Screen>();
+//   auto service = quor::KXCSService::make("shop-desk", screen);
+//   service->start(info, std::chrono::seconds(15));  // Connecting, then Connected, Robot ...
+//   if (service->askForAgent() != quor::KXCSServiceResult::Done) { /* not now */ }
+//
+// Threads: call the operations on the main thread. The observer is called on the main thread
+// (KXMainThreadDispatcher), also for what the client reports on other threads (the evaluation
+// settings, the leave-message outcome, the timeout), and never after the app released it.
+// A failure or an end is reported after the client has stopped the service, so start() from
+// onStateChanged() starts a new service that nothing stops.
+//
+// Several services with different desks may run at once. Two services for one desk share the
+// client's session of that desk: keep one per desk.
+class QUOR_CS_EXPORT KXCSService {
+ public:
+  // A service for `deskId` that reports to `observer` (held weakly; may be null).
+  static std::shared_ptr<KXCSService> make(std::string deskId,
+                                           std::weak_ptr<KXCSServiceObserver> observer);
+  // Ends a running service (the client's stop) and reports nothing more.
+  ~KXCSService();
+  KXCSService(const KXCSService&) = delete;
+  KXCSService& operator=(const KXCSService&) = delete;
+
+  const std::string& deskId() const;
+  // The last state reported (or about to be).
+  KXCSServiceStatus status() const;
+
+  // Sends the handshake with the customer's information (may be null). With a non-zero
+  // `handshakeTimeout`, no answer in that time ends in Failed(Timeout) and stops the service.
+  // Refused (AlreadyStarted) while a service runs; allowed again after Ended or Failed.
+  KXCSServiceResult start(
+      std::shared_ptr<KXCustomerServiceInfo> info,
+      std::chrono::milliseconds handshakeTimeout = std::chrono::milliseconds(0));
+  // Asks for a human agent: ChoosingGroup follows when the desk offered groups, else
+  // WaitingForAgent. Only while the robot serves a robot-first service.
+  KXCSServiceResult askForAgent();
+  // Chooses one of the offered groups (ChoosingGroup only), then WaitingForAgent.
+  KXCSServiceResult chooseGroup(const std::string& groupId);
+  // Rates the robot's answer; refused when the configuration turns robot rating off.
+  KXCSServiceResult rateRobot(const KXCSRobotRating& rating);
+  // Rates the agent: stars must be one of the configuration's evaluation values (when it lists
+  // any); refused when the configuration turns agent rating off.
+  KXCSServiceResult rateAgent(const KXCSAgentRating& rating);
+  // Checks `values` against the desk's leave-message form and sends them; the outcome comes
+  // to onMessageLeft(). Nothing is sent when a field fails or the desk uses a web form.
+  KXCSLeaveMessageCheck leaveMessage(const KXDictionary& values);
+  // Ends the service (Ended, StoppedByApp); the desk gets a suspend when it asked for one.
+  KXCSServiceResult end();
+
+  // Readable names for logs: "Connecting", "DeskEnded", "GroupNotOffered".
+  static const char* stateName(KXCSServiceState state);
+  static const char* reasonName(KXCSServiceReason reason);
+  static const char* resultName(KXCSServiceResult result);
+
+ private:
+  class Core;
+  explicit KXCSService(std::shared_ptr<Core> core);
+  std::shared_ptr<Core> core_;
+};
+
+}  // namespace quor

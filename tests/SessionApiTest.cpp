@@ -1,0 +1,237 @@
+// The session API as an app uses it: a typed state stream, checked operations and the failure
+// paths, against the desk simulator on the loopback host.
+#include <gmock/gmock.h>
+
+#include "QuorCustomerService/QuorCustomerService.h"
+#include "QuorDeskSimulator/QuorDeskSimulator.h"
+#include "QuorLoopbackHost/QuorLoopbackHost.h"
+
+namespace quor {
+namespace {
+
+using ::testing::ElementsAre;
+using Result = KXCSServiceResult;
+
+// Records every report as a short text: "Robot+" (an agent can be asked for), "Failed(Timeout)".
+class Recorder : public KXCSServiceObserver {
+ public:
+  void onStateChanged(const KXCSServiceStatus& status) override {
+    std::string line = KXCSService::stateName(status.state);
+    if (status.state == KXCSServiceState::Robot && status.canAskForAgent) line += "+";
+    if (status.reason != KXCSServiceReason::None) {
+      line += std::string("(") + KXCSService::reasonName(status.reason) +
+              (status.text.empty() ? "" : ": " + status.text) + ")";
+    }
+    if (status.state == KXCSServiceState::ChoosingGroup)
+      line += std::to_string(status.groups->size());
+    states.push_back(line);
+    if (onChange) onChange(status);
+  }
+  void onRatingRequested(const KXString& dialog) override {
+    ratings.push_back(dialog.value_or(""));
+  }
+  void onMessageLeft(bool sent, int64_t value) override {
+    left.push_back((sent ? "sent " : "failed ") + std::to_string(value));
+  }
+  std::vector<std::string> take() { return std::exchange(states, {}); }
+
+  std::vector<std::string> states, ratings, left;
+  std::function<void(const KXCSServiceStatus&)> onChange;
+};
+
+class SessionApi : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    // Each test starts from a fresh client: its handshake time and sessions are process-wide.
+    auto& client = KXCustomerServiceClient::sharedCustomerServiceClient();
+    client.setHandShakeMessageSendTime(0);
+    client.setCustomerServiceSessions({});
+    host->install();
+    host->setLogSink(nullptr, 0);
+    host->loadExtensionModule();
+  }
+  void TearDown() override {
+    service.reset();
+    host->settle();
+    QuorLoopbackHost::uninstall();
+  }
+
+  std::shared_ptr<QuorDeskSimulator> desk(const char* changes) {
+    KXDictionary profile = QuorDeskSimulator::defaultProfile();
+    profile.merge_patch(KXDictionary::parse(changes));
+    auto made = QuorDeskSimulator::fromProfile(profile, nullptr);
+    made->attach(host);
+    return made;
+  }
+  std::shared_ptr<KXCSService> open(
+      const std::string& deskId, std::chrono::milliseconds timeout = std::chrono::milliseconds(0)) {
+    auto made = KXCSService::make(deskId, recorder);
+    EXPECT_EQ(made->start(nullptr, timeout), Result::Done);
+    host->settle();
+    return made;
+  }
+
+  std::shared_ptr<QuorLoopbackHost> host = std::make_shared<QuorLoopbackHost>();
+  std::shared_ptr<Recorder> recorder = std::make_shared<Recorder>();
+  std::shared_ptr<KXCSService> service;
+};
+
+TEST_F(SessionApi, EachServiceTypeReportsItsStatesOnce) {
+  const struct {
+    const char* profile;
+    std::vector<std::string> states;
+    Result askForAgent;
+  } cases[] = {
+      {R"({"serviceType": 1})", {"Connecting", "Connected", "Robot"}, Result::AgentNotOffered},
+      {R"({"serviceType": 3})", {"Connecting", "Connected", "Robot+"}, Result::Done},
+      {R"({"serviceType": 2, "switchToHumanAtStart": true, "groups": null})",
+       {"Connecting", "Connected", "Agent"},
+       Result::AlreadyWithAgent},
+      {R"({"serviceType": 2, "switchToHumanAtStart": true, "groups": null,
+           "humanAgent": "unavailable"})",
+       {"Connecting", "Connected", "Agent", "Ended(NoAgentAvailable)"},
+       Result::NotConnected},
+      {R"({"serviceType": 4, "switchToHumanAtStart": true, "groups": null,
+           "humanAgent": "unavailable"})",
+       {"Connecting", "Connected", "Agent", "Robot+(NoAgentAvailable)"},
+       Result::Done},
+      {R"({"blacklisted": true})",
+       {"Connecting", "Connected(Blocked: 你已被拉黑)", "Robot+"},
+       Result::Blocked},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.profile);
+    auto simulator = desk(c.profile);
+    service = open(simulator->deskId());
+    EXPECT_EQ(recorder->take(), c.states);
+    EXPECT_EQ(service->askForAgent(), c.askForAgent);
+    service->end();
+    host->settle();
+    recorder->take();
+  }
+}
+
+TEST_F(SessionApi, RobotFirstJourneyWithGroupsRatingAndTheDesksEnd) {
+  auto simulator =
+      desk(R"({"evaluation": {"askAfterAgentReplies": 1}, "end": {"afterEvaluation": true}})");
+  service = KXCSService::make(simulator->deskId(), recorder);
+  EXPECT_EQ(service->askForAgent(), Result::NotConnected);  // before the desk answered
+  EXPECT_EQ(service->start(nullptr), Result::Done);
+  EXPECT_EQ(service->start(nullptr), Result::AlreadyStarted);
+  host->settle();
+  EXPECT_EQ(service->askForAgent(), Result::Done);
+  host->settle();
+  EXPECT_EQ(service->chooseGroup("nope"), Result::GroupNotOffered);
+  EXPECT_EQ(service->chooseGroup("after-sales"), Result::Done);
+  host->settle();
+  EXPECT_EQ(simulator->bodiesOf("KX:CsCha").size(), 1u);  // the refused choice sent nothing
+  host->sendMessage(5, simulator->deskId(), KXTextMessage::messageWithContent("refund?"),
+                    std::nullopt, std::nullopt, nullptr, nullptr);
+  host->settle();
+  ASSERT_THAT(recorder->ratings, ElementsAre("dialog-1"));
+  EXPECT_EQ(service->rateAgent({std::nullopt, 9, std::nullopt, 1, std::nullopt, nullptr}),
+            Result::StarsNotOffered);
+  EXPECT_EQ(service->rateAgent({std::nullopt, 5, KXString("thanks"), 1, std::nullopt, nullptr}),
+            Result::Done);
+  host->settle();
+  EXPECT_EQ(simulator->bodiesOf("KX:CsEva").at(0)["sid"], "dialog-1");
+  EXPECT_THAT(
+      recorder->take(),
+      ElementsAre("Connecting", "Connected", "Robot+", "ChoosingGroup2", "WaitingForAgent", "Agent",
+                  "Ended(DeskEnded: Thank you for contacting Quor Shop. Goodbye!)"));
+  EXPECT_EQ(service->end(), Result::NotConnected);
+  EXPECT_EQ(service->askForAgent(), Result::NotConnected);
+}
+
+TEST_F(SessionApi, FailuresAreReportedAfterTheStopSoARestartFromTheObserverHolds) {
+  // The host fails the first handshake; the app restarts from the failure report.
+  auto simulator = desk("{}");
+  service = KXCSService::make(simulator->deskId(), recorder);
+  recorder->onChange = [this](const KXCSServiceStatus& status) {
+    if (status.state == KXCSServiceState::Failed) {
+      host->setAutoConfirm(true);
+      EXPECT_EQ(service->start(nullptr), Result::Done);
+    }
+  };
+  host->setAutoConfirm(false);
+  service->start(nullptr);
+  host->confirmOldestSend(false, std::nullopt, 7001);
+  host->settle();
+  EXPECT_THAT(recorder->take(), ElementsAre("Connecting", "Failed(ConnectionFailed: 连接客服失败!)",
+                                            "Connecting", "Connected", "Robot+"));
+  EXPECT_EQ(service->status().state, KXCSServiceState::Robot);
+
+  // A desk that refuses the handshake, then one that never answers.
+  recorder->onChange = nullptr;
+  auto closed = desk(R"({"deskId": "closed", "handshake": {"fail": true, "message": "Closed"}})");
+  auto refused = open("closed");
+  EXPECT_THAT(recorder->take(), ElementsAre("Connecting", "Failed(HandshakeRefused: Closed)"));
+  auto silent = open("nobody", std::chrono::milliseconds(20));
+  std::this_thread::sleep_for(std::chrono::milliseconds(60));
+  host->settle();
+  EXPECT_THAT(recorder->take(), ElementsAre("Connecting", "Failed(Timeout: 连接客服失败!)"));
+  EXPECT_TRUE(host->conversation("nobody").empty());
+}
+
+TEST_F(SessionApi, TheLeaveMessageFormIsCheckedBeforeAnythingIsSent) {
+  auto simulator = desk(R"({"end": {}})");
+  service = open(simulator->deskId());
+  auto check = service->leaveMessage({{"name", "Mei"}, {"phone", "123"}});
+  EXPECT_EQ(check.result, Result::InvalidForm);
+  EXPECT_EQ(check.fieldErrors,
+            (std::map<std::string, std::string>{{"phone", "mobile"}, {"content", "required"}}));
+  check = service->leaveMessage(
+      {{"name", std::string(21, 'x')}, {"phone", "13800000000"}, {"content", "call me"}});
+  EXPECT_EQ(check.fieldErrors, (std::map<std::string, std::string>{{"name", "too long"}}));
+  check =
+      service->leaveMessage({{"name", "梅梅梅梅梅梅梅梅梅梅梅梅梅梅梅梅梅梅梅梅"},  // 20 characters
+                             {"phone", "13800000000"},
+                             {"content", "call me"},
+                             {"extra", 1}});
+  EXPECT_EQ(check.result, Result::Done);
+  host->settle();
+  EXPECT_EQ(simulator->bodiesOf("KX:CsLM").size(), 1u);
+  ASSERT_EQ(recorder->left.size(), 1u);
+  EXPECT_EQ(recorder->left[0].rfind("sent ", 0), 0u);
+}
+
+// The loopback host has one peer: this one hands each message to the desk it is addressed to.
+class DeskRouter : public QuorLoopbackPeer {
+ public:
+  void onMessageFromClient(const QuorWireMessage& message) override {
+    for (const auto& desk : desks) {
+      if (desk->deskId() == message.targetId) desk->onMessageFromClient(message);
+    }
+  }
+  std::vector<std::shared_ptr<QuorDeskSimulator>> desks;
+};
+
+TEST_F(SessionApi, TwoDesksAtOnceAndAnObserverReleasedEarly) {
+  auto first = desk(R"({"deskId": "shop-a"})");
+  auto second = desk(R"({"deskId": "shop-b", "serviceType": 1})");
+  auto router = std::make_shared<DeskRouter>();
+  router->desks = {first, second};
+  host->connectPeer(router);
+  auto other = std::make_shared<Recorder>();
+  auto a = KXCSService::make("shop-a", recorder);
+  auto b = KXCSService::make("shop-b", other);
+  a->start(nullptr);
+  b->start(nullptr);
+  host->settle();
+  EXPECT_EQ(a->status().state, KXCSServiceState::Robot);
+  EXPECT_TRUE(a->status().canAskForAgent);
+  EXPECT_EQ(b->status().state, KXCSServiceState::Robot);
+  EXPECT_FALSE(b->status().canAskForAgent);
+
+  other.reset();  // the app let its screen go: nothing reaches it, nothing breaks
+  second->endService("bye");
+  host->settle();
+  EXPECT_EQ(b->status().state, KXCSServiceState::Ended);
+  EXPECT_EQ(a->status().state, KXCSServiceState::Robot);
+  a.reset();  // destroying a running service stops it
+  host->settle();
+  EXPECT_TRUE(first->suspended());
+}
+
+}  // namespace
+}  // namespace quor
