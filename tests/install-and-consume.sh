@@ -1,37 +1,62 @@
 #!/usr/bin/env bash
 # Installs the built library into a temporary prefix, checks what was installed, then builds and
-# runs a small consumer against it: once with find_package, once with pkg-config.
-# Usage: install-and-consume.sh BUILD_DIR CXX_COMPILER
+# runs a small consumer against it (once with find_package, once with pkg-config) and an app's
+# integration test on the installed test kit. Then it builds the library as a static library
+# from SOURCE_DIR, installs it and does the same against that.
+# Usage: install-and-consume.sh BUILD_DIR CXX_COMPILER SOURCE_DIR
 set -euo pipefail
 build_dir=$1
 cxx=$2
+source_dir=$3
 here=$(cd "$(dirname "$0")" && pwd)
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-prefix="$work/prefix"
 
-cmake --install "$build_dir" --prefix "$prefix" >/dev/null
+consume() {
+  local prefix=$1 kind=$2 lib
 
-# Public headers only: nothing from the private sources.
-for private in KXJsonReader.h KXJsonWriter.h KXClientState.h KXControlMessageHandler.h KXLog.h \
-               KXMainThread.h KXInstanceSlot.h KXContentTypeDefinition.h; do
-  if find "$prefix" -name "$private" | grep -q .; then
-    echo "private header installed: $private" >&2
-    exit 1
-  fi
-done
-test -f "$prefix/include/QuorCustomerService/QuorCustomerService.h"
-libdir=$(dirname "$(find "$prefix" -name 'libQuorCustomerService.so' | head -n 1)")
+  # Public headers only: nothing from the private sources.
+  for private in KXJsonReader.h KXJsonWriter.h KXClientState.h KXControlMessageHandler.h KXLog.h \
+                 KXMainThread.h KXInstanceSlot.h KXContentTypeDefinition.h; do
+    if find "$prefix" -name "$private" | grep -q .; then
+      echo "private header installed: $private" >&2
+      exit 1
+    fi
+  done
+  test -f "$prefix/include/QuorCustomerService/QuorCustomerService.h"
+  test -f "$prefix/include/QuorDeskSimulator/QuorDeskSimulator.h"
+  lib=$([ "$kind" = shared ] && echo libQuorCustomerService.so || echo libQuorCustomerService.a)
+  libdir=$(dirname "$(find "$prefix" -name "$lib" | head -n 1)")
 
-echo "--- find_package"
-cmake -S "$here/consumer" -B "$work/cmake-build" -DCMAKE_PREFIX_PATH="$prefix" \
-  -DCMAKE_CXX_COMPILER="$cxx" >/dev/null
-cmake --build "$work/cmake-build" >/dev/null
-"$work/cmake-build/consumer"
+  echo "--- $kind: find_package"
+  cmake -S "$here/consumer" -B "$work/$kind-consumer" -DCMAKE_PREFIX_PATH="$prefix" \
+    -DCMAKE_CXX_COMPILER="$cxx" >/dev/null
+  cmake --build "$work/$kind-consumer" >/dev/null
+  "$work/$kind-consumer/consumer"
 
-echo "--- pkg-config"
-export PKG_CONFIG_PATH="$libdir/pkgconfig"
-# shellcheck disable=SC2046
-"$cxx" "$here/consumer/main.cpp" -o "$work/pkg-consumer" $(pkg-config --cflags --libs QuorCustomerService) \
-  -Wl,-rpath,"$libdir"
-"$work/pkg-consumer"
+  echo "--- $kind: pkg-config"
+  local static_flag=""
+  [ "$kind" = static ] && static_flag=--static
+  # shellcheck disable=SC2046
+  "$cxx" "$here/consumer/main.cpp" -o "$work/$kind-pkg-consumer" \
+    $(PKG_CONFIG_PATH="$libdir/pkgconfig" pkg-config $static_flag --cflags --libs QuorCustomerService) \
+    -Wl,-rpath,"$libdir"
+  "$work/$kind-pkg-consumer"
+
+  echo "--- $kind: an app's integration test on the test kit (COMPONENTS Testing)"
+  cmake -S "$source_dir/examples/app-test" -B "$work/$kind-app-test" -DCMAKE_PREFIX_PATH="$prefix" \
+    -DCMAKE_CXX_COMPILER="$cxx" >/dev/null
+  cmake --build "$work/$kind-app-test" >/dev/null
+  "$work/$kind-app-test/app-test" --gtest_brief=1
+}
+
+cmake --install "$build_dir" --prefix "$work/shared" >/dev/null
+consume "$work/shared" shared
+
+echo "--- static: build and install"
+cmake -S "$source_dir" -B "$work/static-build" -DBUILD_SHARED_LIBS=OFF -DQUOR_CS_BUILD_TESTS=OFF \
+  -DQUOR_CS_BUILD_EXAMPLES=OFF -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_COMPILER="$cxx" >/dev/null
+cmake --build "$work/static-build" -j"$(nproc 2>/dev/null || echo 2)" \
+  --target QuorCustomerService QuorDeskSimulator >/dev/null
+cmake --install "$work/static-build" --prefix "$work/static" >/dev/null
+consume "$work/static" static
