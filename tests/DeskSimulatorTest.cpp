@@ -114,6 +114,16 @@ TEST_F(SupportScreenTest, RefusedAndUnavailableAgents) {
   EXPECT_EQ(shown.back(), "Hi, I am Ava, the Quor Shop assistant. How can I help?");
 }
 
+TEST_F(SupportScreenTest, TheChosenGroupsAgentServes) {
+  auto desk = deskWith("{}");
+  open(desk);
+  client.switchToHumanMode(desk->deskId());
+  host->settle();
+  client.selectCustomerServiceGroup(desk->deskId(), KXString("sales"));
+  host->settle();
+  EXPECT_EQ(shown.back(), "Hello, this is Kai from Sales. How can I help?");
+}
+
 TEST_F(SupportScreenTest, FailedHandshakeAndBadProfiles) {
   auto closed = deskWith(
       R"({"deskId": "closed", "handshake": {"fail": true, "message": "Closed on Sundays"}})");
@@ -124,6 +134,10 @@ TEST_F(SupportScreenTest, FailedHandshakeAndBadProfiles) {
   EXPECT_FALSE(QuorDeskSimulator::fromProfile(
       KXDictionary::parse(R"({"deskId": "x", "serviceType": 9})"), &error));
   EXPECT_EQ(error, R"(desk profile: "serviceType" must be 1, 2, 3 or 4)");
+  EXPECT_FALSE(QuorDeskSimulator::fromProfile(
+      KXDictionary::parse(R"({"deskId": "x", "serviceType": 3, "end": {"afterEvaluaton": true}})"),
+      &error));
+  EXPECT_EQ(error, R"(desk profile: unknown key "afterEvaluaton" in "end")");
   EXPECT_FALSE(QuorDeskSimulator::fromFile("/no/such/profile.json", &error));
 }
 

@@ -1,6 +1,8 @@
 #include "QuorDemoApp.h"
 
+#include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <iostream>
 #include <sstream>
 
@@ -25,10 +27,12 @@ void status(const std::string& line) { std::printf("  * %s\n", line.c_str()); }
 
 }  // namespace
 
-QuorDemoApp::QuorDemoApp(QuorHostBase& host, std::string deskId, std::function<void()> settle)
+QuorDemoApp::QuorDemoApp(QuorHostBase& host, std::string deskId, std::function<void()> settle,
+                         const KXDictionary* profile)
     : host_(host),
       deskId_(std::move(deskId)),
       settle_(std::move(settle)),
+      profile_(profile ? *profile : KXDictionary()),
       client_(KXCustomerServiceClient::sharedCustomerServiceClient()) {
   host_.addMessageListener([](const std::shared_ptr<KXMessage>& message) { show(*message); });
 }
@@ -123,13 +127,17 @@ int QuorDemoApp::runJourney() {
     std::printf("Journey failed: the service did not start.\n");
     return 1;
   }
-  say("Where is my order?");
-  say("Can I return a parcel?");
+  for (const auto& question : robotQuestions()) say(question);
   askForAgent();
   if (groups_ && !groups_->empty()) chooseGroup(*groups_->back()->groupId());
-  say("I would like to return order 1024.");
-  say("When do I get my money back?");
-  rate(5, "Quick and friendly");
+  if (profile_.is_null()) {
+    say("I would like to return order 1024.");
+    say("When do I get my money back?");
+  } else {
+    say("Could you look into this for me?");
+    say("Thank you. What happens next?");
+  }
+  rate(bestStars(), "Quick and friendly");
   KXDictionary form = KXDictionary::object();
   if (config_ && config_->leaveMessageNativeInfo()) {
     for (const auto& field : *config_->leaveMessageNativeInfo()) {
@@ -164,10 +172,7 @@ int QuorDemoApp::runInteractive() {
     } else if (command == "/group") {
       chooseGroup(rest);
     } else if (command == "/rate") {
-      int stars = 0;
-      std::istringstream(rest) >> stars;
-      const auto space = rest.find(' ');
-      rate(stars, space == std::string::npos ? "" : rest.substr(space + 1));
+      rateFromInput(rest);
     } else if (command == "/leave") {
       leaveMessage({{"content", rest}});
     } else if (command == "/stop") {
@@ -178,6 +183,66 @@ int QuorDemoApp::runInteractive() {
     }
   }
   return 0;
+}
+
+std::vector<std::string> QuorDemoApp::robotQuestions() const {
+  if (profile_.is_null()) return {"Where is my order?", "Can I return a parcel?"};
+  std::vector<std::string> questions;
+  const auto robot = profile_.find("robot");
+  if (robot != profile_.end() && robot->is_object()) {
+    const auto answers = robot->find("answers");
+    if (answers != robot->end() && answers->is_array()) {
+      for (const auto& answer : *answers) {
+        const auto keywords = answer.is_object() ? answer.find("keywords") : answer.end();
+        if (answer.is_object() && keywords != answer.end() && keywords->is_array() &&
+            !keywords->empty() && keywords->front().is_string()) {
+          questions.push_back("A question about " + keywords->front().get<std::string>() +
+                              ", please.");
+        }
+      }
+    }
+  }
+  if (questions.empty()) questions.push_back("Hello, can you help me?");
+  return questions;
+}
+
+int QuorDemoApp::bestStars() const {
+  int best = 0;
+  if (config_ && config_->humanEvaluateItems()) {
+    for (const auto& option : *config_->humanEvaluateItems()) {
+      if (option) best = std::max(best, static_cast<int>(option->value()));
+    }
+  }
+  return best > 0 ? best : 5;
+}
+
+void QuorDemoApp::rateFromInput(const std::string& input) {
+  std::istringstream words(input);
+  std::string starsText;
+  words >> starsText;
+  std::string suggestion;
+  std::getline(words >> std::ws, suggestion);
+  char* end = nullptr;
+  const long stars = std::strtol(starsText.c_str(), &end, 10);
+  if (starsText.empty() || *end != '\0' || stars < 0 || stars > 100) {
+    std::printf("  * /rate takes a number of stars: /rate STARS [TEXT]\n");
+    return;
+  }
+  std::string offered;
+  bool allowed =
+      !config_ || !config_->humanEvaluateItems() || config_->humanEvaluateItems()->empty();
+  if (config_ && config_->humanEvaluateItems()) {
+    for (const auto& option : *config_->humanEvaluateItems()) {
+      if (!option) continue;
+      allowed = allowed || option->value() == stars;
+      offered += (offered.empty() ? "" : ", ") + std::to_string(option->value());
+    }
+  }
+  if (!allowed) {
+    std::printf("  * the desk offers only these ratings: %s\n", offered.c_str());
+    return;
+  }
+  rate(static_cast<int>(stars), suggestion);
 }
 
 void QuorDemoApp::show(const KXMessage& message) {

@@ -3,6 +3,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "QuorCustomerService/QuorCustomerService.h"
 #include "QuorHostBase/QuorHostBase.h"
@@ -16,7 +17,10 @@ namespace quor {
 // Threads: everything runs on the main thread, which settle() drains.
 class QuorDemoApp {
  public:
-  QuorDemoApp(QuorHostBase& host, std::string deskId, std::function<void()> settle);
+  // `profile` is the desk's profile when the user chose one: the journey is then made from it
+  // (its robot's keywords, its groups, its evaluation options); null plays the shop's script.
+  QuorDemoApp(QuorHostBase& host, std::string deskId, std::function<void()> settle,
+              const KXDictionary* profile = nullptr);
 
   // The scripted journey; 0 when it went through, 1 when the service could not start.
   int runJourney();
@@ -29,6 +33,11 @@ class QuorDemoApp {
   void askForAgent();
   void chooseGroup(const std::string& groupId);
   void rate(int stars, const std::string& suggestion);
+  // The stars typed after /rate, checked: a whole number among the desk's options.
+  void rateFromInput(const std::string& input);
+  // The customer's questions: the shop's, or one per robot answer of the chosen profile.
+  std::vector<std::string> robotQuestions() const;
+  int bestStars() const;
   void leaveMessage(const KXDictionary& form);
   void stop();
   static void show(const KXMessage& message);
@@ -36,6 +45,7 @@ class QuorDemoApp {
   QuorHostBase& host_;
   const std::string deskId_;
   const std::function<void()> settle_;
+  const KXDictionary profile_;
   KXCustomerServiceClient& client_;
   std::shared_ptr<KXCustomerServiceConfig> config_;
   KXCustomerServiceGroupList groups_;

@@ -39,6 +39,12 @@ struct Arguments {
   std::string profilePath;
 };
 
+// The chosen profile, which the journey is made from; null for the built-in desk.
+const KXDictionary* profileOf(const std::shared_ptr<QuorDeskSimulator>& desk,
+                              const Arguments& arguments) {
+  return arguments.profilePath.empty() ? nullptr : &desk->profile();
+}
+
 int play(QuorDemoApp& app, const Arguments& arguments) {
   return arguments.interactive ? app.runInteractive() : app.runJourney();
 }
@@ -51,7 +57,8 @@ int runInProcess(const std::shared_ptr<QuorDeskSimulator>& desk, const Arguments
   desk->attach(host);
   int result;
   {
-    QuorDemoApp app(*host, desk->deskId(), [&host] { host->settle(); });
+    QuorDemoApp app(
+        *host, desk->deskId(), [&host] { host->settle(); }, profileOf(desk, arguments));
     result = play(app, arguments);
   }
   QuorLoopbackHost::uninstall();
@@ -74,7 +81,8 @@ int runOverXmpp(const std::shared_ptr<QuorDeskSimulator>& desk, const Arguments&
     std::fprintf(stderr, "quor-cs-demo: %s\n", error.c_str());
     return 1;
   }
-  QuorDemoApp app(demo->host(), desk->deskId(), [&demo] { demo->settle(); });
+  QuorDemoApp app(
+      demo->host(), desk->deskId(), [&demo] { demo->settle(); }, profileOf(desk, arguments));
   return play(app, arguments);
 }
 

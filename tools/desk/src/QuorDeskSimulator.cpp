@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <cctype>
+#include <map>
 #include <optional>
+#include <set>
 
 #include "KXJsonTree.h"
 #include "QuorInputFile.h"
@@ -81,9 +83,47 @@ std::string lowered(std::string value) {
   return value;
 }
 
+// The keys a profile may hold, by section ("" the top level, "group" each entry of "groups"):
+// a misspelt key is reported instead of being ignored.
+const std::map<std::string, std::set<std::string>>& knownKeys() {
+  static const std::map<std::string, std::set<std::string>> keys = {
+      {"",
+       {"deskId", "companyName", "serviceType", "blacklisted", "switchToHumanAtStart", "humanAgent",
+        "robot", "groups", "agent", "evaluation", "leaveMessage", "announcement", "suspendWhenQuit",
+        "end", "handshake"}},
+      {"robot", {"name", "portrait", "greeting", "answers", "fallback"}},
+      {"agent", {"name", "portrait", "greeting", "replies"}},
+      {"group", {"id", "name", "online", "agent"}},
+      {"evaluation", {"options", "config", "satisfaction", "askAfterAgentReplies"}},
+      {"leaveMessage", {"type", "fields", "receipt", "url"}},
+      {"announcement", {"text", "clickUrl"}},
+      {"end", {"afterLeaveMessage", "afterEvaluation", "afterAgentReplies", "text", "mode"}},
+      {"handshake", {"fail", "message"}}};
+  return keys;
+}
+
+// The first key of `object` that the section does not know, as a message; "" when none.
+std::string unknownKey(const KXDictionary& object, const std::string& section) {
+  if (!object.is_object()) return "";
+  const auto& known = knownKeys().at(section);
+  for (const auto& item : object.items()) {
+    if (known.count(item.key()) == 0) {
+      return "unknown key \"" + item.key() + "\"" +
+             (section.empty() ? "" : " in \"" + section + "\"");
+    }
+  }
+  return "";
+}
+
 // The profile's problems, or "" when it can be used.
 std::string validate(const KXDictionary& profile) {
   if (!profile.is_object()) return "the profile must be a JSON object";
+  for (const auto& [section, keys] : knownKeys()) {
+    if (section == "group") continue;
+    const std::string unknown =
+        unknownKey(section.empty() ? profile : member(profile, section.c_str()), section);
+    if (!unknown.empty()) return unknown;
+  }
   if (const std::string number = badNumber(profile); !number.empty()) return number;
   if (text(profile, "deskId").empty()) return "\"deskId\" must be a non-empty string";
   const int64_t type = integer(profile, "serviceType", -1);
@@ -100,6 +140,9 @@ std::string validate(const KXDictionary& profile) {
   }
   for (const auto& group : list(profile, "groups")) {
     if (text(group, "id").empty()) return "every entry of \"groups\" needs a string \"id\"";
+    if (const std::string unknown = unknownKey(group, "group"); !unknown.empty()) return unknown;
+    if (const std::string unknown = unknownKey(member(group, "agent"), "agent"); !unknown.empty())
+      return unknown;
   }
   return "";
 }
@@ -185,7 +228,7 @@ void QuorDeskSimulator::send(const std::string& objectName, const KXDictionary& 
 }
 
 void QuorDeskSimulator::sendText(const std::string& content, bool fromAgent) {
-  const KXDictionary& who = member(profile_, fromAgent ? "agent" : "robot");
+  const KXDictionary who = fromAgent ? agent() : member(profile_, "robot");
   KXDictionary user = {{"id", fromAgent ? "agent" : deskId_},
                        {"name", text(who, "name", fromAgent ? "Agent" : "Robot")}};
   if (!text(who, "portrait").empty()) user["portrait"] = text(who, "portrait");
@@ -305,6 +348,16 @@ KXDictionary QuorDeskSimulator::handShakeResponse() const {
   return {{"status", 1}, {"msg", "ok"}, {"data", data}};
 }
 
+KXDictionary QuorDeskSimulator::agent() const {
+  KXDictionary serving = member(profile_, "agent");
+  if (!serving.is_object()) serving = KXDictionary::object();
+  std::lock_guard<std::mutex> lock(mutex_);
+  if (groupAgent_.is_object()) {
+    for (const auto& item : groupAgent_.items()) serving[item.key()] = item.value();
+  }
+  return serving;
+}
+
 void QuorDeskSimulator::answerHandShake() {
   {
     std::lock_guard<std::mutex> lock(mutex_);
@@ -325,7 +378,16 @@ void QuorDeskSimulator::answerChangeMode(const KXDictionary& request) {
     }
   }
   const KXDictionary& evaluation = member(profile_, "evaluation");
+  // The agent of the chosen group serves, where the group names one.
+  KXDictionary groupAgent;
+  for (const auto& group : list(profile_, "groups")) {
+    if (text(group, "id") == text(request, "groupid")) groupAgent = member(group, "agent");
+  }
   if (answer == "accepts") {
+    {
+      std::lock_guard<std::mutex> lock(mutex_);
+      groupAgent_ = groupAgent;
+    }
     KXDictionary data = {{"status", 1}};
     if (!member(evaluation, "satisfaction").is_null())
       data["satisfaction"] = member(evaluation, "satisfaction");
@@ -334,7 +396,7 @@ void QuorDeskSimulator::answerChangeMode(const KXDictionary& request) {
       humanMode_ = true;
     }
     send("KX:CsChaR", {{"code", 200}, {"data", data}}, deskId_);
-    const std::string greeting = text(member(profile_, "agent"), "greeting");
+    const std::string greeting = text(agent(), "greeting");
     if (!greeting.empty()) sendText(greeting, true);
   } else if (answer == "unavailable") {
     {
@@ -367,8 +429,8 @@ void QuorDeskSimulator::answerText(const std::string& question) {
     sendText(robotAnswer(question), false);
     return;
   }
-  const KXDictionary& agent = member(profile_, "agent");
-  const KXDictionary replies = list(agent, "replies");
+  const KXDictionary serving = agent();
+  const KXDictionary replies = list(serving, "replies");
   int replyNumber;
   {
     std::lock_guard<std::mutex> lock(mutex_);
@@ -413,8 +475,10 @@ KXDictionary QuorDeskSimulator::defaultProfile() {
     "fallback": "Sorry, I did not understand that. An agent can help."
   },
   "groups": [
-    {"id": "sales", "name": "Sales", "online": true},
-    {"id": "after-sales", "name": "After-sales", "online": true}
+    {"id": "sales", "name": "Sales", "online": true,
+     "agent": {"name": "Kai", "greeting": "Hello, this is Kai from Sales. How can I help?"}},
+    {"id": "after-sales", "name": "After-sales", "online": true,
+     "agent": {"name": "Lin", "greeting": "Hello, this is Lin from After-sales. Let me look at your order."}}
   ],
   "humanAgent": "accepts",
   "agent": {

@@ -83,6 +83,8 @@ class QuorDeskSimulator : public QuorLoopbackPeer,
   void send(const std::string& objectName, const KXDictionary& body,
             const std::string& senderUserId);
   KXDictionary handShakeResponse() const;
+  // The agent who serves: the profile's "agent", with what the chosen group's "agent" sets.
+  KXDictionary agent() const;
   std::string robotAnswer(const std::string& question) const;
 
   const KXDictionary profile_;
@@ -90,6 +92,7 @@ class QuorDeskSimulator : public QuorLoopbackPeer,
   Reply reply_;
   mutable std::mutex mutex_;
   std::vector<QuorWireMessage> received_;
+  KXDictionary groupAgent_;
   bool humanMode_ = false;
   bool suspended_ = false;
   int agentReplies_ = 0;
