@@ -25,3 +25,18 @@ if [ -n "$port" ]; then
     exit 1
   fi
 fi
+
+# A desk that refuses the handshake: the demo says so and exits 1.
+if [ "$#" -eq 0 ]; then
+  closed=$(mktemp)
+  trap 'rm -f "$closed"' EXIT
+  echo '{"deskId":"closed","serviceType":3,"handshake":{"fail":true,"message":"Closed today"}}' >"$closed"
+  set +e
+  refused=$("$demo" --profile "$closed")
+  status=$?
+  set -e
+  if [ "$status" -ne 1 ] || ! grep -qF "Journey failed" <<<"$refused" || ! grep -qF "Closed today" <<<"$refused"; then
+    echo "a refused handshake: exit $status, output: $refused" >&2
+    exit 1
+  fi
+fi
