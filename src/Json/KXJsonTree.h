@@ -178,11 +178,15 @@ class KXJsonTree {
 
     // A repeated key keeps its first place and takes the last value.
     static void resolveRepeatedKeys(Entries& entries) {
+      // Up to this many keys a pairwise scan beats a hash index, and finds nothing to do
+      // without allocating in the usual case of unique keys.
+      constexpr std::size_t kScan = 32;
       const std::size_t n = entries.size();
       if (n < 2) return;
+      if (n <= kScan && !anyRepeated(entries)) return;
       std::vector<std::size_t> firstOf(n);
       bool repeated = false;
-      if (n <= 8) {
+      if (n <= kScan) {
         for (std::size_t i = 0; i < n; ++i) {
           firstOf[i] = i;
           for (std::size_t j = 0; j < i; ++j) {
@@ -212,6 +216,15 @@ class KXJsonTree {
         if (firstOf[i] == i) kept.emplace_back(entries[i].first, std::move(entries[i].second));
       }
       entries.swap(kept);
+    }
+
+    static bool anyRepeated(const Entries& entries) {
+      for (std::size_t i = 1; i < entries.size(); ++i) {
+        for (std::size_t j = 0; j < i; ++j) {
+          if (entries[j].first == entries[i].first) return true;
+        }
+      }
+      return false;
     }
 
     KXDictionary& root_;
