@@ -51,6 +51,46 @@ TEST_F(XmppHost, TheServerDyingMidServiceFailsWhatWaitsAndTheHostComesBack) {
   EXPECT_EQ(leaveErrors + leaveSuccesses, 1);  // reported once, however the connection went
 }
 
+TEST_F(XmppHost, TlsWithASelfSignedCertificateIsTrustedOnlyWhenAsked) {
+  QuorPrivateServer::Options options;
+  options.accounts = {{"alice", "alice-pw"}, {"bob", "bob-pw"}, {deskLocalPart(), "desk-pw"}};
+  options.tls = true;
+  std::string error;
+  server = QuorPrivateServer::start(options, &error);
+  ASSERT_TRUE(server) << error;
+  auto secure = [this](const std::string& user, const std::string& password, bool trust) {
+    QuorXmppOptions account = accountOptions(user, password);
+    account.tls = QuorXmppOptions::Tls::Required;
+    account.trustSelfSignedCertificate = trust;
+    return account;
+  };
+  QuorXmppHost::Options careful;
+  careful.connection = secure("bob", "bob-pw", false);
+  auto refusing = QuorXmppHost::create(careful, nullptr);
+  refusing->setLogSink(nullptr, 0);
+  refusing->connect();
+  EXPECT_FALSE(refusing->waitUntilOnline(std::chrono::milliseconds(1500)));
+  refusing->logout();
+
+  KXDictionary profile = QuorDeskSimulator::defaultProfile();
+  desk = std::make_unique<QuorXmppDesk>(profile, secure(deskLocalPart(), "desk-pw", true));
+  desk->start();
+  ASSERT_TRUE(desk->waitUntilOnline(kPatience));
+  QuorXmppHost::Options trusting;
+  trusting.connection = secure("alice", "alice-pw", true);
+  host = QuorXmppHost::create(trusting, nullptr);
+  host->setLogSink(nullptr, 0);
+  host->install();
+  host->loadExtensionModule();
+  host->addMessageListener(
+      [this](const std::shared_ptr<KXMessage>& m) { view.shown.push_back(textOf(m)); });
+  host->connect();
+  ASSERT_TRUE(host->waitUntilOnline(kPatience));
+  start("quor-shop", view);
+  ASSERT_TRUE(eventsReach(view, 2));
+  EXPECT_THAT(view.events, ElementsAre("success", "mode(3)"));
+}
+
 TEST_F(XmppHost, ADeskWithoutAnAccountFailsTheStart) {
   host = makeHost("alice", ":memory:", view);
   start("ghost-desk", view);

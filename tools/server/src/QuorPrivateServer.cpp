@@ -13,6 +13,7 @@
 #include <filesystem>
 #include <fstream>
 #include <sstream>
+#include <thread>
 
 namespace quor {
 namespace {
@@ -95,6 +96,7 @@ std::unique_ptr<QuorPrivateServer> QuorPrivateServer::start(Options options, std
     return nullptr;
   }
   server->directory_ = directory;
+  if (server->options_.tls && !server->makeCertificate(error)) return nullptr;
   for (const auto& [user, password] : server->options_.accounts) {
     if (!server->addAccount(user, password)) {
       if (error) *error = "cannot create the account " + user;
@@ -128,6 +130,24 @@ bool QuorPrivateServer::addAccount(const std::string& user, const std::string& p
   return static_cast<bool>(file.flush());
 }
 
+bool QuorPrivateServer::makeCertificate(std::string* error) const {
+  // Prosody finds DOMAIN.crt and DOMAIN.key in its certificates directory.
+  const std::string base = directory_ + "/" + options_.domain;
+  auto openssl = QuorChildProcess::start(
+      {"openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days", "2", "-subj",
+       "/CN=" + options_.domain, "-keyout", base + ".key", "-out", base + ".crt"},
+      directory_ + "/openssl.out", error);
+  if (!openssl) return false;
+  for (int i = 0; i < 3000 && openssl->running(); ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  if (!std::filesystem::exists(base + ".crt") || !std::filesystem::exists(base + ".key")) {
+    if (error) *error = "openssl made no certificate: " + readFile(directory_ + "/openssl.out");
+    return false;
+  }
+  return true;
+}
+
 bool QuorPrivateServer::writeConfiguration(std::string* error) const {
   std::ofstream config(directory_ + "/prosody.cfg.lua", std::ios::trunc);
   const std::string modules = options_.stampingModule ? ", \"quor_cs_stamp\"" : "";
@@ -140,10 +160,12 @@ bool QuorPrivateServer::writeConfiguration(std::string* error) const {
          << "c2s_direct_tls_ports = { }\nlegacy_ssl_ports = { }\n"
          << "s2s_ports = { }\nhttp_ports = { }\nhttps_ports = { }\n"
          << "modules_enabled = { \"roster\", \"saslauth\", \"disco\", \"ping\", \"offline\""
-         << modules << " }\n"
-         << "modules_disabled = { \"s2s\", \"s2s_auth_certs\", \"tls\" }\n"
+         << (options_.tls ? ", \"tls\"" : "") << modules << " }\n"
+         << (options_.tls ? "modules_disabled = { \"s2s\", \"s2s_auth_certs\" }\n"
+                          : "modules_disabled = { \"s2s\", \"s2s_auth_certs\", \"tls\" }\n")
          << "authentication = \"internal_plain\"\nstorage = \"internal\"\n"
-         << "c2s_require_encryption = false\nallow_unencrypted_plain_auth = true\n"
+         << "c2s_require_encryption = " << (options_.tls ? "true" : "false") << "\n"
+         << "allow_unencrypted_plain_auth = " << (options_.tls ? "false" : "true") << "\n"
          << "network_settings = { nagle = false }\n"
          << "run_as_root = " << (::geteuid() == 0 ? "true" : "false") << "\n"
          << "log = { { levels = { min = \"info\" }, to = \"console\" } }\n"

@@ -27,6 +27,8 @@ class QuorPrivateServer {
     std::map<std::string, std::string> accounts;
     // Load the stamping module (mod_quor_cs_stamp); off gives a stock server.
     bool stampingModule = true;
+    // Require TLS, with a self-signed certificate for the domain made at start (openssl).
+    bool tls = false;
     // The Prosody executable and the directory that holds mod_quor_cs_stamp.lua.
     std::string prosody = "prosody";
     std::string moduleDirectory;
@@ -62,6 +64,7 @@ class QuorPrivateServer {
   explicit QuorPrivateServer(Options options);
   bool launch(std::string* error);
   bool writeConfiguration(std::string* error) const;
+  bool makeCertificate(std::string* error) const;
 
   Options options_;
   std::string directory_;
