@@ -27,14 +27,7 @@ std::unique_ptr<QuorPrivateServer> server;
 // The desk program, one client of the server for the whole run.
 std::unique_ptr<QuorChildProcess> desk;
 
-QuorXmppOptions account(const std::string& user) {
-  QuorXmppOptions options;
-  options.jid = server->jid(user);
-  options.password = "pw";
-  options.server = "127.0.0.1";
-  options.port = static_cast<uint16_t>(server->port());
-  return options;
-}
+QuorXmppOptions account(const std::string& user) { return server->account(user, "pw"); }
 
 std::string deskUser() {
   const std::string jid = QuorDeskJid::toJid("quor-shop", server->domain());

@@ -41,61 +41,17 @@ class SupportScreenTest : public ::testing::Test {
 
   void open(const std::shared_ptr<QuorDeskSimulator>& desk) {
     client.startCustomerService(
-        desk->deskId(), nullptr,
-        [this](auto config) { company = config->companyName().value_or(""); },
+        desk->deskId(), nullptr, nullptr,
         [this](int64_t, const std::string& text) { errors.push_back(text); },
-        [this](KXCSModeType mode) { modes.push_back(mode); },
-        [this](const KXString& dialog) { ratingRequests.push_back(dialog.value_or("")); },
-        [this](const KXCustomerServiceGroupList& groups) { offered = groups; },
-        [this](const std::string& text) { quitText = text; });
-    host->settle();
-  }
-
-  void type(const std::shared_ptr<QuorDeskSimulator>& desk, const std::string& text) {
-    host->sendMessage(KXConversationTypeCustomerService, desk->deskId(),
-                      KXTextMessage::messageWithContent(text), std::nullopt, std::nullopt, nullptr,
-                      nullptr);
+        [this](KXCSModeType mode) { modes.push_back(mode); }, nullptr, nullptr, nullptr);
     host->settle();
   }
 
   std::shared_ptr<QuorLoopbackHost> host = std::make_shared<QuorLoopbackHost>();
   KXCustomerServiceClient& client = KXCustomerServiceClient::sharedCustomerServiceClient();
-  std::vector<std::string> shown, errors, ratingRequests;
+  std::vector<std::string> shown, errors;
   std::vector<KXCSModeType> modes;
-  KXCustomerServiceGroupList offered;
-  std::string company, quitText;
 };
-
-TEST_F(SupportScreenTest, RobotAnswersThenAnAgentTakesOverAndTheDeskEnds) {
-  auto desk =
-      deskWith(R"({"evaluation": {"askAfterAgentReplies": 1}, "end": {"afterEvaluation": true}})");
-  open(desk);
-  EXPECT_EQ(company, "Quor Shop");
-  EXPECT_THAT(modes, ElementsAre(KXCSModeRobotFirst));
-  type(desk, "where is my order?");
-  EXPECT_THAT(shown,
-              ElementsAre("Hi, I am Ava, the Quor Shop assistant. How can I help?",
-                          "Orders ship within 24 hours; you can follow yours under Me > Orders."));
-
-  client.switchToHumanMode(desk->deskId());
-  host->settle();
-  ASSERT_TRUE(offered);
-  ASSERT_EQ(offered->size(), 2u);
-  client.selectCustomerServiceGroup(desk->deskId(), offered->at(1)->groupId());
-  host->settle();
-  EXPECT_EQ(modes.back(), KXCSModeHuman);
-  EXPECT_TRUE(desk->humanMode());
-  EXPECT_EQ(desk->bodiesOf("KX:CsCha").at(0)["groupid"], "after-sales");
-
-  type(desk, "I want a refund");
-  ASSERT_THAT(ratingRequests, ElementsAre("dialog-1"));
-  client.evaluateCustomerService(desk->deskId(), ratingRequests[0], 5, KXString("thanks"), 1);
-  host->settle();
-  EXPECT_EQ(desk->bodiesOf("KX:CsEva").at(0)["isresolve"], 1);  // the desk asks about resolution
-  EXPECT_EQ(quitText, "Thank you for contacting Quor Shop. Goodbye!");
-  EXPECT_TRUE(desk->suspended());  // the stop after the end suspends, as the profile asks
-  EXPECT_THAT(shown, Contains("notice: Thank you for contacting Quor Shop. Goodbye!"));
-}
 
 TEST_F(SupportScreenTest, RefusedAndUnavailableAgents) {
   auto refusing = deskWith(R"({"deskId": "strict", "humanAgent": "refuses", "groups": null})");

@@ -6,7 +6,7 @@
 #include <thread>
 
 #include "QuorLoopbackHost/QuorLoopbackHost.h"
-#include "contract/QuorHostContract.h"
+#include "contract/HostBaseSubject.h"
 
 namespace quor::contract {
 namespace {
@@ -28,26 +28,17 @@ class DeskPeer : public QuorLoopbackPeer {
   std::vector<std::string> received_;
 };
 
-class LoopbackSubject : public QuorHostContractSubject {
+class LoopbackSubject : public HostBaseSubject {
  public:
   LoopbackSubject() {
     host_->connectPeer(peer_);
-    host_->install();
-    host_->setLogSink(nullptr, 0);
-    host_->loadExtensionModule();
-    host_->addMessageListener([this](const std::shared_ptr<KXMessage>&) { ++shown_; });
+    adopt(*host_);
   }
   ~LoopbackSubject() override {
     host_->settle();
     QuorHostBase::uninstall();
   }
 
-  KXCoreClient& core() override { return *host_; }
-  KXMainThreadDispatcher& mainThread() override { return *host_; }
-  void loadModule(QuorIMLibExtensionModule& module) override { host_->loadExtensionModule(module); }
-  void addListener(std::function<void(const std::shared_ptr<KXMessage>&)> listener) override {
-    host_->addMessageListener(std::move(listener));
-  }
   bool runMainUntil(const std::function<bool()>& done) override {
     for (int round = 0; round < 1000; ++round) {
       if (failingCode_ && host_->confirmOldestSend(false, std::nullopt, *failingCode_)) {
@@ -60,7 +51,6 @@ class LoopbackSubject : public QuorHostContractSubject {
     }
     return false;
   }
-  std::string deskId() const override { return "desk"; }
   void deskSends(const std::string& objectName, const std::string& body) override {
     host_->receiveAsync(wire(objectName, body, false));
   }
@@ -69,7 +59,7 @@ class LoopbackSubject : public QuorHostContractSubject {
       const std::vector<std::pair<std::string, std::string>>& messages) override {
     const int before = shown_;
     for (const auto& [name, body] : messages) host_->receiveAsync(wire(name, body, true));
-    runMainUntil([&] { return shown_ >= before + static_cast<int>(messages.size()); });
+    waitShown(before, messages.size());
   }
   Failure arrangeFailingSend() override {
     host_->setAutoConfirm(false);
@@ -90,7 +80,6 @@ class LoopbackSubject : public QuorHostContractSubject {
 
   std::shared_ptr<QuorLoopbackHost> host_ = std::make_shared<QuorLoopbackHost>();
   std::shared_ptr<DeskPeer> peer_ = std::make_shared<DeskPeer>();
-  std::atomic<int> shown_{0};
   std::optional<int64_t> failingCode_;
 };
 

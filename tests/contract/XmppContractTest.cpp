@@ -6,7 +6,7 @@
 #include "QuorPrivateServer/QuorPrivateServer.h"
 #include "QuorXmppHost/QuorXmppErrors.h"
 #include "QuorXmppHost/QuorXmppHost.h"
-#include "contract/QuorHostContract.h"
+#include "contract/HostBaseSubject.h"
 
 namespace quor::contract {
 namespace {
@@ -26,7 +26,7 @@ class DeskEnd : public QuorXmppConnection::Events {
   std::vector<std::string> received;
 };
 
-class XmppSubject : public QuorHostContractSubject {
+class XmppSubject : public HostBaseSubject {
  public:
   XmppSubject() {
     QuorPrivateServer::Options options;
@@ -39,10 +39,7 @@ class XmppSubject : public QuorHostContractSubject {
     QuorXmppHost::Options hostOptions;
     hostOptions.connection = account("alice");
     host_ = QuorXmppHost::create(hostOptions, &error);
-    host_->setLogSink(nullptr, 0);
-    host_->install();
-    host_->loadExtensionModule();
-    host_->addMessageListener([this](const std::shared_ptr<KXMessage>&) { ++shown_; });
+    adopt(*host_);
     host_->connect();
     if (!host_->waitUntilOnline(kPatience) || !desk_->waitUntilOnline(kPatience)) {
       throw std::runtime_error("not online");
@@ -55,12 +52,6 @@ class XmppSubject : public QuorHostContractSubject {
     desk_.reset();
   }
 
-  KXCoreClient& core() override { return *host_; }
-  KXMainThreadDispatcher& mainThread() override { return *host_; }
-  void loadModule(QuorIMLibExtensionModule& module) override { host_->loadExtensionModule(module); }
-  void addListener(std::function<void(const std::shared_ptr<KXMessage>&)> listener) override {
-    host_->addMessageListener(std::move(listener));
-  }
   bool runMainUntil(const std::function<bool()>& done) override {
     const auto deadline = std::chrono::steady_clock::now() + kPatience;
     for (;;) {
@@ -70,7 +61,6 @@ class XmppSubject : public QuorHostContractSubject {
       host_->mainRunLoop().runOnce(std::chrono::milliseconds(5));
     }
   }
-  std::string deskId() const override { return "desk"; }
   void deskSends(const std::string& objectName, const std::string& body) override {
     sendFromDesk(objectName, body, nullptr);
   }
@@ -88,19 +78,12 @@ class XmppSubject : public QuorHostContractSubject {
     runMainUntil([&] { return stored == messages.size(); });
     const int before = shown_;
     host_->connect();
-    runMainUntil([&] { return shown_ >= before + static_cast<int>(messages.size()); });
+    waitShown(before, messages.size());
   }
   Failure arrangeFailingSend() override { return {"nobody-here", QuorXmppErrorNoSuchRecipient}; }
 
  private:
-  QuorXmppOptions account(const std::string& user) const {
-    QuorXmppOptions options;
-    options.jid = server_->jid(user);
-    options.password = "pw";
-    options.server = "127.0.0.1";
-    options.port = static_cast<uint16_t>(server_->port());
-    return options;
-  }
+  QuorXmppOptions account(const std::string& user) const { return server_->account(user, "pw"); }
   void sendFromDesk(const std::string& objectName, const std::string& body,
                     QuorXmppConnection::Outcome outcome) {
     QuorXmppPayload payload;
@@ -114,7 +97,6 @@ class XmppSubject : public QuorHostContractSubject {
   DeskEnd deskEnd_;
   std::unique_ptr<QuorXmppConnection> desk_;
   std::shared_ptr<QuorXmppHost> host_;
-  std::atomic<int> shown_{0};
 };
 
 std::unique_ptr<QuorHostContractSubject> makeXmpp() { return std::make_unique<XmppSubject>(); }

@@ -4,8 +4,6 @@
 #include <gmock/gmock.h>
 
 #include <chrono>
-#include <cstdio>
-#include <cstdlib>
 #include <functional>
 #include <memory>
 #include <string>
@@ -54,11 +52,7 @@ class XmppFixture : public ::testing::Test {
   }
 
   QuorXmppOptions accountOptions(const std::string& user, const std::string& password) const {
-    QuorXmppOptions options;
-    options.jid = server->jid(user);
-    options.password = password;
-    options.server = "127.0.0.1";
-    options.port = static_cast<uint16_t>(server->port());
+    QuorXmppOptions options = server->account(user, password);
     options.reconnectFirst = std::chrono::milliseconds(50);
     options.reconnectLongest = std::chrono::milliseconds(200);
     return options;
@@ -69,38 +63,33 @@ class XmppFixture : public ::testing::Test {
     KXDictionary profile = QuorDeskSimulator::defaultProfile();
     profile.merge_patch(KXDictionary::parse(profileChanges));
     desk = std::make_unique<QuorXmppDesk>(profile, accountOptions(deskLocalPart(), "desk-pw"));
-    if (std::getenv("QUOR_CS_TEST_LOG")) {
-      desk->setLogSink(
-          [](int32_t, const std::string& text) {
-            std::fprintf(stderr, "desk: %s\n", text.c_str());
-          },
-          5);
-    }
     desk->start();
     ASSERT_TRUE(desk->waitUntilOnline(kPatience));
   }
 
+  // A host of `user` that is not the library's: connected, quiet, nothing loaded.
+  std::shared_ptr<QuorXmppHost> bareHost(const std::string& user,
+                                         const QuorXmppOptions* connection = nullptr) {
+    QuorXmppHost::Options options;
+    options.connection = connection ? *connection : accountOptions(user, user + "-pw");
+    auto made = QuorXmppHost::create(options, nullptr);
+    made->setLogSink(nullptr, 0);
+    made->connect();
+    return made;
+  }
+
   // A customer host, installed, with the module loaded and a listener that records into `view`.
   std::shared_ptr<QuorXmppHost> makeHost(const std::string& user, const std::string& storePath,
-                                         AppView& view, bool online = true) {
+                                         AppView& view,
+                                         const QuorXmppOptions* connection = nullptr) {
     QuorXmppHost::Options options;
-    options.connection = accountOptions(user, user + "-pw");
+    options.connection = connection ? *connection : accountOptions(user, user + "-pw");
     options.storePath = storePath;
     std::string error;
     auto made = QuorXmppHost::create(options, &error);
     EXPECT_TRUE(made) << error;
     if (!made) return nullptr;
-    // QUOR_CS_TEST_LOG=1 prints every log entry of the host, libstrophe's included.
-    if (std::getenv("QUOR_CS_TEST_LOG")) {
-      made->setLogSink(
-          [](const QuorLogEntry& entry) {
-            std::fprintf(stderr, "[%s %d %s] %s\n", entry.thread.c_str(), entry.level,
-                         entry.tag.c_str(), entry.text.c_str());
-          },
-          5);
-    } else {
-      made->setLogSink(nullptr, 0);
-    }
+    made->setLogSink(nullptr, 0);
     made->install();
     made->loadExtensionModule();
     made->addMessageListener([&view](const std::shared_ptr<KXMessage>& message) {
@@ -113,10 +102,8 @@ class XmppFixture : public ::testing::Test {
         view.shown.push_back("[" + message->objectName().value_or("") + "]");
       }
     });
-    if (online) {
-      made->connect();
-      EXPECT_TRUE(made->waitUntilOnline(kPatience));
-    }
+    made->connect();
+    EXPECT_TRUE(made->waitUntilOnline(kPatience));
     return made;
   }
 

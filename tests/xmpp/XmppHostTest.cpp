@@ -64,11 +64,8 @@ TEST_F(XmppHost, TlsWithASelfSignedCertificateIsTrustedOnlyWhenAsked) {
     account.trustSelfSignedCertificate = trust;
     return account;
   };
-  QuorXmppHost::Options careful;
-  careful.connection = secure("bob", "bob-pw", false);
-  auto refusing = QuorXmppHost::create(careful, nullptr);
-  refusing->setLogSink(nullptr, 0);
-  refusing->connect();
+  const QuorXmppOptions careful = secure("bob", "bob-pw", false);
+  auto refusing = bareHost("bob", &careful);
   EXPECT_FALSE(refusing->waitUntilOnline(std::chrono::milliseconds(1500)));
   refusing->logout();
 
@@ -76,16 +73,8 @@ TEST_F(XmppHost, TlsWithASelfSignedCertificateIsTrustedOnlyWhenAsked) {
   desk = std::make_unique<QuorXmppDesk>(profile, secure(deskLocalPart(), "desk-pw", true));
   desk->start();
   ASSERT_TRUE(desk->waitUntilOnline(kPatience));
-  QuorXmppHost::Options trusting;
-  trusting.connection = secure("alice", "alice-pw", true);
-  host = QuorXmppHost::create(trusting, nullptr);
-  host->setLogSink(nullptr, 0);
-  host->install();
-  host->loadExtensionModule();
-  host->addMessageListener(
-      [this](const std::shared_ptr<KXMessage>& m) { view.shown.push_back(textOf(m)); });
-  host->connect();
-  ASSERT_TRUE(host->waitUntilOnline(kPatience));
+  const QuorXmppOptions trusting = secure("alice", "alice-pw", true);
+  host = makeHost("alice", ":memory:", view, &trusting);
   start("quor-shop", view);
   ASSERT_TRUE(eventsReach(view, 2));
   EXPECT_THAT(view.events, ElementsAre("success", "mode(3)"));
@@ -132,16 +121,11 @@ TEST_F(XmppHost, HistorySurvivesARestartNewestFirstInPages) {
 TEST_F(XmppHost, OneDeskServesTwoCustomersAtOnce) {
   startDesk();
   host = makeHost("alice", ":memory:", view);
-  AppView bobView;
   // Bob speaks the wire through a second host that is not the library's installed one.
-  QuorXmppHost::Options bobOptions;
-  bobOptions.connection = accountOptions("bob", "bob-pw");
-  auto bob = QuorXmppHost::create(bobOptions, nullptr);
-  bob->setLogSink(nullptr, 0);
+  auto bob = bareHost("bob");
   std::vector<std::string> bobShown;
   bob->addMessageListener(
       [&](const std::shared_ptr<KXMessage>& m) { bobShown.push_back(textOf(m)); });
-  bob->connect();
   ASSERT_TRUE(bob->waitUntilOnline(kPatience));
 
   start("quor-shop", view);
@@ -164,11 +148,7 @@ TEST_F(XmppHost, HostileStanzasChangeNothingButWhatTheLibrarysRulesSay) {
   ASSERT_TRUE(eventsReach(view, 2));
   ASSERT_TRUE(shownReach(view, 1));
 
-  QuorXmppHost::Options malloryOptions;
-  malloryOptions.connection = accountOptions("bob", "bob-pw");
-  auto mallory = QuorXmppHost::create(malloryOptions, nullptr);
-  mallory->setLogSink(nullptr, 0);
-  mallory->connect();
+  auto mallory = bareHost("bob");
   ASSERT_TRUE(mallory->waitUntilOnline(kPatience));
   const std::string to = host->bareJid();
   const std::string ns = QuorXmppPayloadNamespace;

@@ -33,10 +33,7 @@ std::unique_ptr<QuorXmppDemo> QuorXmppDemo::start(const Options& options, std::s
   if (!demo->startDesk(options, error)) return nullptr;
 
   QuorXmppHost::Options host;
-  host.connection.jid = demo->server_->jid("mei");
-  host.connection.password = "mei-secret";
-  host.connection.server = "127.0.0.1";
-  host.connection.port = static_cast<uint16_t>(demo->server_->port());
+  host.connection = demo->server_->account("mei", "mei-secret");
   demo->host_ = QuorXmppHost::create(host, error);
   if (!demo->host_) return nullptr;
   demo->host_->install();

@@ -11,16 +11,12 @@
 #include <thread>
 
 namespace quor {
-namespace {
-
-std::string readFile(const std::string& path) {
+std::string QuorChildProcess::readFile(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
   std::ostringstream text;
   text << in.rdbuf();
   return text.str();
 }
-
-}  // namespace
 
 std::unique_ptr<QuorChildProcess> QuorChildProcess::start(const std::vector<std::string>& arguments,
                                                           const std::string& outputPath,

@@ -73,13 +73,6 @@ int freePort() {
   return port;
 }
 
-std::string readFile(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
-
 }  // namespace
 
 std::string QuorPrivateServer::defaultModuleDirectory() { return QUOR_CS_PROSODY_MODULE_DIR; }
@@ -142,7 +135,9 @@ bool QuorPrivateServer::makeCertificate(std::string* error) const {
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
   }
   if (!std::filesystem::exists(base + ".crt") || !std::filesystem::exists(base + ".key")) {
-    if (error) *error = "openssl made no certificate: " + readFile(directory_ + "/openssl.out");
+    if (error)
+      *error =
+          "openssl made no certificate: " + QuorChildProcess::readFile(directory_ + "/openssl.out");
     return false;
   }
   return true;
@@ -180,7 +175,7 @@ bool QuorPrivateServer::writeConfiguration(std::string* error) const {
 bool QuorPrivateServer::launch(std::string* error) {
   if (!writeConfiguration(error)) return false;
   const std::string output = directory_ + "/prosody.log";
-  const std::size_t logStart = readFile(output).size();
+  const std::size_t logStart = QuorChildProcess::readFile(output).size();
   server_ = QuorChildProcess::start(
       {options_.prosody, "-F", "--config", directory_ + "/prosody.cfg.lua"}, output, error);
   if (!server_) return false;
@@ -206,6 +201,18 @@ bool QuorPrivateServer::restart(std::string* error) {
   return launch(error);
 }
 
-std::string QuorPrivateServer::log() const { return readFile(directory_ + "/prosody.log"); }
+QuorXmppOptions QuorPrivateServer::account(const std::string& user,
+                                           const std::string& password) const {
+  QuorXmppOptions options;
+  options.jid = jid(user);
+  options.password = password;
+  options.server = "127.0.0.1";
+  options.port = static_cast<uint16_t>(port_);
+  return options;
+}
+
+std::string QuorPrivateServer::log() const {
+  return QuorChildProcess::readFile(directory_ + "/prosody.log");
+}
 
 }  // namespace quor

@@ -35,6 +35,8 @@ class QuorChildProcess {
   // The CPU time it used so far, user and system, in seconds.
   double cpuSeconds() const;
   const std::string& outputPath() const { return outputPath_; }
+  // The whole of a file ("" when it cannot be read).
+  static std::string readFile(const std::string& path);
 
  private:
   QuorChildProcess(pid_t pid, std::string outputPath)

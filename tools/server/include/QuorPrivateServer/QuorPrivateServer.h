@@ -5,6 +5,7 @@
 #include <string>
 
 #include "QuorPrivateServer/QuorChildProcess.h"
+#include "QuorXmppHost/QuorXmppOptions.h"
 
 namespace quor {
 
@@ -44,6 +45,8 @@ class QuorPrivateServer {
   int port() const { return port_; }
   // "user@domain"
   std::string jid(const std::string& user) const { return user + "@" + options_.domain; }
+  // How a client logs in to this server as `user`: on 127.0.0.1 and the server's port.
+  QuorXmppOptions account(const std::string& user, const std::string& password) const;
   bool running() const { return server_ && server_->running(); }
 
   // Creates an account; a running server sees it at the next login.
