@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <iostream>
 #include <sstream>
+#include <unordered_set>
 
 namespace quor {
 namespace {
@@ -138,13 +139,18 @@ int QuorDemoApp::runJourney() {
     say("Thank you. What happens next?");
   }
   rate(bestStars(), "Quick and friendly");
+  // One value per field the desk names, appended: the dictionary's insert would search its keys
+  // for every field.
   KXDictionary form = KXDictionary::object();
+  std::unordered_set<std::string> named;
   if (config_ && config_->leaveMessageNativeInfo()) {
     for (const auto& field : *config_->leaveMessageNativeInfo()) {
-      const std::string name = field->name().value_or("field");
-      form[name] = name == "phone"  ? "13800000000"
-                   : name == "name" ? "Mei"
-                                    : "Please call me after 6 pm.";
+      const std::string name = field && field->name() ? *field->name() : "field";
+      if (!named.insert(name).second) continue;
+      form.get_ref<KXDictionary::object_t&>().emplace_back(
+          name, name == "phone"  ? "13800000000"
+                : name == "name" ? "Mei"
+                                 : "Please call me after 6 pm.");
     }
   }
   leaveMessage(form);

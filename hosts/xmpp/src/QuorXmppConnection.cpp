@@ -54,12 +54,6 @@ void onLibraryLog(void* userdata, xmpp_log_level_t level, const char* area, cons
   events->onLog(levelOf(level), std::string("libstrophe:") + (area ? area : ""), text ? text : "");
 }
 
-int64_t wallClockMs() {
-  return std::chrono::duration_cast<std::chrono::milliseconds>(
-             std::chrono::system_clock::now().time_since_epoch())
-      .count();
-}
-
 }  // namespace
 
 // Everything the network thread owns: the libstrophe context and connection, the sends that
@@ -332,7 +326,7 @@ void QuorXmppConnection::Network::onDisco(xmpp_stanza_t* stanza) {
                          "once written, stamped with this machine's clock");
     std::vector<std::string> ids;
     for (const auto& entry : waiting_) ids.push_back(entry.first);
-    for (const auto& id : ids) finish(id, 0, wallClockMs());
+    for (const auto& id : ids) finish(id, 0, QuorXmppStanza::wallClockMs());
   }
 }
 
@@ -365,7 +359,7 @@ void QuorXmppConnection::Network::sendOne(Outgoing outgoing) {
   xmpp_stanza_release(message);
   if (!outgoing.outcome) return;
   if (discoAnswered_ && !owner_.serverStamps_) {
-    outgoing.outcome(0, wallClockMs());
+    outgoing.outcome(0, QuorXmppStanza::wallClockMs());
     return;
   }
   waiting_[payload.stanzaId] = {std::move(outgoing.outcome),

@@ -14,12 +14,6 @@ constexpr int32_t kDirectionSend = 1;
 // How many received stanza ids the host remembers to drop a second delivery.
 constexpr std::size_t kRememberedIds = 8192;
 
-int64_t wallClockMs() {
-  return std::chrono::duration_cast<std::chrono::milliseconds>(
-             std::chrono::system_clock::now().time_since_epoch())
-      .count();
-}
-
 bool isStored(const std::shared_ptr<KXMessageContent>& content) {
   return content && (content->messagePersistentFlag() & KXMessagePersistentFlagIsPersisted);
 }
@@ -146,7 +140,7 @@ void QuorXmppHost::deliver(const QuorXmppPayload& payload) {
   auto message = std::make_shared<KXMessage>(KXConversationTypeCustomerService, deskId,
                                              KXMessageDirectionReceive, 0, content);
   message->setSenderUserId(payload.sender.empty() ? deskId : payload.sender);
-  message->setSentTime(payload.stamp > 0 ? payload.stamp : wallClockMs());
+  message->setSentTime(payload.stamp > 0 ? payload.stamp : QuorXmppStanza::wallClockMs());
   message->setObjectName(payload.objectName);
   if (offerToModules(message, payload.offline) || isSignal(payload.objectName)) return;
   if (isStored(content)) {
@@ -207,7 +201,7 @@ std::shared_ptr<KXMessage> QuorXmppHost::insertIncomingMessage(
                            senderUserId,
                            content->objectName(),
                            content->encode(),
-                           wallClockMs(),
+                           QuorXmppStanza::wallClockMs(),
                            receivedStatus};
   if (!store(stored, "")) return nullptr;
   auto record = std::make_shared<KXMessage>(conversationType, targetId, KXMessageDirectionReceive,

@@ -1,5 +1,6 @@
 #include "QuorXmppStanza.h"
 
+#include <chrono>
 #include <cstring>
 #include <ctime>
 
@@ -40,6 +41,12 @@ void adopt(xmpp_stanza_t* parent, xmpp_stanza_t* child) {
 }
 
 }  // namespace
+
+int64_t QuorXmppStanza::wallClockMs() {
+  return std::chrono::duration_cast<std::chrono::milliseconds>(
+             std::chrono::system_clock::now().time_since_epoch())
+      .count();
+}
 
 std::string QuorXmppStanza::bareJid(const std::string& jid) { return jid.substr(0, jid.find('/')); }
 

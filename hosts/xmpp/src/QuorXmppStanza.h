@@ -33,6 +33,8 @@ class QuorXmppStanza {
   // An XEP-0082 date-time ("2026-11-23T05:29:30Z", with optional fraction and offset) in ms
   // since the epoch; 0 when it is not one.
   static int64_t parseDateTime(const std::string& text);
+  // This machine's clock in ms since the epoch: the stamp when the server gives none.
+  static int64_t wallClockMs();
   // Whether `text` may stand in XML character data: valid UTF-8 without forbidden characters.
   static bool isXmlText(const std::string& text);
 };

@@ -352,9 +352,8 @@ KXDictionary QuorDeskSimulator::agent() const {
   KXDictionary serving = member(profile_, "agent");
   if (!serving.is_object()) serving = KXDictionary::object();
   std::lock_guard<std::mutex> lock(mutex_);
-  if (groupAgent_.is_object()) {
-    for (const auto& item : groupAgent_.items()) serving[item.key()] = item.value();
-  }
+  // The dictionary's own insert searches its keys: the linear merge instead.
+  KXJsonTree::merge(serving, groupAgent_);
   return serving;
 }
 
