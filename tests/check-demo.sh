@@ -5,6 +5,22 @@
 set -euo pipefail
 demo=$1
 shift
+
+# Decoys: a desk program and a server of someone else's, running all along. The checks below
+# must not mistake them for the demo's own.
+decoys=$(mktemp -d)
+decoy_pids=()
+cleanup() {
+  [ ${#decoy_pids[@]} -gt 0 ] && kill "${decoy_pids[@]}" 2>/dev/null
+  rm -rf "$decoys"
+}
+trap cleanup EXIT
+for name in quor-cs-desk prosody; do
+  ln -s "$(command -v sleep)" "$decoys/$name"
+  "$decoys/$name" 300 &
+  decoy_pids+=($!)
+done
+
 transcript=$("$demo" "$@")
 printf '%s\n' "$transcript"
 for stage in "connected to Quor Shop" "Ava: Hi, I am Ava" "You: Where is my order?" "Ava: Orders ship" \
@@ -14,22 +30,22 @@ for stage in "connected to Quor Shop" "Ava: Hi, I am Ava" "You: Where is my orde
              "service ended: Thank you" "Journey complete."; do
   grep -qF -- "$stage" <<<"$transcript" || { echo "missing stage: $stage" >&2; exit 1; }
 done
-port=$(sed -n 's/^Private XMPP server on 127.0.0.1:\([0-9]*\);.*/\1/p' <<<"$transcript")
-if [ -n "$port" ]; then
-  if (exec 3<>"/dev/tcp/127.0.0.1/$port") 2>/dev/null; then
-    echo "the private server on port $port is still running" >&2
-    exit 1
-  fi
-  if pgrep -x quor-cs-desk >/dev/null; then
-    echo "a desk program is still running" >&2
-    exit 1
-  fi
+# Over XMPP the demo names the two processes it started: both must be gone now. Only those are
+# checked, never other desks or servers on the machine (the decoys below prove it).
+pids=$(sed -n 's/^Started processes: server pid \([0-9]*\), desk pid \([0-9]*\)$/\1 \2/p' <<<"$transcript")
+if grep -qF -- "--xmpp" <<<"$*"; then
+  [ -n "$pids" ] || { echo "the demo did not name the processes it started" >&2; exit 1; }
 fi
+for pid in $pids; do
+  if kill -0 "$pid" 2>/dev/null; then
+    echo "process $pid that the demo started is still running" >&2
+    exit 1
+  fi
+done
 
 # A desk that refuses the handshake: the demo says so and exits 1.
 if [ "$#" -eq 0 ]; then
-  closed=$(mktemp)
-  trap 'rm -f "$closed"' EXIT
+  closed="$decoys/closed.json"
   echo '{"deskId":"closed","serviceType":3,"handshake":{"fail":true,"message":"Closed today"}}' >"$closed"
   set +e
   refused=$("$demo" --profile "$closed")

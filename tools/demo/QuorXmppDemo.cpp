@@ -31,6 +31,9 @@ std::unique_ptr<QuorXmppDemo> QuorXmppDemo::start(const Options& options, std::s
   std::printf("Private XMPP server on 127.0.0.1:%d; the desk is %s\n", demo->server_->port(),
               deskJid.c_str());
   if (!demo->startDesk(options, error)) return nullptr;
+  // Tests check these two processes, and only these, when the demo has ended.
+  std::printf("Started processes: server pid %d, desk pid %d\n",
+              static_cast<int>(demo->server_->pid()), static_cast<int>(demo->desk_->pid()));
 
   QuorXmppHost::Options host;
   host.connection = demo->server_->account("mei", "mei-secret");

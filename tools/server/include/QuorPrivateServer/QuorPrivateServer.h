@@ -48,6 +48,8 @@ class QuorPrivateServer {
   // How a client logs in to this server as `user`: on 127.0.0.1 and the server's port.
   QuorXmppOptions account(const std::string& user, const std::string& password) const;
   bool running() const { return server_ && server_->running(); }
+  // The server process's id while it runs, else 0.
+  pid_t pid() const { return server_ ? server_->pid() : 0; }
 
   // Creates an account; a running server sees it at the next login.
   bool addAccount(const std::string& user, const std::string& password);
