@@ -3,6 +3,8 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
+#include <pthread.h>
+#include <signal.h>
 #include <strophe.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
@@ -34,6 +36,29 @@ int onSocket(xmpp_conn_t* /*conn*/, void* socket) {
   ::setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
   if (socketOfThisThread) *socketOfThisThread = fd;
   return 0;
+}
+
+// A write to a connection the peer reset raises SIGPIPE in the writing thread, whose default
+// action ends the process. libstrophe and OpenSSL write without MSG_NOSIGNAL, so the network
+// thread blocks SIGPIPE for itself (the write then fails with EPIPE and the loss is handled as
+// any other) and leaves the process's dispositions alone.
+void blockBrokenPipeSignal() {
+  sigset_t pipe;
+  sigemptyset(&pipe);
+  sigaddset(&pipe, SIGPIPE);
+  pthread_sigmask(SIG_BLOCK, &pipe, nullptr);
+}
+
+// Takes a SIGPIPE left pending on this thread by a failed write, so none stays behind.
+void discardBrokenPipeSignal() {
+  sigset_t pipe;
+  sigemptyset(&pipe);
+  sigaddset(&pipe, SIGPIPE);
+  sigset_t pending;
+  sigemptyset(&pending);
+  if (sigpending(&pending) != 0 || !sigismember(&pending, SIGPIPE)) return;
+  const timespec now{0, 0};
+  sigtimedwait(&pipe, nullptr, &now);
 }
 
 int32_t levelOf(xmpp_log_level_t level) {
@@ -74,6 +99,7 @@ class QuorXmppConnection::Network {
  private:
   struct Waiting {
     Outcome outcome;
+    std::string peer;  // the bare JID the message went to: its errors may come from there
     Clock::time_point deadline;
   };
 
@@ -112,7 +138,6 @@ class QuorXmppConnection::Network {
   bool lost_ = false;
   bool discoAnswered_ = false;
   std::map<std::string, Waiting> waiting_;
-  uint64_t nextId_ = 1;
   std::chrono::milliseconds backoff_;
   Clock::time_point nextAttempt_ = Clock::now();
 };
@@ -137,6 +162,7 @@ void QuorXmppConnection::start() {
   network_ = std::make_unique<Network>(*this);
   thread_ = std::thread([this] {
     QuorHostBase::setThreadName("network");
+    blockBrokenPipeSignal();
     network_->run();
   });
 }
@@ -225,6 +251,7 @@ void QuorXmppConnection::Network::run() {
     if (lost_) {
       // Released here, outside libstrophe's own callbacks.
       lost_ = false;
+      discardBrokenPipeSignal();
       release();
       nextAttempt_ = Clock::now() + backoff_;
       backoff_ = std::min(backoff_ * 2, owner_.options_.reconnectLongest);
@@ -349,7 +376,7 @@ void QuorXmppConnection::Network::sendOne(Outgoing outgoing) {
     return;
   }
   auto& payload = outgoing.payload;
-  payload.stanzaId = "quor-" + std::to_string(nextId_++);
+  payload.stanzaId = QuorXmppStanza::uniqueId();
   xmpp_stanza_t* message = QuorXmppStanza::payloadMessage(context_, payload);
   if (!message) {
     if (outgoing.outcome) outgoing.outcome(QuorXmppErrorNotSendable, 0);
@@ -362,7 +389,7 @@ void QuorXmppConnection::Network::sendOne(Outgoing outgoing) {
     outgoing.outcome(0, QuorXmppStanza::wallClockMs());
     return;
   }
-  waiting_[payload.stanzaId] = {std::move(outgoing.outcome),
+  waiting_[payload.stanzaId] = {std::move(outgoing.outcome), payload.peer,
                                 Clock::now() + owner_.options_.sendTimeout};
 }
 
@@ -394,7 +421,13 @@ void QuorXmppConnection::Network::onMessage(xmpp_stanza_t* stanza) {
   const char* id = xmpp_stanza_get_id(stanza);
   const std::string from = xmpp_stanza_get_from(stanza) ? xmpp_stanza_get_from(stanza) : "";
   if (type && std::string(type) == "error") {
-    if (id) finish(id, QuorXmppStanza::errorCodeOf(stanza), 0);
+    // Only the server or the address the message went to may fail it: an error from anyone
+    // else is ignored, whatever id it names.
+    const auto it = id ? waiting_.find(id) : waiting_.end();
+    if (it != waiting_.end() && (from.empty() || from == owner_.domain_ ||
+                                 QuorXmppStanza::bareJid(from) == it->second.peer)) {
+      finish(id, QuorXmppStanza::errorCodeOf(stanza), 0);
+    }
     return;
   }
   // Only the server itself confirms: a confirmation from any other sender is ignored.

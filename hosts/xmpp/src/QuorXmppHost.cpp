@@ -1,6 +1,7 @@
 #include "QuorXmppHost/QuorXmppHost.h"
 
 #include <chrono>
+#include <functional>
 
 #include "QuorCustomerService/Host/KXHostConstants.h"
 #include "QuorXmppHost/QuorDeskJid.h"
@@ -13,6 +14,20 @@ namespace {
 constexpr int32_t kDirectionSend = 1;
 // How many received stanza ids the host remembers to drop a second delivery.
 constexpr std::size_t kRememberedIds = 8192;
+
+// What makes a received message the same as one taken before: its sender, its stanza id, the
+// server's stamp when the server stamps, and its contents. A second delivery of one stanza (a
+// resend after a lost link, the offline store) has all four equal; a new message from a sender
+// that numbers its ids again after a restart differs in its stamp or its contents, so it is
+// never dropped. A message without an id is always taken.
+std::string originKeyOf(const QuorXmppPayload& payload) {
+  if (payload.stanzaId.empty()) return "";
+  const std::size_t contents =
+      std::hash<std::string>{}(payload.objectName + '\0' + payload.body.value_or(""));
+  return payload.peer + " " + payload.stanzaId + " " +
+         (payload.serverStamped ? std::to_string(payload.stamp) : "") + " " +
+         std::to_string(contents);
+}
 
 bool isStored(const std::shared_ptr<KXMessageContent>& content) {
   return content && (content->messagePersistentFlag() & KXMessagePersistentFlagIsPersisted);
@@ -130,8 +145,7 @@ void QuorXmppHost::onLog(int32_t level, const std::string& area, const std::stri
 }
 
 void QuorXmppHost::deliver(const QuorXmppPayload& payload) {
-  const std::string originKey =
-      payload.stanzaId.empty() ? "" : payload.peer + " " + payload.stanzaId;
+  const std::string originKey = originKeyOf(payload);
   if (!originKey.empty() && seenBefore(originKey)) return;
   observeWire(payload, false);
   const std::string deskId = QuorDeskJid::fromJid(payload.peer, deskDomain_);

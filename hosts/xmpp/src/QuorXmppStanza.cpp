@@ -1,8 +1,12 @@
 #include "QuorXmppStanza.h"
 
+#include <sys/random.h>
+
+#include <cerrno>
 #include <chrono>
 #include <cstring>
 #include <ctime>
+#include <random>
 
 #include "QuorXmppHost/QuorXmppErrors.h"
 
@@ -11,6 +15,7 @@ namespace {
 
 constexpr const char* kDelay = "urn:xmpp:delay";
 constexpr const char* kStanzaErrors = "urn:ietf:params:xml:ns:xmpp-stanzas";
+constexpr const char* kStanzaIds = "urn:xmpp:sid:0";
 
 std::string attribute(xmpp_stanza_t* stanza, const char* name) {
   const char* value = xmpp_stanza_get_attribute(stanza, name);
@@ -46,6 +51,28 @@ int64_t QuorXmppStanza::wallClockMs() {
   return std::chrono::duration_cast<std::chrono::milliseconds>(
              std::chrono::system_clock::now().time_since_epoch())
       .count();
+}
+
+std::string QuorXmppStanza::uniqueId() {
+  unsigned char bytes[16] = {};
+  std::size_t filled = 0;
+  while (filled < sizeof bytes) {
+    const ssize_t got = ::getrandom(bytes + filled, sizeof bytes - filled, 0);
+    if (got > 0) {
+      filled += static_cast<std::size_t>(got);
+    } else if (errno != EINTR) {
+      // No getrandom(): the standard library's source of randomness fills the rest.
+      std::random_device device;
+      for (; filled < sizeof bytes; ++filled) bytes[filled] = static_cast<unsigned char>(device());
+    }
+  }
+  static constexpr char kHex[] = "0123456789abcdef";
+  std::string id = "quor-";
+  for (const unsigned char byte : bytes) {
+    id += kHex[byte >> 4];
+    id += kHex[byte & 0x0F];
+  }
+  return id;
 }
 
 std::string QuorXmppStanza::bareJid(const std::string& jid) { return jid.substr(0, jid.find('/')); }
@@ -112,6 +139,9 @@ xmpp_stanza_t* QuorXmppStanza::payloadMessage(xmpp_ctx_t* context, const QuorXmp
     adopt(cs, text);
   }
   adopt(message, cs);
+  xmpp_stanza_t* origin = element(context, "origin-id", kStanzaIds);
+  xmpp_stanza_set_attribute(origin, "id", payload.stanzaId.c_str());
+  adopt(message, origin);
   // Servers archive a message with this hint even though it has no <body>.
   adopt(message, element(context, "store", "urn:xmpp:hints"));
   return message;
@@ -124,7 +154,9 @@ bool QuorXmppStanza::readPayload(xmpp_stanza_t* message, QuorXmppPayload* payloa
   if (payload->objectName.empty()) return false;
   payload->sender = attribute(cs, "sender");
   payload->peer = bareJid(attribute(message, "from"));
-  payload->stanzaId = attribute(message, "id");
+  xmpp_stanza_t* origin = xmpp_stanza_get_child_by_name_and_ns(message, "origin-id", kStanzaIds);
+  payload->stanzaId = origin ? attribute(origin, "id") : "";
+  if (payload->stanzaId.empty()) payload->stanzaId = attribute(message, "id");
   payload->body = std::nullopt;
   if (char* text = xmpp_stanza_get_text(cs)) {
     if (*text) payload->body = std::string(text);
@@ -133,6 +165,7 @@ bool QuorXmppStanza::readPayload(xmpp_stanza_t* message, QuorXmppPayload* payloa
   const int64_t stamp = parseStamp(attribute(cs, "stamp"));
   xmpp_stanza_t* delay = xmpp_stanza_get_child_by_name_and_ns(message, "delay", kDelay);
   payload->offline = delay != nullptr;
+  payload->serverStamped = stamp > 0;
   payload->stamp = stamp > 0 ? stamp : delay ? parseDateTime(attribute(delay, "stamp")) : 0;
   return true;
 }

@@ -16,10 +16,11 @@ class QuorXmppStanza {
   static std::string domainOf(const std::string& jid);
 
   // <message type='chat' to=PEER id=ID><cs xmlns=NS name=NAME [sender=S]>BODY</cs>
-  // <store xmlns='urn:xmpp:hints'/></message>, or null when the body or a name is not valid XML
-  // text (not UTF-8, or a character XML forbids).
+  // <origin-id xmlns='urn:xmpp:sid:0' id=ID/><store xmlns='urn:xmpp:hints'/></message>, or null
+  // when the body or a name is not valid XML text (not UTF-8, or a character XML forbids).
   static xmpp_stanza_t* payloadMessage(xmpp_ctx_t* context, const QuorXmppPayload& payload);
-  // The payload of a received <message>: false when it has none or no name.
+  // The payload of a received <message>: false when it has none or no name. Its stanza id is
+  // the sender's origin id (XEP-0359) when it gives one, else the stanza's id attribute.
   static bool readPayload(xmpp_stanza_t* message, QuorXmppPayload* payload);
   // The server's <confirmed id=ID stamp=MS/>: false when the message is not one.
   static bool readConfirmation(xmpp_stanza_t* message, std::string* id, int64_t* stamp);
@@ -33,6 +34,8 @@ class QuorXmppStanza {
   // An XEP-0082 date-time ("2026-11-23T05:29:30Z", with optional fraction and offset) in ms
   // since the epoch; 0 when it is not one.
   static int64_t parseDateTime(const std::string& text);
+  // A stanza id no sender will ever use again and no one can guess: 128 random bits in hex.
+  static std::string uniqueId();
   // This machine's clock in ms since the epoch: the stamp when the server gives none.
   static int64_t wallClockMs();
   // Whether `text` may stand in XML character data: valid UTF-8 without forbidden characters.

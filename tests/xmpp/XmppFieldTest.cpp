@@ -1,0 +1,169 @@
+// The XMPP path in field conditions: desks that restart, links that reset, and other accounts
+// that try to fail a customer's sends.
+#include <signal.h>
+
+#include <atomic>
+#include <filesystem>
+#include <regex>
+#include <thread>
+
+#include "QuorPrivateServer/QuorTcpProxy.h"
+#include "QuorXmppHost/QuorXmppErrors.h"
+#include "xmpp/XmppFixture.h"
+
+namespace quor::test {
+namespace {
+
+using ::testing::ElementsAre;
+using XmppField = XmppFixture;
+
+// The outcomes of sends: how many succeeded, and the codes of those that failed.
+struct Outcomes {
+  std::atomic<int> succeeded{0};
+  std::mutex mutex;
+  std::vector<int64_t> failed;
+
+  int reported() {
+    std::lock_guard<std::mutex> lock(mutex);
+    return succeeded + static_cast<int>(failed.size());
+  }
+};
+
+void sendCounted(QuorXmppHost& on, const std::string& text, Outcomes& outcomes) {
+  on.sendMessage(
+      KXConversationTypeCustomerService, "quor-shop", KXTextMessage::messageWithContent(text),
+      std::nullopt, std::nullopt, [&outcomes](int64_t) { ++outcomes.succeeded; },
+      [&outcomes](int64_t code, int64_t) {
+        std::lock_guard<std::mutex> lock(outcomes.mutex);
+        outcomes.failed.push_back(code);
+      });
+}
+
+TEST_F(XmppField, ADeskThatRestartsIsHeardByTheSameAndByANewAppProcess) {
+  const std::string store =
+      ::testing::TempDir() + "/restarts-" + std::to_string(::getpid()) + ".sqlite";
+  std::filesystem::remove(store);
+  startDesk();
+  host = makeHost("alice", store, view);
+  start("quor-shop", view);
+  ASSERT_TRUE(eventsReach(view, 2));
+  say(*host, "quor-shop", "where is my order?");
+  ASSERT_TRUE(shownReach(view, 2));
+
+  // The desk program restarts: the same app hears its answers to a new start.
+  startDesk();
+  start("quor-shop", view);
+  ASSERT_TRUE(eventsReach(view, 4));
+  EXPECT_THAT(view.events, ElementsAre("success", "mode(3)", "success", "mode(3)"));
+  say(*host, "quor-shop", "where is my order?");
+  ASSERT_TRUE(shownReach(view, 4));
+
+  // The app restarts on the same store and the desk restarts again: nothing it says is lost.
+  host->logout();
+  QuorHostBase::uninstall();
+  host.reset();
+  startDesk();
+  AppView later;
+  host = makeHost("alice", store, later);
+  start("quor-shop", later);
+  ASSERT_TRUE(eventsReach(later, 2));
+  say(*host, "quor-shop", "where is my order?");
+  ASSERT_TRUE(shownReach(later, 2));
+  EXPECT_EQ(later.shown[1], view.shown[1]);
+  EXPECT_EQ(host->history("quor-shop", 0, 100).size(), 9u);  // 3 greetings, 3 questions, 3 answers
+  std::filesystem::remove(store);
+}
+
+// A customer connected through a proxy that can hold the server's stanzas and slip others in
+// ahead of them.
+class XmppFieldProxy : public XmppField {
+ protected:
+  void SetUp() override {
+    XmppField::SetUp();
+    proxy = QuorTcpProxy::start(server->port());
+    ASSERT_TRUE(proxy);
+  }
+  void TearDown() override {
+    XmppField::TearDown();
+    proxy.reset();
+  }
+  QuorXmppOptions throughProxy(const std::string& user) const {
+    QuorXmppOptions options = accountOptions(user, user + "-pw");
+    options.port = static_cast<uint16_t>(proxy->port());
+    return options;
+  }
+  // The stanza id of the newest text the customer sent, as the proxy saw it.
+  std::string newestSentId() const {
+    const std::string sent = proxy->fromClients();
+    static const std::regex id("<message[^>]* id=[\"'](quor-[^\"']+)[\"']");
+    std::string newest;
+    for (std::sregex_iterator it(sent.begin(), sent.end(), id), end; it != end; ++it) {
+      newest = (*it)[1];
+    }
+    return newest;
+  }
+
+  std::unique_ptr<QuorTcpProxy> proxy;
+};
+
+TEST_F(XmppFieldProxy, OnlyTheServerOrTheRecipientCanFailASend) {
+  startDesk();
+  const QuorXmppOptions connection = throughProxy("alice");
+  host = makeHost("alice", ":memory:", view, &connection);
+  struct Case {
+    const char* from;
+    int64_t expected;  // 0: the send succeeds
+  };
+  const std::string deskJid = QuorDeskJid::toJid("quor-shop", "localhost");
+  for (const Case& c :
+       {Case{"bob@localhost/phone", 0}, Case{"bob@localhost", 0}, Case{"quor-shop@elsewhere", 0},
+        Case{"", QuorXmppErrorNoSuchRecipient}, Case{"localhost", QuorXmppErrorNoSuchRecipient}}) {
+    const std::string from = c.from == std::string("") ? deskJid : c.from;
+    SCOPED_TRACE(from);
+    proxy->holdToClient(true);
+    const std::string before = newestSentId();
+    Outcomes outcomes;
+    sendCounted(*host, "hello", outcomes);
+    ASSERT_TRUE(runUntil([&] { return newestSentId() != before; }));
+    proxy->injectToClient("<message type='error' from='" + from + "' id='" + newestSentId() +
+                          "'><error type='cancel'><item-not-found "
+                          "xmlns='urn:ietf:params:xml:ns:xmpp-stanzas'/></error></message>");
+    proxy->holdToClient(false);
+    ASSERT_TRUE(runUntil([&] { return outcomes.reported() == 1; }));
+    if (c.expected == 0) {
+      EXPECT_EQ(outcomes.succeeded, 1);
+    } else {
+      EXPECT_THAT(outcomes.failed, ElementsAre(c.expected));
+    }
+    host->waitForDelivery();
+    host->mainRunLoop().runUntilIdle();
+    EXPECT_EQ(outcomes.reported(), 1);
+  }
+}
+
+TEST_F(XmppFieldProxy, AServerThatDropsWhileTheAppWritesNeitherKillsItNorLosesAnOutcome) {
+  struct sigaction before {};
+  ::sigaction(SIGPIPE, nullptr, &before);
+  const QuorXmppOptions connection = throughProxy("alice");
+  host = makeHost("alice", ":memory:", view, &connection);
+  const std::string big(60000, 'x');
+  Outcomes outcomes;
+  int sent = 0;
+  for (int cycle = 0; cycle < 8; ++cycle) {
+    ASSERT_TRUE(host->waitUntilOnline(kPatience));
+    for (int i = 0; i < 100; ++i, ++sent) sendCounted(*host, big, outcomes);
+    std::this_thread::sleep_for(std::chrono::milliseconds(2 + cycle));
+    proxy->dropAll();
+  }
+  ASSERT_TRUE(runUntil([&] { return outcomes.reported() == sent; }));
+  host->waitForDelivery();
+  host->mainRunLoop().runUntilIdle();
+  EXPECT_EQ(outcomes.reported(), sent);  // each once
+  EXPECT_TRUE(host->waitUntilOnline(kPatience));
+  struct sigaction after {};
+  ::sigaction(SIGPIPE, nullptr, &after);
+  EXPECT_EQ(after.sa_handler, before.sa_handler);  // the app's disposition is untouched
+}
+
+}  // namespace
+}  // namespace quor::test
