@@ -29,9 +29,10 @@ struct Outcomes {
   }
 };
 
-void sendCounted(QuorXmppHost& on, const std::string& text, Outcomes& outcomes) {
+void sendCounted(QuorXmppHost& on, const std::string& text, Outcomes& outcomes,
+                 const std::string& deskId = "quor-shop") {
   on.sendMessage(
-      KXConversationTypeCustomerService, "quor-shop", KXTextMessage::messageWithContent(text),
+      KXConversationTypeCustomerService, deskId, KXTextMessage::messageWithContent(text),
       std::nullopt, std::nullopt, [&outcomes](int64_t) { ++outcomes.succeeded; },
       [&outcomes](int64_t code, int64_t) {
         std::lock_guard<std::mutex> lock(outcomes.mutex);
@@ -72,6 +73,83 @@ TEST_F(XmppField, ADeskThatRestartsIsHeardByTheSameAndByANewAppProcess) {
   EXPECT_EQ(later.shown[1], view.shown[1]);
   EXPECT_EQ(host->history("quor-shop", 0, 100).size(), 9u);  // 3 greetings, 3 questions, 3 answers
   std::filesystem::remove(store);
+}
+
+// Whether `on` stays connected for the whole of `period`.
+bool staysConnected(QuorXmppHost& on, std::chrono::milliseconds period) {
+  const auto end = std::chrono::steady_clock::now() + period;
+  while (std::chrono::steady_clock::now() < end) {
+    if (on.connectionStatus() != QuorXmppConnectionStatus::Connected) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  return true;
+}
+
+TEST_F(XmppField, TwoDevicesOfOneAccountStayOnAndAStolenResourceEndsOneLogin) {
+  auto phone = bareHost("alice");
+  auto tablet = bareHost("alice");
+  ASSERT_TRUE(phone->waitUntilOnline(kPatience));
+  ASSERT_TRUE(tablet->waitUntilOnline(kPatience));
+  EXPECT_NE(phone->connection().resource(), tablet->connection().resource());
+  EXPECT_TRUE(staysConnected(*phone, std::chrono::milliseconds(1500)));
+  EXPECT_TRUE(staysConnected(*tablet, std::chrono::milliseconds(10)));
+
+  // A login that binds the phone's resource ends the phone's login, which does not fight back.
+  QuorXmppOptions copy = accountOptions("alice", "alice-pw");
+  copy.resource = phone->connection().resource();
+  auto thief = bareHost("alice", &copy);
+  ASSERT_TRUE(thief->waitUntilOnline(kPatience));
+  ASSERT_TRUE(runUntil(
+      *phone, [&] { return phone->connectionStatus() == QuorXmppConnectionStatus::Replaced; }));
+  EXPECT_TRUE(staysConnected(*thief, std::chrono::milliseconds(1500)));
+  EXPECT_EQ(phone->connectionStatus(), QuorXmppConnectionStatus::Replaced);
+  for (auto& on : {phone, tablet, thief}) on->logout();
+}
+
+TEST_F(XmppField, AFullStoreIsLoggedAndHeardAndTheSendsGoOn) {
+  // No desk is on: the server keeps the texts for it, and nothing answers.
+  const std::string store =
+      ::testing::TempDir() + "/full-" + std::to_string(::getpid()) + ".sqlite";
+  std::filesystem::remove(store);
+  QuorXmppHost::Options options;
+  options.connection = accountOptions("alice", "alice-pw");
+  options.storePath = store;
+  options.storeLimitBytes = 64 * 1024;
+  host = QuorXmppHost::create(options, nullptr);
+  ASSERT_TRUE(host);
+  std::atomic<int> errorsLogged{0};
+  host->setLogSink([&](const QuorLogEntry& entry) { errorsLogged += entry.level == 2; }, 2);
+  std::vector<std::string> heard;
+  host->setStoreErrorListener(
+      [&](const std::shared_ptr<KXMessage>& message, const std::string& why) {
+        heard.push_back(why);
+        EXPECT_EQ(message->messageId(), 0);
+      });
+  host->connect();
+  ASSERT_TRUE(host->waitUntilOnline(kPatience));
+  Outcomes outcomes;
+  const std::string line(1000, 'x');
+  for (int i = 0; i < 200; ++i) sendCounted(*host, line, outcomes);
+  ASSERT_TRUE(runUntil([&] { return outcomes.reported() == 200; }));
+  EXPECT_EQ(outcomes.succeeded, 200);
+  ASSERT_TRUE(runUntil([&] { return !heard.empty(); }));
+  EXPECT_EQ(heard[0], "database or disk is full");
+  EXPECT_EQ(static_cast<int>(heard.size()), errorsLogged.load());
+  const auto kept = host->history("quor-shop", 0, 1000);
+  EXPECT_EQ(kept.size() + heard.size(), 200u);
+  for (const auto& entry : kept) EXPECT_EQ(entry.status, QuorDeliveryStatus::Sent);
+  host->logout();
+  std::filesystem::remove(store);
+}
+
+TEST_F(XmppField, AFailedSendStaysFailedInTheHistory) {
+  host = makeHost("alice", ":memory:", view);
+  Outcomes outcomes;
+  sendCounted(*host, "anyone?", outcomes, "ghost-desk");
+  ASSERT_TRUE(runUntil([&] { return outcomes.reported() == 1; }));
+  const auto kept = host->history("ghost-desk");
+  ASSERT_EQ(kept.size(), 1u);
+  EXPECT_EQ(kept[0].status, QuorDeliveryStatus::Failed);
 }
 
 // A customer connected through a proxy that can hold the server's stanzas and slip others in

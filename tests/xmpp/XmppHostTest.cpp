@@ -106,14 +106,15 @@ TEST_F(XmppHost, HistorySurvivesARestartNewestFirstInPages) {
   host = makeHost("alice", store, later);
   const auto newest = host->history("quor-shop", 0, 2);
   ASSERT_EQ(newest.size(), 2u);
-  EXPECT_EQ(textOf(newest[0]),
+  EXPECT_EQ(textOf(newest[0].message),
             "Orders ship within 24 hours; you can follow yours under Me > Orders.");
-  EXPECT_EQ(textOf(newest[1]), "where is my order?");
-  EXPECT_EQ(newest[1]->messageDirection(), 1);
-  EXPECT_GT(newest[1]->sentTime(), 0);  // the server's stamp, kept after the confirmation
-  const auto older = host->history("quor-shop", newest[1]->messageId(), 10);
+  EXPECT_EQ(textOf(newest[1].message), "where is my order?");
+  EXPECT_EQ(newest[1].message->messageDirection(), 1);
+  EXPECT_EQ(newest[1].status, QuorDeliveryStatus::Sent);
+  EXPECT_GT(newest[1].message->sentTime(), 0);  // the server's stamp, kept after the confirmation
+  const auto older = host->history("quor-shop", newest[1].message->messageId(), 10);
   ASSERT_EQ(older.size(), 1u);  // the greeting, inserted locally; signals were never stored
-  EXPECT_EQ(textOf(older[0]), "Hi, I am Ava, the Quor Shop assistant. How can I help?");
+  EXPECT_EQ(textOf(older[0].message), "Hi, I am Ava, the Quor Shop assistant. How can I help?");
   EXPECT_TRUE(host->history("someone-else").empty());
   std::filesystem::remove(store);
 }
@@ -181,7 +182,7 @@ TEST_F(XmppHost, HostileStanzasChangeNothingButWhatTheLibrarysRulesSay) {
   EXPECT_EQ(view.events.size(), 2u);  // no quit, no error
   const auto stored = host->history(QuorDeskJid::fromJid(mallory->bareJid(), "localhost"), 0, 10);
   ASSERT_EQ(stored.size(), 3u);
-  EXPECT_GT(stored[1]->sentTime(), 1);  // the server replaced the forged stamp
+  EXPECT_GT(stored[1].message->sentTime(), 1);  // the server replaced the forged stamp
 }
 
 }  // namespace

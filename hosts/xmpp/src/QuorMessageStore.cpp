@@ -2,6 +2,10 @@
 
 #include <sqlite3.h>
 
+#include <algorithm>
+
+#include "QuorXmppStanza.h"
+
 namespace quor {
 namespace {
 
@@ -19,7 +23,11 @@ constexpr const char* kSchema =
     "  sent_time INTEGER NOT NULL,"
     "  received_status INTEGER NOT NULL,"
     "  origin TEXT UNIQUE);"
-    "CREATE INDEX IF NOT EXISTS messages_by_conversation ON messages(target_id, id);";
+    "CREATE INDEX IF NOT EXISTS messages_by_conversation ON messages(target_id, id);"
+    "CREATE TABLE IF NOT EXISTS facts (name TEXT PRIMARY KEY, value TEXT NOT NULL);";
+// Stores made before messages had a delivery status take this column (every message Sent).
+constexpr const char* kStatusColumn =
+    "ALTER TABLE messages ADD COLUMN status INTEGER NOT NULL DEFAULT 1";
 
 // A prepared statement that finalizes itself.
 class Statement {
@@ -42,6 +50,7 @@ class Statement {
     }
   }
   void bind(int index, int64_t value) { sqlite3_bind_int64(statement_, index, value); }
+  void bind(int index, QuorDeliveryStatus status) { bind(index, static_cast<int64_t>(status)); }
   std::optional<std::string> text(int column) const {
     if (sqlite3_column_type(statement_, column) == SQLITE_NULL) return std::nullopt;
     const auto* bytes = static_cast<const char*>(sqlite3_column_blob(statement_, column));
@@ -55,18 +64,63 @@ class Statement {
 
 }  // namespace
 
-std::unique_ptr<QuorMessageStore> QuorMessageStore::open(const std::string& path,
+std::unique_ptr<QuorMessageStore> QuorMessageStore::open(const Options& options,
                                                          std::string* error) {
   sqlite3* database = nullptr;
   const int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_FULLMUTEX;
-  if (sqlite3_open_v2(path.c_str(), &database, flags, nullptr) != SQLITE_OK ||
+  if (sqlite3_open_v2(options.path.c_str(), &database, flags, nullptr) != SQLITE_OK ||
       sqlite3_exec(database, kSchema, nullptr, nullptr, nullptr) != SQLITE_OK) {
-    if (error) *error = path + ": " + (database ? sqlite3_errmsg(database) : "cannot open");
+    if (error) {
+      *error = options.path + ": " + (database ? sqlite3_errmsg(database) : "cannot open");
+    }
     sqlite3_close(database);
     return nullptr;
   }
+  // Fails harmlessly when the column is there.
+  sqlite3_exec(database, kStatusColumn, nullptr, nullptr, nullptr);
   sqlite3_busy_timeout(database, 2000);
-  return std::unique_ptr<QuorMessageStore>(new QuorMessageStore(database));
+  std::unique_ptr<QuorMessageStore> store(new QuorMessageStore(database));
+  if (!store->claim(options.account, error)) return nullptr;
+  sqlite3_exec(database, "UPDATE messages SET status = 2 WHERE status = 0", nullptr, nullptr,
+               nullptr);
+  if (options.limitBytes > 0) {
+    Statement pageSize(database, "PRAGMA page_size");
+    const int64_t page = pageSize && sqlite3_step(pageSize.get()) == SQLITE_ROW
+                             ? sqlite3_column_int64(pageSize.get(), 0)
+                             : 4096;
+    const std::string limit = "PRAGMA max_page_count = " +
+                              std::to_string(std::max<int64_t>(1, options.limitBytes / page));
+    sqlite3_exec(database, limit.c_str(), nullptr, nullptr, nullptr);
+  }
+  return store;
+}
+
+bool QuorMessageStore::claim(const std::string& account, std::string* error) {
+  auto fact = [this](const char* name) -> std::optional<std::string> {
+    Statement read(database_, "SELECT value FROM facts WHERE name = ?");
+    read.bind(1, std::optional<std::string>(name));
+    if (!read || sqlite3_step(read.get()) != SQLITE_ROW) return std::nullopt;
+    return read.text(0);
+  };
+  auto keep = [this](const char* name, const std::string& value) {
+    Statement write(database_, "INSERT OR REPLACE INTO facts (name, value) VALUES (?, ?)");
+    write.bind(1, std::optional<std::string>(name));
+    write.bind(2, std::optional<std::string>(value));
+    return write && sqlite3_step(write.get()) == SQLITE_DONE;
+  };
+  const auto owner = fact("account");
+  if (owner && *owner != account) {
+    if (error) *error = "the store belongs to " + *owner + ", not to " + account;
+    return false;
+  }
+  if (!owner && !keep("account", account)) {
+    if (error) *error = std::string("cannot write the store: ") + sqlite3_errmsg(database_);
+    return false;
+  }
+  const auto resource = fact("resource");
+  deviceResource_ = resource ? *resource : "quor-cs-" + QuorXmppStanza::uniqueId().substr(5, 12);
+  if (!resource) keep("resource", deviceResource_);
+  return true;
 }
 
 QuorMessageStore::~QuorMessageStore() { sqlite3_close(database_); }
@@ -76,9 +130,9 @@ QuorMessageStore::Insert QuorMessageStore::insert(QuorStoredMessage& message,
   std::lock_guard<std::mutex> lock(mutex_);
   Statement statement(database_,
                       "INSERT OR IGNORE INTO messages (conversation_type, target_id, direction, "
-                      "sender_user_id, object_name, body, sent_time, received_status, origin) "
-                      "VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?)");
-  if (!statement) return Insert::Failed;
+                      "sender_user_id, object_name, body, sent_time, received_status, origin, "
+                      "status) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
+  if (!statement) return failed();
   statement.bind(1, message.conversationType);
   statement.bind(2, std::optional<std::string>(message.targetId));
   statement.bind(3, message.direction);
@@ -88,19 +142,34 @@ QuorMessageStore::Insert QuorMessageStore::insert(QuorStoredMessage& message,
   statement.bind(7, message.sentTime);
   statement.bind(8, message.receivedStatus);
   statement.bind(9, originKey.empty() ? std::nullopt : std::optional<std::string>(originKey));
-  if (sqlite3_step(statement.get()) != SQLITE_DONE) return Insert::Failed;
+  statement.bind(10, message.status);
+  if (sqlite3_step(statement.get()) != SQLITE_DONE) return failed();
   if (sqlite3_changes(database_) == 0) return Insert::Duplicate;
   message.id = sqlite3_last_insert_rowid(database_);
   return Insert::Stored;
 }
 
-bool QuorMessageStore::setSentTime(int64_t id, int64_t sentTime) {
+bool QuorMessageStore::setOutcome(int64_t id, QuorDeliveryStatus status, int64_t sentTime) {
   std::lock_guard<std::mutex> lock(mutex_);
-  Statement statement(database_, "UPDATE messages SET sent_time = ? WHERE id = ?");
-  if (!statement) return false;
-  statement.bind(1, sentTime);
-  statement.bind(2, id);
-  return sqlite3_step(statement.get()) == SQLITE_DONE;
+  Statement statement(database_, "UPDATE messages SET status = ?, sent_time = ? WHERE id = ?");
+  if (statement) {
+    statement.bind(1, status);
+    statement.bind(2, sentTime);
+    statement.bind(3, id);
+    if (sqlite3_step(statement.get()) == SQLITE_DONE) return true;
+  }
+  failed();
+  return false;
+}
+
+QuorMessageStore::Insert QuorMessageStore::failed() {
+  lastError_ = sqlite3_errmsg(database_);
+  return Insert::Failed;
+}
+
+std::string QuorMessageStore::lastError() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return lastError_;
 }
 
 std::vector<QuorStoredMessage> QuorMessageStore::page(const std::string& targetId, int64_t beforeId,
@@ -110,7 +179,7 @@ std::vector<QuorStoredMessage> QuorMessageStore::page(const std::string& targetI
   std::lock_guard<std::mutex> lock(mutex_);
   Statement statement(database_,
                       "SELECT id, conversation_type, target_id, direction, sender_user_id, "
-                      "object_name, body, sent_time, received_status FROM messages "
+                      "object_name, body, sent_time, received_status, status FROM messages "
                       "WHERE target_id = ? AND id < ? ORDER BY id DESC LIMIT ?");
   if (!statement) return messages;
   statement.bind(1, std::optional<std::string>(targetId));
@@ -128,6 +197,7 @@ std::vector<QuorStoredMessage> QuorMessageStore::page(const std::string& targetI
     message.body = statement.text(6);
     message.sentTime = sqlite3_column_int64(row, 7);
     message.receivedStatus = sqlite3_column_int(row, 8);
+    message.status = static_cast<QuorDeliveryStatus>(sqlite3_column_int(row, 9));
     messages.push_back(std::move(message));
   }
   return messages;

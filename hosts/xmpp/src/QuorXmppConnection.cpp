@@ -112,13 +112,15 @@ class QuorXmppConnection::Network {
   void failAll(int64_t errorCode);
   void expire();
   int pollTimeoutMs() const;
-  void onConnection(xmpp_conn_event_t event);
+  // `replaced`: the server ended the stream because another login took this resource.
+  void onConnection(xmpp_conn_event_t event, bool replaced);
   void onMessage(xmpp_stanza_t* stanza);
   void onDisco(xmpp_stanza_t* stanza);
 
-  static void connectionHandler(xmpp_conn_t*, xmpp_conn_event_t event, int, xmpp_stream_error_t*,
-                                void* self) {
-    static_cast<Network*>(self)->onConnection(event);
+  static void connectionHandler(xmpp_conn_t*, xmpp_conn_event_t event, int,
+                                xmpp_stream_error_t* streamError, void* self) {
+    static_cast<Network*>(self)->onConnection(event,
+                                              streamError && streamError->type == XMPP_SE_CONFLICT);
   }
   static int messageHandler(xmpp_conn_t*, xmpp_stanza_t* stanza, void* self) {
     static_cast<Network*>(self)->onMessage(stanza);
@@ -137,6 +139,8 @@ class QuorXmppConnection::Network {
   bool online_ = false;
   bool lost_ = false;
   bool discoAnswered_ = false;
+  // Another login of the account took this resource: this login ends, nothing reconnects.
+  bool replaced_ = false;
   std::map<std::string, Waiting> waiting_;
   std::chrono::milliseconds backoff_;
   Clock::time_point nextAttempt_ = Clock::now();
@@ -145,6 +149,8 @@ class QuorXmppConnection::Network {
 QuorXmppConnection::QuorXmppConnection(QuorXmppOptions options, Events& events)
     : options_(std::move(options)), events_(events) {
   bareJid_ = QuorXmppStanza::bareJid(options_.jid);
+  resource_ = options_.resource.empty() ? "quor-cs-" + QuorXmppStanza::uniqueId().substr(5, 12)
+                                        : options_.resource;
   domain_ = QuorXmppStanza::domainOf(options_.jid);
   wakeFd_ = ::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
 }
@@ -234,7 +240,7 @@ void QuorXmppConnection::Network::run() {
       std::lock_guard<std::mutex> lock(owner_.mutex_);
       if (owner_.stopping_) break;
     }
-    if (!connection_ && Clock::now() >= nextAttempt_) connect();
+    if (!connection_ && !replaced_ && Clock::now() >= nextAttempt_) connect();
     sendQueued();
     expire();
     pollfd fds[2] = {{owner_.wakeFd_, POLLIN, 0}, {socket_, POLLIN, 0}};
@@ -263,7 +269,7 @@ void QuorXmppConnection::Network::run() {
     for (int i = 0; i < 20 && connection_ && !lost_; ++i) xmpp_run_once(context_, 5);
   }
   release();
-  setStatus(QuorXmppConnectionStatus::SignedOut);
+  if (!replaced_) setStatus(QuorXmppConnectionStatus::SignedOut);
   socketOfThisThread = nullptr;
 }
 
@@ -285,7 +291,7 @@ void QuorXmppConnection::Network::connect() {
   if (options.tls == QuorXmppOptions::Tls::Required) flags |= XMPP_CONN_FLAG_MANDATORY_TLS;
   if (options.trustSelfSignedCertificate) flags |= XMPP_CONN_FLAG_TRUST_TLS;
   xmpp_conn_set_flags(connection_, flags);
-  const std::string full = owner_.bareJid_ + "/" + options.resource;
+  const std::string full = owner_.bareJid_ + "/" + owner_.resource_;
   xmpp_conn_set_jid(connection_, full.c_str());
   xmpp_conn_set_pass(connection_, options.password.c_str());
   xmpp_conn_set_sockopt_callback(connection_, onSocket);
@@ -320,7 +326,7 @@ void QuorXmppConnection::Network::setStatus(QuorXmppConnectionStatus status) {
   owner_.events_.onStatus(status);
 }
 
-void QuorXmppConnection::Network::onConnection(xmpp_conn_event_t event) {
+void QuorXmppConnection::Network::onConnection(xmpp_conn_event_t event, bool replaced) {
   if (event == XMPP_CONN_CONNECT) {
     online_ = true;
     backoff_ = owner_.options_.reconnectFirst;
@@ -339,6 +345,14 @@ void QuorXmppConnection::Network::onConnection(xmpp_conn_event_t event) {
     online_ = false;
     lost_ = true;
     failAll(QuorXmppErrorConnectionLost);
+    if (replaced) {
+      replaced_ = true;
+      owner_.events_.onLog(3, "xmpp",
+                           "another login of " + owner_.bareJid_ + " took the resource " +
+                               owner_.resource_ + "; this login ends");
+      setStatus(QuorXmppConnectionStatus::Replaced);
+      return;
+    }
     setStatus(QuorXmppConnectionStatus::Disconnected);
   }
 }

@@ -36,8 +36,14 @@ bool isStored(const std::shared_ptr<KXMessageContent>& content) {
 }  // namespace
 
 std::shared_ptr<QuorXmppHost> QuorXmppHost::create(Options options, std::string* error) {
-  auto store = QuorMessageStore::open(options.storePath, error);
+  QuorMessageStore::Options storeOptions;
+  storeOptions.path = options.storePath;
+  storeOptions.account = QuorXmppStanza::bareJid(options.connection.jid);
+  storeOptions.limitBytes = options.storeLimitBytes;
+  auto store = QuorMessageStore::open(storeOptions, error);
   if (!store) return nullptr;
+  // A device keeps its own resource, so that two devices of one account never take turns.
+  if (options.connection.resource.empty()) options.connection.resource = store->deviceResource();
   return std::shared_ptr<QuorXmppHost>(new QuorXmppHost(std::move(options), std::move(store)));
 }
 
@@ -100,8 +106,10 @@ void QuorXmppHost::transmit(QuorOutgoingSend send, std::shared_ptr<QuorPendingSe
                              send.objectName,
                              send.body,
                              0,
-                             0};
-    if (store(stored, "")) record->setMessageId(stored.id);
+                             0,
+                             QuorDeliveryStatus::Pending};
+    if (store(stored, "", record) == QuorMessageStore::Insert::Stored)
+      record->setMessageId(stored.id);
   }
   std::shared_ptr<QuorXmppPayload> sent;
   {
@@ -111,7 +119,9 @@ void QuorXmppHost::transmit(QuorOutgoingSend send, std::shared_ptr<QuorPendingSe
   }
   connection_->send(std::move(payload), [this, pending, sent](int64_t errorCode, int64_t stamp) {
     delivery_->post([this, pending, sent, errorCode, stamp] {
+      const int64_t id = pending->record()->messageId();
       if (errorCode != 0) {
+        if (id != 0) keepOutcome(id, QuorDeliveryStatus::Failed, 0);
         pending->fail(errorCode);
         return;
       }
@@ -121,7 +131,7 @@ void QuorXmppHost::transmit(QuorOutgoingSend send, std::shared_ptr<QuorPendingSe
       }
       const auto& sent = pending->record();
       sent->setSentTime(stamp);
-      if (sent->messageId() != 0) store_->setSentTime(sent->messageId(), stamp);
+      if (id != 0) keepOutcome(id, QuorDeliveryStatus::Sent, stamp);
       pending->succeed();
     });
   });
@@ -167,7 +177,7 @@ void QuorXmppHost::deliver(const QuorXmppPayload& payload) {
                              payload.body,
                              message->sentTime(),
                              0};
-    const auto inserted = store_->insert(stored, originKey);
+    const auto inserted = store(stored, originKey, message);
     // Stored before, by an earlier run of the host: the application has seen it.
     if (inserted == QuorMessageStore::Insert::Duplicate) return;
     if (inserted == QuorMessageStore::Insert::Stored) message->setMessageId(stored.id);
@@ -200,8 +210,34 @@ bool QuorXmppHost::seenBefore(const std::string& originKey) {
   return false;
 }
 
-bool QuorXmppHost::store(QuorStoredMessage& stored, const std::string& originKey) {
-  return store_->insert(stored, originKey) == QuorMessageStore::Insert::Stored;
+QuorMessageStore::Insert QuorXmppHost::store(QuorStoredMessage& stored,
+                                             const std::string& originKey,
+                                             const std::shared_ptr<KXMessage>& record) {
+  const auto inserted = store_->insert(stored, originKey);
+  if (inserted != QuorMessageStore::Insert::Failed) return inserted;
+  // Never a silent loss: the log says it at error level and the app hears it.
+  const std::string reason = store_->lastError();
+  writeEntry({threadName(), KXLogLevelError, 0, "QuorXmppHost",
+              "cannot store a message of " + stored.targetId + ": " + reason});
+  StoreErrorListener listener;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    listener = storeErrorListener_;
+  }
+  if (listener) post([listener, record, reason] { listener(record, reason); });
+  return inserted;
+}
+
+void QuorXmppHost::keepOutcome(int64_t id, QuorDeliveryStatus status, int64_t sentTime) {
+  if (store_->setOutcome(id, status, sentTime)) return;
+  writeEntry(
+      {threadName(), KXLogLevelError, 0, "QuorXmppHost",
+       "cannot store the outcome of message " + std::to_string(id) + ": " + store_->lastError()});
+}
+
+void QuorXmppHost::setStoreErrorListener(StoreErrorListener listener) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  storeErrorListener_ = std::move(listener);
 }
 
 std::shared_ptr<KXMessage> QuorXmppHost::insertIncomingMessage(
@@ -217,9 +253,10 @@ std::shared_ptr<KXMessage> QuorXmppHost::insertIncomingMessage(
                            content->encode(),
                            QuorXmppStanza::wallClockMs(),
                            receivedStatus};
-  if (!store(stored, "")) return nullptr;
   auto record = std::make_shared<KXMessage>(conversationType, targetId, KXMessageDirectionReceive,
-                                            stored.id, std::move(content));
+                                            0, std::move(content));
+  if (store(stored, "", record) != QuorMessageStore::Insert::Stored) return nullptr;
+  record->setMessageId(stored.id);
   record->setSenderUserId(senderUserId);
   record->setReceivedStatus(receivedStatus);
   record->setSentTime(stored.sentTime);
@@ -237,14 +274,14 @@ void QuorXmppHost::onReceiveFakeMessage(std::shared_ptr<KXMessage> message) {
   notifyListeners(message);
 }
 
-std::vector<std::shared_ptr<KXMessage>> QuorXmppHost::history(const std::string& deskId,
+std::vector<QuorXmppHost::HistoryEntry> QuorXmppHost::history(const std::string& deskId,
                                                               int64_t beforeMessageId,
                                                               int count) const {
-  std::vector<std::shared_ptr<KXMessage>> records;
+  std::vector<HistoryEntry> entries;
   for (const auto& stored : store_->page(deskId, beforeMessageId, count)) {
-    records.push_back(recordOf(stored));
+    entries.push_back({recordOf(stored), stored.status});
   }
-  return records;
+  return entries;
 }
 
 std::shared_ptr<KXMessage> QuorXmppHost::recordOf(const QuorStoredMessage& stored) const {

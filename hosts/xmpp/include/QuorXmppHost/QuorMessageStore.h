@@ -13,6 +13,13 @@ struct sqlite3;
 
 namespace quor {
 
+// Where a stored message stands on its way out. A received message is Sent.
+enum class QuorDeliveryStatus : int32_t {
+  Pending = 0,  // handed to the connection, no outcome yet
+  Sent = 1,     // confirmed by the server (its sentTime is the server's stamp)
+  Failed = 2,   // its send failed, or the process ended before it had an outcome
+};
+
 // One stored message: what a host needs to rebuild its record. A plain value.
 struct QuorStoredMessage {
   int64_t id = 0;  // the store's id, which is the host's message id
@@ -24,36 +31,55 @@ struct QuorStoredMessage {
   KXData body;
   int64_t sentTime = 0;
   int32_t receivedStatus = 0;
+  QuorDeliveryStatus status = QuorDeliveryStatus::Sent;
 };
 
-// The conversations a host keeps, in one SQLite database in WAL mode: each message once, under
-// an id that grows with every insert. A received message carries an origin key (its sender
-// and stanza id), and a second message with the same key is not stored again.
+// The conversations of one account, in one SQLite database in WAL mode: each message once,
+// under an id that grows with every insert, with its delivery status. A received message
+// carries an origin key (QuorXmppHost's), and a second message with the same key is not
+// stored again. The store belongs to the account that first opened it and keeps that
+// account's device resource.
 //
 // Threads: every operation may be called from any thread; one lock orders them.
 class QuorMessageStore {
  public:
-  // The store in the file `path` (created when missing; ":memory:" keeps it in memory), or
-  // null with the reason in `error`.
-  static std::unique_ptr<QuorMessageStore> open(const std::string& path, std::string* error);
+  struct Options {
+    std::string path;        // created when missing; ":memory:" keeps it in memory
+    std::string account;     // the bare JID it belongs to
+    int64_t limitBytes = 0;  // the largest the database may grow; 0: no limit but the disk's
+  };
+  // The store, or null with the reason in `error` (it does not open, or it belongs to another
+  // account). Messages an earlier process left Pending become Failed.
+  static std::unique_ptr<QuorMessageStore> open(const Options& options, std::string* error);
   ~QuorMessageStore();
   QuorMessageStore(const QuorMessageStore&) = delete;
   QuorMessageStore& operator=(const QuorMessageStore&) = delete;
 
   enum class Insert { Stored, Duplicate, Failed };
-  // Stores `message` (its id is ignored) and sets its id on success.
+  // Stores `message` (its id is ignored) and sets its id on success. On failure (a full disk,
+  // say) lastError() tells why.
   Insert insert(QuorStoredMessage& message, const std::string& originKey = "");
-  bool setSentTime(int64_t id, int64_t sentTime);
+  // Records a send's outcome: its status and, when sent, the server's stamp.
+  bool setOutcome(int64_t id, QuorDeliveryStatus status, int64_t sentTime);
   // One page of a conversation, newest first: at most `count` messages with ids below
   // `beforeId` (0: from the newest).
   std::vector<QuorStoredMessage> page(const std::string& targetId, int64_t beforeId,
                                       int count) const;
+  // This device's resource for the account: made once, then kept.
+  const std::string& deviceResource() const { return deviceResource_; }
+  // Why the newest write failed.
+  std::string lastError() const;
 
  private:
   explicit QuorMessageStore(sqlite3* database) : database_(database) {}
+  bool claim(const std::string& account, std::string* error);
+  // Under the lock: keeps the database's reason for the failed write.
+  Insert failed();
 
   mutable std::mutex mutex_;
   sqlite3* database_;
+  std::string deviceResource_;
+  std::string lastError_;
 };
 
 }  // namespace quor

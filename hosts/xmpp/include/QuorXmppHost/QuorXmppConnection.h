@@ -67,6 +67,8 @@ class QuorXmppConnection {
   // The account's bare JID and its domain.
   const std::string& bareJid() const { return bareJid_; }
   const std::string& domain() const { return domain_; }
+  // The resource this connection binds (the options', else one made for this object).
+  const std::string& resource() const { return resource_; }
   // Whether the server confirms sends (its stamping module is loaded); known once online.
   bool serverStamps() const { return serverStamps_.load(); }
 
@@ -82,6 +84,7 @@ class QuorXmppConnection {
   const QuorXmppOptions options_;
   Events& events_;
   std::string bareJid_;
+  std::string resource_;
   std::string domain_;
   std::atomic<QuorXmppConnectionStatus> status_{QuorXmppConnectionStatus::Disconnected};
   std::atomic<bool> serverStamps_{false};

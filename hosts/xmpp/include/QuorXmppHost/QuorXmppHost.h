@@ -57,6 +57,9 @@ class QuorXmppHost : public QuorHostBase, private QuorXmppConnection::Events {
     std::string storePath = ":memory:";
     // The domain of the desks' accounts; empty takes the account's own domain.
     std::string deskDomain;
+    // The largest the store may grow, in bytes; 0: as large as the disk allows. A message that
+    // does not fit is not stored (see setStoreErrorListener).
+    int64_t storeLimitBytes = 0;
   };
 
   // A host that is not yet connected, or null with the reason in `error` (the store did not
@@ -80,11 +83,23 @@ class QuorXmppHost : public QuorHostBase, private QuorXmppConnection::Events {
   // The JID a desk id maps to; "" when it maps to none.
   std::string jidOfDesk(const std::string& deskId) const;
 
+  // A stored message and where it stands: a sent message is Pending until its outcome, then
+  // Sent or Failed; a received one is Sent.
+  struct HistoryEntry {
+    std::shared_ptr<KXMessage> message;
+    QuorDeliveryStatus status;
+  };
   // One page of a conversation's history, newest first: at most `count` messages older than
   // the message `beforeMessageId` (0: from the newest).
-  std::vector<std::shared_ptr<KXMessage>> history(const std::string& deskId,
-                                                  int64_t beforeMessageId = 0,
-                                                  int count = 20) const;
+  std::vector<HistoryEntry> history(const std::string& deskId, int64_t beforeMessageId = 0,
+                                    int count = 20) const;
+
+  // Hears every message that should have been stored and could not be (a full disk, say), with
+  // the store's reason, on the main thread; the message is shown and sent as usual, with
+  // message id 0. The log has an error entry for each too.
+  using StoreErrorListener =
+      std::function<void(const std::shared_ptr<KXMessage>& message, const std::string& reason)>;
+  void setStoreErrorListener(StoreErrorListener listener);
 
   // Sees every payload the host sends (fromClient) or receives, on the delivery thread (a
   // send once the server confirmed it). For tools that print the wire.
@@ -119,7 +134,10 @@ class QuorXmppHost : public QuorHostBase, private QuorXmppConnection::Events {
   // Whether a message with this origin key was taken before (and remembers it if not).
   bool seenBefore(const std::string& originKey);
   std::shared_ptr<KXMessage> recordOf(const QuorStoredMessage& stored) const;
-  bool store(QuorStoredMessage& stored, const std::string& originKey);
+  // Stores a message; a failure is logged and reported to the store error listener.
+  QuorMessageStore::Insert store(QuorStoredMessage& stored, const std::string& originKey,
+                                 const std::shared_ptr<KXMessage>& record);
+  void keepOutcome(int64_t id, QuorDeliveryStatus status, int64_t sentTime);
   void observeWire(const QuorXmppPayload& payload, bool fromClient) const;
 
   const Options options_;
@@ -131,6 +149,7 @@ class QuorXmppHost : public QuorHostBase, private QuorXmppConnection::Events {
   std::unique_ptr<QuorMessageStore> store_;
   mutable std::mutex mutex_;
   WireObserver wireObserver_;
+  StoreErrorListener storeErrorListener_;
   std::unordered_set<std::string> seen_;
   std::deque<std::string> seenOrder_;
   // The destructor stops the connection, then ends the delivery thread, then frees the

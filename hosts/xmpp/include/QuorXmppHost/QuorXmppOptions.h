@@ -24,8 +24,10 @@ struct QuorXmppOptions {
   std::chrono::milliseconds reconnectLongest{10000};
   // A send that the server has not confirmed in this time fails with QuorXmppErrorTimeout.
   std::chrono::milliseconds sendTimeout{10000};
-  // The resource of the connection.
-  std::string resource = "quor-cs";
+  // The resource of the connection: one per device, so that two devices of one account never
+  // take turns. Empty: QuorXmppHost uses the one its store keeps for this device; a bare
+  // QuorXmppConnection makes one for itself ("quor-cs-" and 12 random hex digits).
+  std::string resource;
 };
 
 }  // namespace quor

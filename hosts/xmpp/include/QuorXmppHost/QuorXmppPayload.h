@@ -30,6 +30,7 @@ enum class QuorXmppConnectionStatus : int64_t {
   Connecting = 1,
   Disconnected = 2,  // lost or failed; reconnecting with backoff
   SignedOut = 3,     // stopped by the application
+  Replaced = 4,      // another login of the account took this resource; no reconnection
 };
 
 }  // namespace quor

@@ -1,0 +1,97 @@
+// The XMPP host's store on its own: whose it is, what a device keeps, and delivery statuses.
+#include <gmock/gmock.h>
+#include <unistd.h>
+
+#include <filesystem>
+
+#include "QuorXmppHost/QuorMessageStore.h"
+
+namespace quor::test {
+namespace {
+
+class MessageStore : public ::testing::Test {
+ protected:
+  void SetUp() override { std::filesystem::remove(path); }
+  void TearDown() override {
+    for (const char* suffix : {"", "-wal", "-shm"}) std::filesystem::remove(path + suffix);
+  }
+  std::unique_ptr<QuorMessageStore> open(const std::string& account, std::string* error = nullptr,
+                                         int64_t limitBytes = 0) {
+    return QuorMessageStore::open({path, account, limitBytes}, error);
+  }
+  static QuorStoredMessage text(QuorDeliveryStatus status, const std::string& body = "hi") {
+    QuorStoredMessage message;
+    message.conversationType = 5;
+    message.targetId = "quor-shop";
+    message.direction = 1;
+    message.objectName = "KX:TxtMsg";
+    message.body = body;
+    message.status = status;
+    return message;
+  }
+
+  const std::string path =
+      ::testing::TempDir() + "/store-" + std::to_string(::getpid()) + ".sqlite";
+};
+
+TEST_F(MessageStore, BelongsToOneAccountAndKeepsItsDeviceResource) {
+  std::string resource;
+  {
+    auto alice = open("alice@localhost");
+    ASSERT_TRUE(alice);
+    resource = alice->deviceResource();
+    EXPECT_THAT(resource, ::testing::MatchesRegex("quor-cs-[0-9a-f]{12}"));
+  }
+  std::string error;
+  EXPECT_FALSE(open("bob@localhost", &error));
+  EXPECT_EQ(error, "the store belongs to alice@localhost, not to bob@localhost");
+  auto again = open("alice@localhost");
+  ASSERT_TRUE(again);
+  EXPECT_EQ(again->deviceResource(), resource);
+  // Another device (another store) has another resource.
+  EXPECT_NE(QuorMessageStore::open({":memory:", "alice@localhost", 0}, nullptr)->deviceResource(),
+            resource);
+}
+
+TEST_F(MessageStore, KeepsEachSendsStatusAndFailsWhatAnEarlierProcessLeftPending) {
+  std::vector<int64_t> ids;
+  {
+    auto store = open("alice@localhost");
+    for (int i = 0; i < 4; ++i) {
+      auto message = text(QuorDeliveryStatus::Pending);
+      ASSERT_EQ(store->insert(message), QuorMessageStore::Insert::Stored);
+      ids.push_back(message.id);
+    }
+    ASSERT_TRUE(store->setOutcome(ids[0], QuorDeliveryStatus::Sent, 1234));
+    ASSERT_TRUE(store->setOutcome(ids[1], QuorDeliveryStatus::Failed, 0));
+    const auto page = store->page("quor-shop", 0, 10);
+    ASSERT_EQ(page.size(), 4u);
+    EXPECT_EQ(page[3].status, QuorDeliveryStatus::Sent);
+    EXPECT_EQ(page[3].sentTime, 1234);
+    EXPECT_EQ(page[2].status, QuorDeliveryStatus::Failed);
+    EXPECT_EQ(page[0].status, QuorDeliveryStatus::Pending);
+  }
+  const auto page = open("alice@localhost")->page("quor-shop", 0, 10);
+  std::vector<QuorDeliveryStatus> statuses;
+  for (const auto& message : page) statuses.push_back(message.status);
+  EXPECT_THAT(statuses,
+              ::testing::ElementsAre(QuorDeliveryStatus::Failed, QuorDeliveryStatus::Failed,
+                                     QuorDeliveryStatus::Failed, QuorDeliveryStatus::Sent));
+}
+
+TEST_F(MessageStore, AFullStoreRefusesWithAReasonAndKeepsWhatItHolds) {
+  auto store = open("alice@localhost", nullptr, 64 * 1024);
+  int stored = 0, failed = 0;
+  for (int i = 0; i < 200; ++i) {
+    auto message = text(QuorDeliveryStatus::Sent, std::string(1000, 'x'));
+    const auto inserted = store->insert(message);
+    inserted == QuorMessageStore::Insert::Stored ? ++stored : ++failed;
+  }
+  EXPECT_GT(stored, 10);
+  EXPECT_GT(failed, 0);
+  EXPECT_EQ(store->lastError(), "database or disk is full");
+  EXPECT_EQ(store->page("quor-shop", 0, 1000).size(), static_cast<std::size_t>(stored));
+}
+
+}  // namespace
+}  // namespace quor::test
