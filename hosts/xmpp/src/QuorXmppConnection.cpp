@@ -1,20 +1,28 @@
 #include "QuorXmppHost/QuorXmppConnection.h"
 
+#include <netdb.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
 #include <pthread.h>
 #include <signal.h>
-#include <strophe.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
 #include <map>
+#include <optional>
 #include <vector>
 
 #include "QuorHostBase/QuorHostBase.h"
+#include "QuorSaslClient.h"
+#include "QuorStreamManagement.h"
+#include "QuorTlsLayer.h"
+#include "QuorXmlStream.h"
 #include "QuorXmppHost/QuorXmppErrors.h"
 #include "QuorXmppStanza.h"
 
@@ -22,26 +30,27 @@ namespace quor {
 namespace {
 
 using Clock = std::chrono::steady_clock;
+constexpr const char* kStreams = "http://etherx.jabber.org/streams";
+constexpr const char* kStreamErrors = "urn:ietf:params:xml:ns:xmpp-streams";
+constexpr const char* kTls = "urn:ietf:params:xml:ns:xmpp-tls";
+constexpr const char* kSasl = "urn:ietf:params:xml:ns:xmpp-sasl";
+constexpr const char* kBind = "urn:ietf:params:xml:ns:xmpp-bind";
+constexpr const char* kSession = "urn:ietf:params:xml:ns:xmpp-session";
+constexpr const char* kPing = "urn:xmpp:ping";
+constexpr const char* kBindId = "quor-bind";
+constexpr const char* kSessionId = "quor-session";
 constexpr const char* kDiscoId = "quor-disco";
-// Without a wake-up from the outbox the loop still looks at timers this often.
-constexpr int kIdlePollMs = 50;
-
-// The connection whose network thread is running: libstrophe's socket callback has no user data.
-thread_local int* socketOfThisThread = nullptr;
-
-int onSocket(xmpp_conn_t* /*conn*/, void* socket) {
-  const int fd = *static_cast<int*>(socket);
-  // Small stanzas must leave at once: without this a round trip waits for delayed ACKs.
-  const int on = 1;
-  ::setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-  if (socketOfThisThread) *socketOfThisThread = fd;
-  return 0;
-}
+constexpr const char* kPingId = "quor-ping";
+// Our stanzas the server has not acknowledged before the connection asks it to.
+constexpr std::size_t kAskForAckAfter = 16;
+// How long a logout waits for the server to end its side of the stream.
+constexpr std::chrono::milliseconds kGoodbyePatience{200};
+// The most bytes read from the socket before the loop looks at its other work.
+constexpr std::size_t kReadBudget = 1024 * 1024;
 
 // A write to a connection the peer reset raises SIGPIPE in the writing thread, whose default
-// action ends the process. libstrophe and OpenSSL write without MSG_NOSIGNAL, so the network
-// thread blocks SIGPIPE for itself (the write then fails with EPIPE and the loss is handled as
-// any other) and leaves the process's dispositions alone.
+// action ends the process. The network thread writes with MSG_NOSIGNAL and, for any code that
+// might not, blocks SIGPIPE for itself, leaving the process's dispositions alone.
 void blockBrokenPipeSignal() {
   sigset_t pipe;
   sigemptyset(&pipe);
@@ -49,101 +58,109 @@ void blockBrokenPipeSignal() {
   pthread_sigmask(SIG_BLOCK, &pipe, nullptr);
 }
 
-// Takes a SIGPIPE left pending on this thread by a failed write, so none stays behind.
-void discardBrokenPipeSignal() {
-  sigset_t pipe;
-  sigemptyset(&pipe);
-  sigaddset(&pipe, SIGPIPE);
-  sigset_t pending;
-  sigemptyset(&pending);
-  if (sigpending(&pending) != 0 || !sigismember(&pending, SIGPIPE)) return;
-  const timespec now{0, 0};
-  sigtimedwait(&pipe, nullptr, &now);
+bool isStanza(const std::string& name) {
+  return name == "message" || name == "presence" || name == "iq";
 }
 
-int32_t levelOf(xmpp_log_level_t level) {
-  switch (level) {
-    case XMPP_LEVEL_ERROR:
-      return 2;
-    case XMPP_LEVEL_WARN:
-      return 3;
-    case XMPP_LEVEL_INFO:
-      return 4;
-    default:
-      return 5;
-  }
-}
-
-void onLibraryLog(void* userdata, xmpp_log_level_t level, const char* area, const char* text) {
-  auto* events = static_cast<QuorXmppConnection::Events*>(userdata);
-  events->onLog(levelOf(level), std::string("libstrophe:") + (area ? area : ""), text ? text : "");
+std::string localPartOf(const std::string& bareJid) {
+  const auto at = bareJid.find('@');
+  return at == std::string::npos ? "" : bareJid.substr(0, at);
 }
 
 }  // namespace
 
-// Everything the network thread owns: the libstrophe context and connection, the sends that
-// wait for their confirmation, the reconnection schedule.
-class QuorXmppConnection::Network {
+// Everything the network thread owns: the socket, TLS, the stream and its login, stream
+// management, the sends that wait for their outcome, the keepalive and the reconnection
+// schedule.
+class QuorXmppConnection::Network : private QuorXmlStream::Handler {
  public:
-  explicit Network(QuorXmppConnection& owner) : owner_(owner) {
-    logger_ = {onLibraryLog, &owner.events_};
-    context_ = xmpp_ctx_new(nullptr, &logger_);
-  }
-  ~Network() {
-    release();
-    xmpp_ctx_free(context_);
-  }
+  explicit Network(QuorXmppConnection& owner)
+      : owner_(owner),
+        options_(owner.options_),
+        stream_(*this, {owner.options_.maxStanzaBytes, 32}) {}
+  ~Network() override { closeSocket(); }
 
   void run();
 
  private:
+  enum class Phase { Offline, Connecting, LoggingIn, Online };
   struct Waiting {
-    Outcome outcome;
+    Outcome outcome;   // null for a send nobody waits for: it is still written again if need be
     std::string peer;  // the bare JID the message went to: its errors may come from there
+    std::string xml;
+    uint64_t order = 0;  // its place among the sends, for writing them again in order
+    Clock::time_point made;
     Clock::time_point deadline;
+    bool written = false;  // on this link
   };
 
+  // The link.
   void connect();
-  void release();
+  void finishConnect();
+  void readSocket();
+  void flush();
+  void write(const std::string& xml);
+  void writeStanza(const std::string& xml, const std::string& id = "");
+  void lose(const std::string& why, bool replaced = false);
+  void closeSocket();
+  void sayGoodbye();
   void setStatus(QuorXmppConnectionStatus status);
-  void sendQueued();
-  void sendOne(Outgoing outgoing);
-  void finish(const std::string& id, int64_t errorCode, int64_t stamp);
-  void failAll(int64_t errorCode);
-  void expire();
-  int pollTimeoutMs() const;
-  // `replaced`: the server ended the stream because another login took this resource.
-  void onConnection(xmpp_conn_event_t event, bool replaced);
-  void onMessage(xmpp_stanza_t* stanza);
-  void onDisco(xmpp_stanza_t* stanza);
+  int pollTimeoutMs(Clock::time_point now) const;
 
-  static void connectionHandler(xmpp_conn_t*, xmpp_conn_event_t event, int,
-                                xmpp_stream_error_t* streamError, void* self) {
-    static_cast<Network*>(self)->onConnection(event,
-                                              streamError && streamError->type == XMPP_SE_CONFLICT);
+  // The login.
+  void openStream();
+  void onFeatures(const QuorXmlElement& features);
+  void onSasl(const QuorXmlElement& element);
+  void onStreamManagement(const QuorXmlElement& element);
+  void bind();
+  void afterBind();
+  void announce();
+  void goOnline();
+
+  // Sends and their outcomes.
+  void takeOutbox(Clock::time_point now);
+  void writeQueued(Clock::time_point now);
+  void writeWaiting(Waiting& waiting, const std::string& id, Clock::time_point now);
+  void finish(const std::string& id, int64_t errorCode, int64_t stamp);
+  void expire(Clock::time_point now);
+  void keepAlive(Clock::time_point now);
+  void failEverything(int64_t errorCode);
+
+  // Received stanzas.
+  void onStreamStart(const QuorXmlElement& header) override;
+  void onStanza(std::unique_ptr<QuorXmlElement> stanza) override;
+  void onStreamEnd() override {
+    if (socket_ >= 0) lose("the server ended the stream");
   }
-  static int messageHandler(xmpp_conn_t*, xmpp_stanza_t* stanza, void* self) {
-    static_cast<Network*>(self)->onMessage(stanza);
-    return 1;
-  }
-  static int discoHandler(xmpp_conn_t*, xmpp_stanza_t* stanza, void* self) {
-    static_cast<Network*>(self)->onDisco(stanza);
-    return 0;
-  }
+  void onMessage(const QuorXmlElement& message);
+  void onIq(const QuorXmlElement& iq);
 
   QuorXmppConnection& owner_;
-  xmpp_log_t logger_{};
-  xmpp_ctx_t* context_ = nullptr;
-  xmpp_conn_t* connection_ = nullptr;
+  const QuorXmppOptions& options_;
+  QuorXmlStream stream_;
+  std::unique_ptr<QuorTlsLayer> tls_;
+  std::unique_ptr<QuorSaslClient> sasl_;
+  QuorStreamManagement sm_;
+
   int socket_ = -1;
-  bool online_ = false;
-  bool lost_ = false;
-  bool discoAnswered_ = false;
-  // Another login of the account took this resource: this login ends, nothing reconnects.
+  Phase phase_ = Phase::Offline;
+  bool authenticated_ = false;
+  bool smOffered_ = false;
+  bool sessionRequired_ = false;
   bool replaced_ = false;
-  std::map<std::string, Waiting> waiting_;
-  std::chrono::milliseconds backoff_;
+  // The stream starts again (after authentication) once the parser has returned.
+  bool restartStream_ = false;
+  std::string out_;          // bytes for the socket
+  std::size_t outSent_ = 0;  // of out_, already written
+  Clock::time_point attemptStart_;
+  Clock::time_point lastHeard_;
+  std::optional<Clock::time_point> probeSent_;
+  std::chrono::milliseconds backoff_{0};
   Clock::time_point nextAttempt_ = Clock::now();
+
+  std::map<std::string, Waiting> waiting_;
+  uint64_t nextOrder_ = 0;
+  std::deque<Outgoing> queued_;  // made while offline
 };
 
 QuorXmppConnection::QuorXmppConnection(QuorXmppOptions options, Events& events)
@@ -163,8 +180,6 @@ QuorXmppConnection::~QuorXmppConnection() {
 void QuorXmppConnection::start() {
   std::lock_guard<std::mutex> lock(mutex_);
   if (thread_.joinable() || stopping_) return;
-  static std::once_flag initialized;
-  std::call_once(initialized, [] { xmpp_initialize(); });
   network_ = std::make_unique<Network>(*this);
   thread_ = std::thread([this] {
     QuorHostBase::setThreadName("network");
@@ -201,7 +216,7 @@ void QuorXmppConnection::send(QuorXmppPayload payload, Outcome outcome) {
   {
     std::lock_guard<std::mutex> lock(mutex_);
     if (!stopping_ && thread_.joinable()) {
-      outbox_.push_back({std::move(payload), {}, std::move(outcome)});
+      outbox_.push_back({std::move(payload), {}, std::move(outcome), Clock::now()});
       outcome = nullptr;
     }
   }
@@ -216,7 +231,7 @@ void QuorXmppConnection::sendRaw(std::string xml) {
   {
     std::lock_guard<std::mutex> lock(mutex_);
     if (stopping_) return;
-    outbox_.push_back({{}, std::move(xml), nullptr});
+    outbox_.push_back({{}, std::move(xml), nullptr, Clock::now()});
   }
   wake();
 }
@@ -232,88 +247,247 @@ void QuorXmppConnection::wake() {
   if (wakeFd_ >= 0) (void)!::write(wakeFd_, &one, sizeof one);
 }
 
+// ---- the loop
+
 void QuorXmppConnection::Network::run() {
-  socketOfThisThread = &socket_;
-  backoff_ = owner_.options_.reconnectFirst;
+  backoff_ = options_.reconnectFirst;
   for (;;) {
     {
       std::lock_guard<std::mutex> lock(owner_.mutex_);
       if (owner_.stopping_) break;
     }
-    if (!connection_ && !replaced_ && Clock::now() >= nextAttempt_) connect();
-    sendQueued();
-    expire();
+    auto now = Clock::now();
+    if (phase_ == Phase::Offline && !replaced_ && now >= nextAttempt_) connect();
+    takeOutbox(now);
+    if (phase_ == Phase::Online) writeQueued(now);
+    expire(now);
+    keepAlive(now);
+    flush();
     pollfd fds[2] = {{owner_.wakeFd_, POLLIN, 0}, {socket_, POLLIN, 0}};
-    const bool writing = connection_ && (xmpp_conn_send_queue_len(connection_) > 0 ||
-                                         xmpp_conn_is_connecting(connection_));
-    if (writing) fds[1].events |= POLLOUT;
-    const nfds_t count = connection_ && socket_ >= 0 ? 2 : 1;
-    ::poll(fds, count, pollTimeoutMs());
+    if (phase_ == Phase::Connecting || outSent_ < out_.size()) fds[1].events |= POLLOUT;
+    const nfds_t count = socket_ >= 0 ? 2 : 1;
+    ::poll(fds, count, pollTimeoutMs(now));
     if (fds[0].revents & POLLIN) {
       uint64_t drained;
       (void)!::read(owner_.wakeFd_, &drained, sizeof drained);
     }
-    if (connection_) xmpp_run_once(context_, 0);
-    if (lost_) {
-      // Released here, outside libstrophe's own callbacks.
-      lost_ = false;
-      discardBrokenPipeSignal();
-      release();
-      nextAttempt_ = Clock::now() + backoff_;
-      backoff_ = std::min(backoff_ * 2, owner_.options_.reconnectLongest);
+    if (count < 2 || !fds[1].revents) continue;
+    if (phase_ == Phase::Connecting) {
+      finishConnect();
+    } else {
+      if (fds[1].revents & (POLLIN | POLLHUP | POLLERR)) readSocket();
+      if (socket_ >= 0 && (fds[1].revents & POLLOUT)) flush();
     }
   }
-  failAll(QuorXmppErrorStopped);
-  if (connection_ && online_) {
-    xmpp_disconnect(connection_);
-    for (int i = 0; i < 20 && connection_ && !lost_; ++i) xmpp_run_once(context_, 5);
-  }
-  release();
+  failEverything(QuorXmppErrorStopped);
+  if (phase_ == Phase::Online) sayGoodbye();
+  closeSocket();
   if (!replaced_) setStatus(QuorXmppConnectionStatus::SignedOut);
-  socketOfThisThread = nullptr;
 }
 
-int QuorXmppConnection::Network::pollTimeoutMs() const {
-  auto next = Clock::now() + std::chrono::milliseconds(kIdlePollMs);
-  if (!connection_) next = std::min(next, nextAttempt_);
-  for (const auto& entry : waiting_) next = std::min(next, entry.second.deadline);
-  auto wait = std::chrono::duration_cast<std::chrono::milliseconds>(next - Clock::now()).count();
-  // A TLS layer may hold decrypted bytes that poll() cannot see: look again soon.
-  if (connection_ && xmpp_conn_is_secured(connection_)) wait = std::min<long long>(wait, 1);
-  return static_cast<int>(std::max<long long>(wait, 0));
+void QuorXmppConnection::Network::sayGoodbye() {
+  // The stream ends both ways before the socket closes: a server that saw only a dropped socket
+  // would keep the session for resumption.
+  write("</stream:stream>");
+  flush();
+  const auto end = Clock::now() + kGoodbyePatience;
+  char buffer[4096];
+  while (socket_ >= 0 && Clock::now() < end) {
+    pollfd fd{socket_, POLLIN, 0};
+    if (::poll(&fd, 1, static_cast<int>(kGoodbyePatience.count())) <= 0) return;
+    const ssize_t got = ::recv(socket_, buffer, sizeof buffer, MSG_DONTWAIT);
+    if (got == 0 || (got < 0 && errno != EAGAIN && errno != EINTR)) return;
+    if (got > 0 && std::string(buffer, static_cast<std::size_t>(got)).find("</stream:stream>") !=
+                       std::string::npos) {
+      return;
+    }
+  }
 }
+
+int QuorXmppConnection::Network::pollTimeoutMs(Clock::time_point now) const {
+  auto next = now + std::chrono::hours(1);
+  if (phase_ == Phase::Offline && !replaced_) next = std::min(next, nextAttempt_);
+  if (phase_ == Phase::Connecting || phase_ == Phase::LoggingIn) {
+    next = std::min(next, attemptStart_ + options_.loginTimeout);
+  }
+  if (phase_ == Phase::Online) {
+    next = std::min(next, probeSent_ ? *probeSent_ + options_.keepaliveTimeout
+                                     : lastHeard_ + options_.keepaliveInterval);
+  }
+  for (const auto& entry : waiting_) next = std::min(next, entry.second.deadline);
+  for (const auto& outgoing : queued_)
+    next = std::min(next, outgoing.made + options_.outboxTimeout);
+  const auto wait = std::chrono::duration_cast<std::chrono::milliseconds>(next - now).count();
+  // One millisecond more, so that a deadline has passed when the loop looks again.
+  return static_cast<int>(std::clamp<long long>(wait + 1, 0, 3600 * 1000));
+}
+
+// ---- the link
 
 void QuorXmppConnection::Network::connect() {
-  const auto& options = owner_.options_;
-  connection_ = xmpp_conn_new(context_);
-  long flags = 0;
-  if (options.tls == QuorXmppOptions::Tls::Disabled) flags |= XMPP_CONN_FLAG_DISABLE_TLS;
-  if (options.tls == QuorXmppOptions::Tls::Required) flags |= XMPP_CONN_FLAG_MANDATORY_TLS;
-  if (options.trustSelfSignedCertificate) flags |= XMPP_CONN_FLAG_TRUST_TLS;
-  xmpp_conn_set_flags(connection_, flags);
-  const std::string full = owner_.bareJid_ + "/" + owner_.resource_;
-  xmpp_conn_set_jid(connection_, full.c_str());
-  xmpp_conn_set_pass(connection_, options.password.c_str());
-  xmpp_conn_set_sockopt_callback(connection_, onSocket);
-  xmpp_handler_add(connection_, messageHandler, nullptr, "message", nullptr, this);
-  socket_ = -1;
-  online_ = false;
-  discoAnswered_ = false;
+  attemptStart_ = Clock::now();
+  const std::string host = options_.server.empty() ? owner_.domain_ : options_.server;
+  const std::string port = std::to_string(options_.port ? options_.port : 5222);
+  addrinfo hints{};
+  hints.ai_socktype = SOCK_STREAM;
+  hints.ai_flags = AI_NUMERICSERV;
+  addrinfo* found = nullptr;
+  if (::getaddrinfo(host.c_str(), port.c_str(), &hints, &found) != 0 || !found) {
+    lose("cannot find " + host);
+    return;
+  }
+  for (addrinfo* address = found; address; address = address->ai_next) {
+    socket_ = ::socket(address->ai_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+    if (socket_ < 0) continue;
+    if (::connect(socket_, address->ai_addr, address->ai_addrlen) == 0 || errno == EINPROGRESS) {
+      break;
+    }
+    ::close(socket_);
+    socket_ = -1;
+  }
+  ::freeaddrinfo(found);
+  if (socket_ < 0) {
+    lose("cannot connect to " + host + ":" + port);
+    return;
+  }
+  // Small stanzas must leave at once: without this a round trip waits for delayed ACKs.
+  const int on = 1;
+  ::setsockopt(socket_, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+  phase_ = Phase::Connecting;
   setStatus(QuorXmppConnectionStatus::Connecting);
-  const char* server = options.server.empty() ? nullptr : options.server.c_str();
-  if (xmpp_connect_client(connection_, server, options.port, connectionHandler, this) != 0) {
-    owner_.events_.onLog(2, "xmpp", "cannot start a connection to " + owner_.domain_);
-    lost_ = true;
-    setStatus(QuorXmppConnectionStatus::Disconnected);
+}
+
+void QuorXmppConnection::Network::finishConnect() {
+  int error = 0;
+  socklen_t length = sizeof error;
+  if (::getsockopt(socket_, SOL_SOCKET, SO_ERROR, &error, &length) != 0 || error != 0) {
+    lose(std::string("cannot connect: ") + std::strerror(error));
+    return;
+  }
+  phase_ = Phase::LoggingIn;
+  authenticated_ = false;
+  lastHeard_ = Clock::now();
+  stream_.reset();
+  openStream();
+}
+
+void QuorXmppConnection::Network::readSocket() {
+  char buffer[65536];
+  std::size_t budget = kReadBudget;
+  while (socket_ >= 0 && budget > 0) {
+    const ssize_t got = ::recv(socket_, buffer, sizeof buffer, MSG_DONTWAIT);
+    if (got == 0) {
+      lose("the server closed the connection");
+      return;
+    }
+    if (got < 0) {
+      if (errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR) return;
+      lose(std::string("reading failed: ") + std::strerror(errno));
+      return;
+    }
+    budget -= std::min(budget, static_cast<std::size_t>(got));
+    lastHeard_ = Clock::now();
+    probeSent_.reset();
+    std::string plain;
+    const char* data = buffer;
+    std::size_t size = static_cast<std::size_t>(got);
+    if (tls_) {
+      const bool wasHandshaking = tls_->state() == QuorTlsLayer::State::Handshaking;
+      tls_->receive(buffer, size, plain);
+      tls_->takeOutgoing(out_);
+      if (tls_->state() == QuorTlsLayer::State::Failed) {
+        lose(tls_->error());
+        return;
+      }
+      if (wasHandshaking && tls_->state() == QuorTlsLayer::State::Open) {
+        stream_.reset();
+        openStream();
+      }
+      data = plain.data();
+      size = plain.size();
+    }
+    if (size > 0 && !stream_.feed(data, size) && socket_ >= 0) {
+      lose("the server sent " + stream_.error());
+      return;
+    }
+    if (restartStream_) {
+      restartStream_ = false;
+      stream_.reset();
+    }
   }
 }
 
-void QuorXmppConnection::Network::release() {
-  if (!connection_) return;
-  xmpp_conn_release(connection_);
-  connection_ = nullptr;
+void QuorXmppConnection::Network::flush() {
+  while (socket_ >= 0 && outSent_ < out_.size()) {
+    const ssize_t sent = ::send(socket_, out_.data() + outSent_, out_.size() - outSent_,
+                                MSG_NOSIGNAL | MSG_DONTWAIT);
+    if (sent < 0) {
+      if (errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR) break;
+      lose(std::string("writing failed: ") + std::strerror(errno));
+      return;
+    }
+    outSent_ += static_cast<std::size_t>(sent);
+  }
+  if (outSent_ == out_.size()) {
+    out_.clear();
+    outSent_ = 0;
+  } else if (outSent_ > out_.size() / 2) {
+    out_.erase(0, outSent_);
+    outSent_ = 0;
+  }
+}
+
+void QuorXmppConnection::Network::write(const std::string& xml) {
+  if (socket_ < 0) return;
+  if (tls_) {
+    tls_->send(xml);
+    tls_->takeOutgoing(out_);
+  } else {
+    out_ += xml;
+  }
+}
+
+void QuorXmppConnection::Network::writeStanza(const std::string& xml, const std::string& id) {
+  write(xml);
+  sm_.sent(id, xml);
+}
+
+void QuorXmppConnection::Network::lose(const std::string& why, bool replaced) {
+  const bool wasOnline = phase_ == Phase::Online;
+  closeSocket();
+  owner_.events_.onLog(wasOnline ? 3 : 4, "xmpp", "connection lost: " + why);
+  nextAttempt_ = Clock::now() + backoff_;
+  backoff_ = std::min(backoff_ * 2, options_.reconnectLongest);
+  const auto now = Clock::now();
+  // What was written on this link waits for the next one, within its time.
+  for (auto& entry : waiting_) {
+    if (!entry.second.written) continue;
+    entry.second.written = false;
+    entry.second.deadline = entry.second.made + options_.outboxTimeout;
+  }
+  expire(now);
+  if (replaced) {
+    replaced_ = true;
+    owner_.events_.onLog(3, "xmpp",
+                         "another login of " + owner_.bareJid_ + " took the resource " +
+                             owner_.resource_ + "; this login ends");
+    failEverything(QuorXmppErrorConnectionLost);
+    setStatus(QuorXmppConnectionStatus::Replaced);
+    return;
+  }
+  setStatus(QuorXmppConnectionStatus::Disconnected);
+}
+
+void QuorXmppConnection::Network::closeSocket() {
+  if (socket_ >= 0) ::close(socket_);
   socket_ = -1;
-  online_ = false;
+  phase_ = Phase::Offline;
+  tls_.reset();
+  sasl_.reset();
+  out_.clear();
+  outSent_ = 0;
+  probeSent_.reset();
+  // The parser may be the caller: finishConnect() gives the next link a fresh one.
 }
 
 void QuorXmppConnection::Network::setStatus(QuorXmppConnectionStatus status) {
@@ -326,85 +500,221 @@ void QuorXmppConnection::Network::setStatus(QuorXmppConnectionStatus status) {
   owner_.events_.onStatus(status);
 }
 
-void QuorXmppConnection::Network::onConnection(xmpp_conn_event_t event, bool replaced) {
-  if (event == XMPP_CONN_CONNECT) {
-    online_ = true;
-    backoff_ = owner_.options_.reconnectFirst;
-    // Presence makes the server deliver messages (and the offline store) to this resource.
-    xmpp_stanza_t* presence = xmpp_presence_new(context_);
-    xmpp_send(connection_, presence);
-    xmpp_stanza_release(presence);
-    xmpp_stanza_t* query = QuorXmppStanza::discoInfoQuery(context_, owner_.domain_, kDiscoId);
-    xmpp_id_handler_add(connection_, discoHandler, kDiscoId, this);
-    xmpp_send(connection_, query);
-    xmpp_stanza_release(query);
-    setStatus(QuorXmppConnectionStatus::Connected);
-    return;
-  }
-  if (event == XMPP_CONN_DISCONNECT || event == XMPP_CONN_FAIL) {
-    online_ = false;
-    lost_ = true;
-    failAll(QuorXmppErrorConnectionLost);
-    if (replaced) {
-      replaced_ = true;
-      owner_.events_.onLog(3, "xmpp",
-                           "another login of " + owner_.bareJid_ + " took the resource " +
-                               owner_.resource_ + "; this login ends");
-      setStatus(QuorXmppConnectionStatus::Replaced);
+// ---- the login
+
+void QuorXmppConnection::Network::openStream() {
+  write("<?xml version='1.0'?><stream:stream to='" + owner_.domain_ +
+        "' version='1.0' xml:lang='en' xmlns='jabber:client' xmlns:stream='" + kStreams + "'>");
+}
+
+void QuorXmppConnection::Network::onStreamStart(const QuorXmlElement& /*header*/) {}
+
+void QuorXmppConnection::Network::onFeatures(const QuorXmlElement& features) {
+  if (!tls_) {
+    const QuorXmlElement* starttls = features.child("starttls", kTls);
+    if (starttls && options_.tls != QuorXmppOptions::Tls::Disabled) {
+      write(std::string("<starttls xmlns='") + kTls + "'/>");
       return;
     }
-    setStatus(QuorXmppConnectionStatus::Disconnected);
+    if (options_.tls == QuorXmppOptions::Tls::Required) {
+      lose("the server offers no TLS");
+      return;
+    }
+  }
+  if (!authenticated_) {
+    std::vector<std::string> offered;
+    if (const QuorXmlElement* mechanisms = features.child("mechanisms", kSasl)) {
+      for (const auto& mechanism : mechanisms->children()) offered.push_back(mechanism->text());
+    }
+    const std::string chosen = QuorSaslClient::choose(offered);
+    if (chosen.empty()) {
+      lose("the server offers no authentication this client knows");
+      return;
+    }
+    sasl_ = std::make_unique<QuorSaslClient>(localPartOf(owner_.bareJid_), options_.password);
+    write(std::string("<auth xmlns='") + kSasl + "' mechanism='" + chosen + "'>" +
+          QuorSaslClient::base64(sasl_->start(chosen)) + "</auth>");
+    return;
+  }
+  smOffered_ = options_.streamManagement &&
+               features.child("sm", QuorStreamManagement::kNamespace) != nullptr;
+  const QuorXmlElement* session = features.child("session", kSession);
+  sessionRequired_ = session && !session->child("optional");
+  if (smOffered_ && sm_.canResume()) {
+    write(std::string("<resume xmlns='") + QuorStreamManagement::kNamespace + "' h='" +
+          std::to_string(sm_.handledCount()) + "' previd='" + sm_.resumeId() + "'/>");
+    return;
+  }
+  sm_.forget();
+  bind();
+}
+
+void QuorXmppConnection::Network::onSasl(const QuorXmlElement& element) {
+  const std::string name = element.localName();
+  if (!sasl_) return;
+  std::optional<std::string> data = QuorSaslClient::unbase64(element.text());
+  if (name == "challenge") {
+    const auto response = data ? sasl_->respond(*data) : std::nullopt;
+    if (!response) {
+      lose("the server's authentication challenge is not valid");
+      return;
+    }
+    write(std::string("<response xmlns='") + kSasl + "'>" + QuorSaslClient::base64(*response) +
+          "</response>");
+  } else if (name == "success") {
+    if (!data || !sasl_->verifySuccess(*data)) {
+      lose("the server could not prove that it knows the account");
+      return;
+    }
+    authenticated_ = true;
+    sasl_.reset();
+    restartStream_ = true;
+    openStream();
+  } else if (name == "failure") {
+    owner_.events_.onLog(2, "xmpp", "authentication as " + owner_.bareJid_ + " failed");
+    lose("authentication failed");
   }
 }
 
-void QuorXmppConnection::Network::onDisco(xmpp_stanza_t* stanza) {
-  discoAnswered_ = true;
-  const bool stamps = QuorXmppStanza::hasFeature(stanza, QuorXmppPayloadNamespace);
-  owner_.serverStamps_ = stamps;
-  if (!stamps) {
-    owner_.events_.onLog(3, "xmpp",
-                         "the server does not confirm customer-service messages; sends succeed "
-                         "once written, stamped with this machine's clock");
-    std::vector<std::string> ids;
-    for (const auto& entry : waiting_) ids.push_back(entry.first);
-    for (const auto& id : ids) finish(id, 0, QuorXmppStanza::wallClockMs());
+void QuorXmppConnection::Network::bind() {
+  QuorXmlElement iq("iq");
+  iq.set("type", "set").set("id", kBindId);
+  iq.add("bind", kBind).add("resource").setText(owner_.resource_);
+  write(iq.toXml());
+}
+
+void QuorXmppConnection::Network::afterBind() {
+  if (smOffered_) {
+    write(std::string("<enable xmlns='") + QuorStreamManagement::kNamespace + "' resume='true'/>");
+    return;
+  }
+  announce();
+}
+
+void QuorXmppConnection::Network::onStreamManagement(const QuorXmlElement& element) {
+  const std::string name = element.localName();
+  if (name == "r") {
+    write(std::string("<a xmlns='") + QuorStreamManagement::kNamespace + "' h='" +
+          std::to_string(sm_.handledCount()) + "'/>");
+  } else if (name == "a") {
+    const auto acknowledged = sm_.acknowledged(
+        static_cast<uint32_t>(std::strtoul(element.attribute("h").c_str(), nullptr, 10)));
+    // Without the stamping module the server's acknowledgement is the send's outcome.
+    if (!owner_.serverStamps_) {
+      for (const auto& id : acknowledged) finish(id, 0, QuorXmppStanza::wallClockMs());
+    }
+  } else if (name == "enabled") {
+    const bool resumable =
+        element.attribute("resume") == "true" || element.attribute("resume") == "1";
+    sm_.enabled(resumable ? element.attribute("id") : "");
+    announce();
+  } else if (name == "resumed") {
+    std::vector<std::string> acknowledged;
+    const auto again = sm_.resumed(
+        static_cast<uint32_t>(std::strtoul(element.attribute("h").c_str(), nullptr, 10)),
+        &acknowledged);
+    if (!owner_.serverStamps_) {
+      for (const auto& id : acknowledged) finish(id, 0, QuorXmppStanza::wallClockMs());
+    }
+    // The server kept the session: what it did not handle is written again, in order; what it
+    // handled has its confirmation in what the server sends now.
+    for (const auto& stanza : again) writeStanza(stanza.xml, stanza.id);
+    const auto now = Clock::now();
+    for (auto& entry : waiting_) {
+      entry.second.written = true;
+      entry.second.deadline = now + options_.sendTimeout;
+    }
+    goOnline();
+  } else if (name == "failed") {
+    if (phase_ == Phase::Online) return;
+    // Not resumed: a new session, and what waits is written again on it.
+    const bool wasResuming = sm_.canResume();
+    sm_.forget();
+    if (wasResuming) {
+      bind();
+    } else {
+      announce();  // enabling failed: on without stream management
+    }
   }
 }
 
-void QuorXmppConnection::Network::sendQueued() {
-  std::deque<Outgoing> queued;
+void QuorXmppConnection::Network::announce() {
+  // Presence makes the server deliver messages (and the offline store) to this resource.
+  writeStanza("<presence/>");
+  writeStanza(QuorXmppStanza::discoInfoQuery(owner_.domain_, kDiscoId)->toXml());
+}
+
+void QuorXmppConnection::Network::goOnline() {
+  phase_ = Phase::Online;
+  backoff_ = options_.reconnectFirst;
+  setStatus(QuorXmppConnectionStatus::Connected);
+  // Sends that wait from an earlier link go out first, in the order they were made.
+  std::vector<std::pair<uint64_t, std::string>> again;
+  for (const auto& entry : waiting_) {
+    if (!entry.second.written) again.emplace_back(entry.second.order, entry.first);
+  }
+  std::sort(again.begin(), again.end());
+  const auto now = Clock::now();
+  for (const auto& item : again) writeWaiting(waiting_.at(item.second), item.second, now);
+  writeQueued(now);
+}
+
+// ---- sends
+
+void QuorXmppConnection::Network::takeOutbox(Clock::time_point now) {
+  std::deque<Outgoing> taken;
   {
     std::lock_guard<std::mutex> lock(owner_.mutex_);
-    queued.swap(owner_.outbox_);
+    taken.swap(owner_.outbox_);
   }
-  for (auto& outgoing : queued) sendOne(std::move(outgoing));
+  for (auto& outgoing : taken) {
+    if (!outgoing.raw.empty()) {
+      if (phase_ == Phase::Online) writeStanza(outgoing.raw);
+      continue;
+    }
+    if (phase_ != Phase::Online && options_.outboxTimeout.count() <= 0) {
+      if (outgoing.outcome) outgoing.outcome(QuorXmppErrorNotOnline, 0);
+      continue;
+    }
+    queued_.push_back(std::move(outgoing));
+  }
+  (void)now;
 }
 
-void QuorXmppConnection::Network::sendOne(Outgoing outgoing) {
-  if (!online_) {
-    if (outgoing.outcome) outgoing.outcome(QuorXmppErrorNotOnline, 0);
-    return;
+void QuorXmppConnection::Network::writeQueued(Clock::time_point now) {
+  const std::size_t before = sm_.unacknowledged();
+  while (!queued_.empty()) {
+    Outgoing outgoing = std::move(queued_.front());
+    queued_.pop_front();
+    auto& payload = outgoing.payload;
+    payload.stanzaId = QuorXmppStanza::uniqueId();
+    const auto message = QuorXmppStanza::payloadMessage(payload);
+    if (!message) {
+      if (outgoing.outcome) outgoing.outcome(QuorXmppErrorNotSendable, 0);
+      continue;
+    }
+    Waiting& waiting = waiting_[payload.stanzaId];
+    waiting.outcome = std::move(outgoing.outcome);
+    waiting.peer = payload.peer;
+    waiting.xml = message->toXml();
+    waiting.order = nextOrder_++;
+    waiting.made = outgoing.made;
+    writeWaiting(waiting, payload.stanzaId, now);
   }
-  if (!outgoing.raw.empty()) {
-    xmpp_send_raw(connection_, outgoing.raw.data(), outgoing.raw.size());
-    return;
+  // Ask for the server's count when the outcome depends on it, else now and then.
+  if (sm_.isEnabled() && sm_.unacknowledged() > before &&
+      (!owner_.serverStamps_ || sm_.unacknowledged() >= kAskForAckAfter)) {
+    write(std::string("<r xmlns='") + QuorStreamManagement::kNamespace + "'/>");
   }
-  auto& payload = outgoing.payload;
-  payload.stanzaId = QuorXmppStanza::uniqueId();
-  xmpp_stanza_t* message = QuorXmppStanza::payloadMessage(context_, payload);
-  if (!message) {
-    if (outgoing.outcome) outgoing.outcome(QuorXmppErrorNotSendable, 0);
-    return;
-  }
-  xmpp_send(connection_, message);
-  xmpp_stanza_release(message);
-  if (!outgoing.outcome) return;
-  if (discoAnswered_ && !owner_.serverStamps_) {
-    outgoing.outcome(0, QuorXmppStanza::wallClockMs());
-    return;
-  }
-  waiting_[payload.stanzaId] = {std::move(outgoing.outcome), payload.peer,
-                                Clock::now() + owner_.options_.sendTimeout};
+}
+
+void QuorXmppConnection::Network::writeWaiting(Waiting& waiting, const std::string& id,
+                                               Clock::time_point now) {
+  writeStanza(waiting.xml, id);
+  waiting.written = true;
+  waiting.deadline = now + options_.sendTimeout;
+  // Without the stamping module nor stream management, written is all there is to know.
+  if (!owner_.serverStamps_ && !sm_.isEnabled()) finish(id, 0, QuorXmppStanza::wallClockMs());
 }
 
 void QuorXmppConnection::Network::finish(const std::string& id, int64_t errorCode, int64_t stamp) {
@@ -412,35 +722,163 @@ void QuorXmppConnection::Network::finish(const std::string& id, int64_t errorCod
   if (it == waiting_.end()) return;
   Outcome outcome = std::move(it->second.outcome);
   waiting_.erase(it);
-  outcome(errorCode, stamp);
+  if (outcome) outcome(errorCode, stamp);
 }
 
-void QuorXmppConnection::Network::failAll(int64_t errorCode) {
+void QuorXmppConnection::Network::expire(Clock::time_point now) {
+  std::vector<std::pair<std::string, int64_t>> late;
+  for (const auto& entry : waiting_) {
+    if (entry.second.deadline <= now) {
+      late.emplace_back(entry.first,
+                        entry.second.written ? QuorXmppErrorTimeout : QuorXmppErrorConnectionLost);
+    }
+  }
+  for (const auto& item : late) finish(item.first, item.second, 0);
+  while (!queued_.empty() && queued_.front().made + options_.outboxTimeout <= now) {
+    Outgoing outgoing = std::move(queued_.front());
+    queued_.pop_front();
+    if (outgoing.outcome) outgoing.outcome(QuorXmppErrorNotOnline, 0);
+  }
+}
+
+void QuorXmppConnection::Network::keepAlive(Clock::time_point now) {
+  if ((phase_ == Phase::Connecting || phase_ == Phase::LoggingIn) &&
+      now - attemptStart_ >= options_.loginTimeout) {
+    lose("the login took too long");
+    return;
+  }
+  if (phase_ != Phase::Online) return;
+  if (probeSent_) {
+    if (now - *probeSent_ >= options_.keepaliveTimeout) {
+      lose("no answer from the server for " +
+           std::to_string(
+               std::chrono::duration_cast<std::chrono::seconds>(now - lastHeard_).count()) +
+           " s");
+    }
+    return;
+  }
+  if (now - lastHeard_ < options_.keepaliveInterval) return;
+  probeSent_ = now;
+  if (sm_.isEnabled()) {
+    write(std::string("<r xmlns='") + QuorStreamManagement::kNamespace + "'/>");
+  } else {
+    writeStanza(std::string("<iq type='get' id='") + kPingId + "' to='" + owner_.domain_ +
+                "'><ping xmlns='" + kPing + "'/></iq>");
+  }
+}
+
+void QuorXmppConnection::Network::failEverything(int64_t errorCode) {
   auto waiting = std::move(waiting_);
   waiting_.clear();
-  for (auto& entry : waiting) entry.second.outcome(errorCode, 0);
-}
-
-void QuorXmppConnection::Network::expire() {
-  const auto now = Clock::now();
-  std::vector<std::string> late;
-  for (const auto& entry : waiting_) {
-    if (entry.second.deadline <= now) late.push_back(entry.first);
+  for (auto& entry : waiting) {
+    if (entry.second.outcome) entry.second.outcome(errorCode, 0);
   }
-  for (const auto& id : late) finish(id, QuorXmppErrorTimeout, 0);
+  auto queued = std::move(queued_);
+  queued_.clear();
+  for (auto& outgoing : queued) {
+    if (outgoing.outcome) outgoing.outcome(errorCode, 0);
+  }
 }
 
-void QuorXmppConnection::Network::onMessage(xmpp_stanza_t* stanza) {
-  const char* type = xmpp_stanza_get_type(stanza);
-  const char* id = xmpp_stanza_get_id(stanza);
-  const std::string from = xmpp_stanza_get_from(stanza) ? xmpp_stanza_get_from(stanza) : "";
-  if (type && std::string(type) == "error") {
+// ---- received stanzas
+
+void QuorXmppConnection::Network::onStanza(std::unique_ptr<QuorXmlElement> stanza) {
+  // What follows a lost link in the bytes already read belongs to no stream.
+  if (socket_ < 0) return;
+  const std::string name = stanza->localName();
+  const std::string& ns = stanza->attribute("xmlns");
+  if (isStanza(name) && (ns.empty() || ns == "jabber:client")) {
+    if (sm_.isEnabled()) sm_.handled();
+    if (name == "message") {
+      onMessage(*stanza);
+    } else if (name == "iq") {
+      onIq(*stanza);
+    }
+    return;
+  }
+  if (ns == QuorStreamManagement::kNamespace) {
+    onStreamManagement(*stanza);
+  } else if (ns == kSasl) {
+    onSasl(*stanza);
+  } else if (ns == kTls && name == "proceed" && !tls_) {
+    tls_ = std::make_unique<QuorTlsLayer>(owner_.domain_, options_.trustSelfSignedCertificate);
+    tls_->start();
+    tls_->takeOutgoing(out_);
+    if (tls_->state() == QuorTlsLayer::State::Failed) lose(tls_->error());
+  } else if (ns == kTls) {
+    lose("the server refused TLS");
+  } else if (name == "features") {
+    onFeatures(*stanza);
+  } else if (name == "error") {
+    const bool conflict = stanza->child("conflict", kStreamErrors) != nullptr;
+    lose(
+        conflict ? "another login took this resource" : "the server ended the stream with an error",
+        conflict);
+  }
+}
+
+void QuorXmppConnection::Network::onIq(const QuorXmlElement& iq) {
+  const std::string& type = iq.attribute("type");
+  const std::string& id = iq.attribute("id");
+  if (type == "get" || type == "set") {
+    // A request must have an answer: pings get their result, anything else "not implemented".
+    QuorXmlElement answer("iq");
+    answer.set("id", id);
+    if (!iq.attribute("from").empty()) answer.set("to", iq.attribute("from"));
+    if (type == "get" && iq.child("ping", kPing)) {
+      answer.set("type", "result");
+    } else {
+      answer.set("type", "error");
+      answer.add("error")
+          .set("type", "cancel")
+          .add("feature-not-implemented", "urn:ietf:params:xml:ns:xmpp-stanzas");
+    }
+    writeStanza(answer.toXml());
+    return;
+  }
+  if (id == kBindId) {
+    if (type != "result") {
+      lose("the server refused to bind the resource " + owner_.resource_);
+      return;
+    }
+    if (sessionRequired_) {
+      QuorXmlElement session("iq");
+      session.set("type", "set").set("id", kSessionId);
+      session.add("session", kSession);
+      write(session.toXml());
+      return;
+    }
+    afterBind();
+  } else if (id == kSessionId) {
+    afterBind();
+  } else if (id == kDiscoId && phase_ != Phase::Online) {
+    const bool stamps =
+        type == "result" && QuorXmppStanza::hasFeature(iq, QuorXmppPayloadNamespace);
+    owner_.serverStamps_ = stamps;
+    if (!stamps) {
+      owner_.events_.onLog(3, "xmpp",
+                           sm_.isEnabled()
+                               ? "the server does not confirm customer-service messages; sends "
+                                 "succeed once the server acknowledged them, stamped with this "
+                                 "machine's clock"
+                               : "the server confirms nothing; sends succeed once written, "
+                                 "stamped with this machine's clock");
+    }
+    goOnline();
+  }
+}
+
+void QuorXmppConnection::Network::onMessage(const QuorXmlElement& message) {
+  const std::string& type = message.attribute("type");
+  const std::string& id = message.attribute("id");
+  const std::string& from = message.attribute("from");
+  if (type == "error") {
     // Only the server or the address the message went to may fail it: an error from anyone
     // else is ignored, whatever id it names.
-    const auto it = id ? waiting_.find(id) : waiting_.end();
+    const auto it = waiting_.find(id);
     if (it != waiting_.end() && (from.empty() || from == owner_.domain_ ||
                                  QuorXmppStanza::bareJid(from) == it->second.peer)) {
-      finish(id, QuorXmppStanza::errorCodeOf(stanza), 0);
+      finish(id, QuorXmppStanza::errorCodeOf(message), 0);
     }
     return;
   }
@@ -448,13 +886,13 @@ void QuorXmppConnection::Network::onMessage(xmpp_stanza_t* stanza) {
   if (from.empty() || from == owner_.domain_) {
     std::string confirmedId;
     int64_t stamp = 0;
-    if (QuorXmppStanza::readConfirmation(stanza, &confirmedId, &stamp)) {
+    if (QuorXmppStanza::readConfirmation(message, &confirmedId, &stamp)) {
       finish(confirmedId, 0, stamp);
       return;
     }
   }
   QuorXmppPayload payload;
-  if (!QuorXmppStanza::readPayload(stanza, &payload)) return;
+  if (!QuorXmppStanza::readPayload(message, &payload)) return;
   owner_.events_.onPayload(std::move(payload));
 }
 

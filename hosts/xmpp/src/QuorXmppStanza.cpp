@@ -4,7 +4,6 @@
 
 #include <cerrno>
 #include <chrono>
-#include <cstring>
 #include <ctime>
 #include <random>
 
@@ -17,11 +16,6 @@ constexpr const char* kDelay = "urn:xmpp:delay";
 constexpr const char* kStanzaErrors = "urn:ietf:params:xml:ns:xmpp-stanzas";
 constexpr const char* kStanzaIds = "urn:xmpp:sid:0";
 
-std::string attribute(xmpp_stanza_t* stanza, const char* name) {
-  const char* value = xmpp_stanza_get_attribute(stanza, name);
-  return value ? value : "";
-}
-
 // A whole, non-negative decimal number of at most 18 digits; -1 otherwise.
 int64_t parseStamp(const std::string& text) {
   if (text.empty() || text.size() > 18) return -1;
@@ -31,18 +25,6 @@ int64_t parseStamp(const std::string& text) {
     value = value * 10 + (c - '0');
   }
   return value;
-}
-
-xmpp_stanza_t* element(xmpp_ctx_t* context, const char* name, const char* ns) {
-  xmpp_stanza_t* stanza = xmpp_stanza_new(context);
-  xmpp_stanza_set_name(stanza, name);
-  if (ns) xmpp_stanza_set_ns(stanza, ns);
-  return stanza;
-}
-
-void adopt(xmpp_stanza_t* parent, xmpp_stanza_t* child) {
-  xmpp_stanza_add_child(parent, child);
-  xmpp_stanza_release(child);
 }
 
 }  // namespace
@@ -122,92 +104,76 @@ bool QuorXmppStanza::isXmlText(const std::string& text) {
   return true;
 }
 
-xmpp_stanza_t* QuorXmppStanza::payloadMessage(xmpp_ctx_t* context, const QuorXmppPayload& payload) {
+std::unique_ptr<QuorXmlElement> QuorXmppStanza::payloadMessage(const QuorXmppPayload& payload) {
   if (payload.objectName.empty() || (payload.body && !isXmlText(*payload.body)) ||
       !isXmlText(payload.objectName) || !isXmlText(payload.sender) || !isXmlText(payload.peer) ||
       payload.peer.empty()) {
     return nullptr;
   }
-  xmpp_stanza_t* message =
-      xmpp_message_new(context, "chat", payload.peer.c_str(), payload.stanzaId.c_str());
-  xmpp_stanza_t* cs = element(context, "cs", QuorXmppPayloadNamespace);
-  xmpp_stanza_set_attribute(cs, "name", payload.objectName.c_str());
-  if (!payload.sender.empty()) xmpp_stanza_set_attribute(cs, "sender", payload.sender.c_str());
-  if (payload.body && !payload.body->empty()) {
-    xmpp_stanza_t* text = xmpp_stanza_new(context);
-    xmpp_stanza_set_text_with_size(text, payload.body->data(), payload.body->size());
-    adopt(cs, text);
-  }
-  adopt(message, cs);
-  xmpp_stanza_t* origin = element(context, "origin-id", kStanzaIds);
-  xmpp_stanza_set_attribute(origin, "id", payload.stanzaId.c_str());
-  adopt(message, origin);
+  auto message = std::make_unique<QuorXmlElement>("message");
+  message->set("type", "chat").set("to", payload.peer).set("id", payload.stanzaId);
+  auto& cs = message->add("cs", QuorXmppPayloadNamespace);
+  cs.set("name", payload.objectName);
+  if (!payload.sender.empty()) cs.set("sender", payload.sender);
+  if (payload.body) cs.setText(*payload.body);
+  message->add("origin-id", kStanzaIds).set("id", payload.stanzaId);
   // Servers archive a message with this hint even though it has no <body>.
-  adopt(message, element(context, "store", "urn:xmpp:hints"));
+  message->add("store", "urn:xmpp:hints");
   return message;
 }
 
-bool QuorXmppStanza::readPayload(xmpp_stanza_t* message, QuorXmppPayload* payload) {
-  xmpp_stanza_t* cs = xmpp_stanza_get_child_by_name_and_ns(message, "cs", QuorXmppPayloadNamespace);
+bool QuorXmppStanza::readPayload(const QuorXmlElement& message, QuorXmppPayload* payload) {
+  const QuorXmlElement* cs = message.child("cs", QuorXmppPayloadNamespace);
   if (!cs) return false;
-  payload->objectName = attribute(cs, "name");
+  payload->objectName = cs->attribute("name");
   if (payload->objectName.empty()) return false;
-  payload->sender = attribute(cs, "sender");
-  payload->peer = bareJid(attribute(message, "from"));
-  xmpp_stanza_t* origin = xmpp_stanza_get_child_by_name_and_ns(message, "origin-id", kStanzaIds);
-  payload->stanzaId = origin ? attribute(origin, "id") : "";
-  if (payload->stanzaId.empty()) payload->stanzaId = attribute(message, "id");
+  payload->sender = cs->attribute("sender");
+  payload->peer = bareJid(message.attribute("from"));
+  const QuorXmlElement* origin = message.child("origin-id", kStanzaIds);
+  payload->stanzaId = origin ? origin->attribute("id") : "";
+  if (payload->stanzaId.empty()) payload->stanzaId = message.attribute("id");
   payload->body = std::nullopt;
-  if (char* text = xmpp_stanza_get_text(cs)) {
-    if (*text) payload->body = std::string(text);
-    xmpp_free(xmpp_stanza_get_context(message), text);
-  }
-  const int64_t stamp = parseStamp(attribute(cs, "stamp"));
-  xmpp_stanza_t* delay = xmpp_stanza_get_child_by_name_and_ns(message, "delay", kDelay);
+  if (!cs->text().empty()) payload->body = cs->text();
+  const int64_t stamp = parseStamp(cs->attribute("stamp"));
+  const QuorXmlElement* delay = message.child("delay", kDelay);
   payload->offline = delay != nullptr;
   payload->serverStamped = stamp > 0;
-  payload->stamp = stamp > 0 ? stamp : delay ? parseDateTime(attribute(delay, "stamp")) : 0;
+  payload->stamp = stamp > 0 ? stamp : delay ? parseDateTime(delay->attribute("stamp")) : 0;
   return true;
 }
 
-bool QuorXmppStanza::readConfirmation(xmpp_stanza_t* message, std::string* id, int64_t* stamp) {
-  xmpp_stanza_t* confirmed =
-      xmpp_stanza_get_child_by_name_and_ns(message, "confirmed", QuorXmppPayloadNamespace);
+bool QuorXmppStanza::readConfirmation(const QuorXmlElement& message, std::string* id,
+                                      int64_t* stamp) {
+  const QuorXmlElement* confirmed = message.child("confirmed", QuorXmppPayloadNamespace);
   if (!confirmed) return false;
-  *id = attribute(confirmed, "id");
-  *stamp = parseStamp(attribute(confirmed, "stamp"));
+  *id = confirmed->attribute("id");
+  *stamp = parseStamp(confirmed->attribute("stamp"));
   return !id->empty() && *stamp >= 0;
 }
 
-int64_t QuorXmppStanza::errorCodeOf(xmpp_stanza_t* stanza) {
-  xmpp_stanza_t* error = xmpp_stanza_get_child_by_name(stanza, "error");
+int64_t QuorXmppStanza::errorCodeOf(const QuorXmlElement& stanza) {
+  const QuorXmlElement* error = stanza.child("error");
   if (!error) return QuorXmppErrorRejected;
   for (const char* condition : {"item-not-found", "service-unavailable", "recipient-unavailable",
                                 "remote-server-not-found"}) {
-    if (xmpp_stanza_get_child_by_name_and_ns(error, condition, kStanzaErrors)) {
-      return QuorXmppErrorNoSuchRecipient;
-    }
+    if (error->child(condition, kStanzaErrors)) return QuorXmppErrorNoSuchRecipient;
   }
   return QuorXmppErrorRejected;
 }
 
-xmpp_stanza_t* QuorXmppStanza::discoInfoQuery(xmpp_ctx_t* context, const std::string& to,
-                                              const std::string& id) {
-  xmpp_stanza_t* iq = xmpp_iq_new(context, "get", id.c_str());
-  xmpp_stanza_set_to(iq, to.c_str());
-  adopt(iq, element(context, "query", "http://jabber.org/protocol/disco#info"));
+std::unique_ptr<QuorXmlElement> QuorXmppStanza::discoInfoQuery(const std::string& to,
+                                                               const std::string& id) {
+  auto iq = std::make_unique<QuorXmlElement>("iq");
+  iq->set("type", "get").set("to", to).set("id", id);
+  iq->add("query", "http://jabber.org/protocol/disco#info");
   return iq;
 }
 
-bool QuorXmppStanza::hasFeature(xmpp_stanza_t* result, const std::string& feature) {
-  xmpp_stanza_t* query = xmpp_stanza_get_child_by_name(result, "query");
+bool QuorXmppStanza::hasFeature(const QuorXmlElement& result, const std::string& feature) {
+  const QuorXmlElement* query = result.child("query");
   if (!query) return false;
-  for (xmpp_stanza_t* child = xmpp_stanza_get_children(query); child;
-       child = xmpp_stanza_get_next(child)) {
-    const char* name = xmpp_stanza_get_name(child);
-    if (name && std::strcmp(name, "feature") == 0 && attribute(child, "var") == feature) {
-      return true;
-    }
+  for (const auto& child : query->children()) {
+    if (child->localName() == "feature" && child->attribute("var") == feature) return true;
   }
   return false;
 }

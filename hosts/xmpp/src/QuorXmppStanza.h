@@ -1,10 +1,11 @@
 // Building and reading the stanzas of the customer-service wire over XMPP.
 #pragma once
 
-#include <strophe.h>
-
 #include <cstdint>
+#include <memory>
 #include <string>
+
+#include "QuorXmlElement.h"
 
 #include "QuorXmppHost/QuorXmppPayload.h"
 
@@ -18,18 +19,18 @@ class QuorXmppStanza {
   // <message type='chat' to=PEER id=ID><cs xmlns=NS name=NAME [sender=S]>BODY</cs>
   // <origin-id xmlns='urn:xmpp:sid:0' id=ID/><store xmlns='urn:xmpp:hints'/></message>, or null
   // when the body or a name is not valid XML text (not UTF-8, or a character XML forbids).
-  static xmpp_stanza_t* payloadMessage(xmpp_ctx_t* context, const QuorXmppPayload& payload);
+  static std::unique_ptr<QuorXmlElement> payloadMessage(const QuorXmppPayload& payload);
   // The payload of a received <message>: false when it has none or no name. Its stanza id is
   // the sender's origin id (XEP-0359) when it gives one, else the stanza's id attribute.
-  static bool readPayload(xmpp_stanza_t* message, QuorXmppPayload* payload);
+  static bool readPayload(const QuorXmlElement& message, QuorXmppPayload* payload);
   // The server's <confirmed id=ID stamp=MS/>: false when the message is not one.
-  static bool readConfirmation(xmpp_stanza_t* message, std::string* id, int64_t* stamp);
+  static bool readConfirmation(const QuorXmlElement& message, std::string* id, int64_t* stamp);
   // The QuorXmppError code for an error stanza.
-  static int64_t errorCodeOf(xmpp_stanza_t* error);
+  static int64_t errorCodeOf(const QuorXmlElement& error);
 
-  static xmpp_stanza_t* discoInfoQuery(xmpp_ctx_t* context, const std::string& to,
-                                       const std::string& id);
-  static bool hasFeature(xmpp_stanza_t* discoResult, const std::string& feature);
+  static std::unique_ptr<QuorXmlElement> discoInfoQuery(const std::string& to,
+                                                        const std::string& id);
+  static bool hasFeature(const QuorXmlElement& discoResult, const std::string& feature);
 
   // An XEP-0082 date-time ("2026-11-23T05:29:30Z", with optional fraction and offset) in ms
   // since the epoch; 0 when it is not one.

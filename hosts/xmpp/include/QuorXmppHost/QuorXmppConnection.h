@@ -16,22 +16,28 @@
 
 namespace quor {
 
-// One XMPP client connection that carries customer-service payloads: it connects, announces
-// presence, reconnects with backoff after a loss, sends payloads as <message type='chat'> with
+// One XMPP client connection that carries customer-service payloads: it logs in (STARTTLS,
+// SCRAM-SHA-1 or PLAIN, a resource per device, XEP-0198 stream management), announces
+// presence, keeps the link alive and reconnects with backoff after a loss (resuming the stream
+// when the server still has it), sends payloads as <message type='chat'> with an origin id and
 // the storage hint, and matches each send with the server's confirmation (the stamping module,
-// hosts/xmpp/prosody) or its error stanza. Used by QuorXmppHost and by the desk program.
+// hosts/xmpp/prosody), its acknowledgement, or an error stanza. Used by QuorXmppHost and by the
+// desk program.
 //
 // Threads:
-// - "network": one thread owns the libstrophe connection (libstrophe has no locking). Every
-//   Events function and every send outcome is called there, with no lock held; they must not
-//   block.
+// - "network": one thread owns the socket and waits in poll() (any descriptor number works).
+//   Every Events function and every send outcome is called there, with no lock held; they must
+//   not block. The thread blocks SIGPIPE for itself: no write ever raises a signal.
 // - send(), sendRaw(), status() and the waits may be called from any thread: sends go through
 //   a locked outbox that wakes the network thread.
 //
 // A send is never dropped silently: its outcome is called exactly once, with 0 and the server's
-// stamp (ms) once the server confirmed it, or with a QuorXmppError code. On a server without the
-// stamping module (its feature is not advertised) a send succeeds once it is written, stamped
-// with this machine's clock.
+// stamp (ms) once the server confirmed it, or with a QuorXmppError code. A send waits for a link
+// up to QuorXmppOptions::outboxTimeout and is written once per link until it has its outcome;
+// receivers take a second copy once (same origin id). On a server without the stamping module
+// (its feature is not advertised) a send succeeds once the server acknowledged it (stream
+// management; an error the server returned first fails it), or once written when the server
+// has no stream management, stamped with this machine's clock.
 class QuorXmppConnection {
  public:
   class Events {
@@ -58,7 +64,7 @@ class QuorXmppConnection {
   void stop();
   // Sends a payload to `payload.peer`; the stanza id is chosen here.
   void send(QuorXmppPayload payload, Outcome outcome);
-  // Writes raw XML on the stream when online (for tests that play a hostile peer).
+  // Writes one raw stanza on the stream when online (for tests that play a hostile peer).
   void sendRaw(std::string xml);
 
   QuorXmppConnectionStatus status() const { return status_.load(); }
@@ -78,6 +84,7 @@ class QuorXmppConnection {
     QuorXmppPayload payload;
     std::string raw;
     Outcome outcome;
+    std::chrono::steady_clock::time_point made;
   };
   void wake();
 

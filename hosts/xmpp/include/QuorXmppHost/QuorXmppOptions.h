@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
@@ -22,8 +23,29 @@ struct QuorXmppOptions {
   // Reconnection after a lost or failed connection: the first wait, doubled up to the longest.
   std::chrono::milliseconds reconnectFirst{200};
   std::chrono::milliseconds reconnectLongest{10000};
-  // A send that the server has not confirmed in this time fails with QuorXmppErrorTimeout.
+  // A send written on a live link that the server has not confirmed in this time fails with
+  // QuorXmppErrorTimeout.
   std::chrono::milliseconds sendTimeout{10000};
+  // How long a send may wait for a link: made while offline, or in flight when the link was
+  // lost (it is written again, once, on the next link). Counted from the send; past it the send
+  // fails with QuorXmppErrorNotOnline (never written) or QuorXmppErrorConnectionLost. 0: sends
+  // fail at once while offline and when the link is lost.
+  std::chrono::milliseconds outboxTimeout{60000};
+  // XEP-0198 stream management when the server offers it: acknowledgements and resumption of
+  // the session after a lost link. Off only for servers whose support is broken.
+  bool streamManagement = true;
+  // Keepalive: after this long without a byte from the server the connection asks it for an
+  // answer (a stream-management request, else a ping); without one within keepaliveTimeout the
+  // link is taken as dead and the connection reconnects. A dead link is noticed within their
+  // sum (30 s by default); an idle connection wakes only for these.
+  std::chrono::milliseconds keepaliveInterval{20000};
+  std::chrono::milliseconds keepaliveTimeout{10000};
+  // A login (TCP, TLS, authentication, binding) that takes longer than this is given up and
+  // tried again.
+  std::chrono::milliseconds loginTimeout{15000};
+  // The largest stanza the server may send, in bytes on the wire; a larger one (or one nested
+  // deeper than 32 elements) ends the connection as the server's error.
+  std::size_t maxStanzaBytes = 1024 * 1024;
   // The resource of the connection: one per device, so that two devices of one account never
   // take turns. Empty: QuorXmppHost uses the one its store keeps for this device; a bare
   // QuorXmppConnection makes one for itself ("quor-cs-" and 12 random hex digits).
