@@ -1,6 +1,9 @@
 // The XMPP path in field conditions: desks that restart, links that reset, and other accounts
 // that try to fail a customer's sends.
+#include <fcntl.h>
 #include <signal.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <deque>
@@ -253,6 +256,120 @@ TEST_F(XmppFieldProxy, AServerThatDropsWhileTheAppWritesNeitherKillsItNorLosesAn
   struct sigaction after {};
   ::sigaction(SIGPIPE, nullptr, &after);
   EXPECT_EQ(after.sa_handler, before.sa_handler);  // the app's disposition is untouched
+}
+
+}  // namespace
+}  // namespace quor::test
+
+namespace quor::test {
+namespace {
+
+TEST_F(XmppFieldProxy, ADeadLinkIsNoticedAndWhatWasSaidMeanwhileArrivesOnce) {
+  startDesk();
+  QuorXmppOptions connection = accountOptions("alice", "alice-pw");
+  connection.port = static_cast<uint16_t>(proxy->port());
+  connection.keepaliveInterval = std::chrono::milliseconds(300);
+  connection.keepaliveTimeout = std::chrono::milliseconds(300);
+  host = makeHost("alice", ":memory:", view, &connection);
+  start("quor-shop", view);
+  ASSERT_TRUE(eventsReach(view, 2));
+  ASSERT_TRUE(shownReach(view, 1));
+
+  proxy->setBlackHole(true);
+  const auto silent = std::chrono::steady_clock::now();
+  say(*host, "quor-shop", "where is my order?");
+  ASSERT_TRUE(
+      runUntil([&] { return host->connectionStatus() != QuorXmppConnectionStatus::Connected; }));
+  // Noticed within the keepalive's interval and timeout (and the scheduler's slack).
+  EXPECT_LT(std::chrono::steady_clock::now() - silent, std::chrono::seconds(3));
+  proxy->setBlackHole(false);
+  ASSERT_TRUE(host->waitUntilOnline(kPatience));
+  ASSERT_TRUE(shownReach(view, 2));
+  // Settle, then count: the answer to the question, once.
+  std::this_thread::sleep_for(std::chrono::milliseconds(500));
+  host->waitForDelivery();
+  host->mainRunLoop().runUntilIdle();
+  EXPECT_THAT(view.shown, ElementsAre(view.shown[0],
+                                      "Orders ship within 24 hours; you can follow yours under "
+                                      "Me > Orders."));
+  EXPECT_GE(proxy->accepted(), 2u);
+}
+
+TEST_F(XmppFieldProxy, AHostileServerIsCutOffAndTheHostComesBack) {
+  const QuorXmppOptions connection = throughProxy("alice");
+  host = makeHost("alice", ":memory:", view, &connection);
+  std::string nested;
+  for (int i = 0; i < 100000; ++i) nested += "<a>";
+  for (const std::string& attack :
+       {"<message>" + nested, "<message><body>" + std::string(3 << 20, 'x') + "</body></message>",
+        "<message a='" + std::string(3 << 20, 'x') + "'/>"}) {
+    const std::size_t links = proxy->accepted();
+    proxy->injectToClient(attack);
+    ASSERT_TRUE(runUntil([&] { return proxy->accepted() > links; }));
+    ASSERT_TRUE(host->waitUntilOnline(kPatience));
+  }
+  startDesk();
+  start("quor-shop", view);
+  ASSERT_TRUE(eventsReach(view, 2));
+  EXPECT_THAT(view.events, ElementsAre("success", "mode(3)"));
+}
+
+TEST_F(XmppField, FiveThousandOpenDescriptorsDoNotStopALogin) {
+  rlimit limit{};
+  ::getrlimit(RLIMIT_NOFILE, &limit);
+  const rlimit before = limit;
+  limit.rlim_cur = std::min<rlim_t>(limit.rlim_max, 6000);
+  ::setrlimit(RLIMIT_NOFILE, &limit);
+  std::vector<int> held;
+  for (int i = 0; i < 5000; ++i) {
+    const int fd = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+    if (fd < 0) break;
+    held.push_back(fd);
+  }
+  ASSERT_GT(held.size(), 1100u);  // past select()'s 1024 in any case
+  startDesk();
+  host = makeHost("alice", ":memory:", view);
+  start("quor-shop", view);
+  ASSERT_TRUE(eventsReach(view, 2));
+  EXPECT_THAT(view.events, ElementsAre("success", "mode(3)"));
+  host->logout();
+  desk.reset();
+  for (const int fd : held) ::close(fd);
+  ::setrlimit(RLIMIT_NOFILE, &before);
+}
+
+// A stock server: no stamping module. Sends still have exactly one outcome each, from the
+// server's acknowledgement or its error.
+class XmppStockServer : public XmppField {
+ protected:
+  void SetUp() override {
+    QuorPrivateServer::Options options;
+    options.accounts = {{"alice", "alice-pw"}, {deskLocalPart(), "desk-pw"}};
+    options.stampingModule = false;
+    std::string error;
+    server = QuorPrivateServer::start(options, &error);
+    ASSERT_TRUE(server) << error;
+  }
+};
+
+TEST_F(XmppStockServer, EverySendSucceedsOrFailsOnce) {
+  host = makeHost("alice", ":memory:", view);
+  Outcomes& ghost = track();
+  Outcomes& offline = track();
+  sendCounted(*host, "anyone?", ghost, "ghost-desk");
+  sendCounted(*host, "hello", offline);  // the desk exists but is not on: kept for it
+  ASSERT_TRUE(runUntil([&] { return ghost.reported() == 1 && offline.reported() == 1; }));
+  EXPECT_THAT(ghost.failed, ElementsAre(QuorXmppErrorNoSuchRecipient));
+  EXPECT_EQ(offline.succeeded, 1);
+  std::this_thread::sleep_for(std::chrono::milliseconds(300));
+  host->waitForDelivery();
+  host->mainRunLoop().runUntilIdle();
+  EXPECT_EQ(ghost.reported() + offline.reported(), 2);
+
+  startDesk();
+  start("quor-shop", view);
+  ASSERT_TRUE(eventsReach(view, 2));
+  EXPECT_THAT(view.events, ElementsAre("success", "mode(3)"));
 }
 
 }  // namespace

@@ -46,6 +46,8 @@ void QuorXmlStream::reset() {
       });
   open_.clear();
   depth_ = 0;
+  fed_ = 0;
+  lastEvent_ = 0;
   error_.clear();
 }
 
@@ -57,7 +59,12 @@ bool QuorXmlStream::feed(const char* data, std::size_t size) {
       error_ = std::string("not well-formed: ") + XML_ErrorString(XML_GetErrorCode(parser_->xml));
     }
     at += slice;
-    if (error_.empty() && depth_ >= 2 && stanzaTooLarge(0)) fail("a stanza over the size limit");
+    fed_ += static_cast<int64_t>(slice);
+    // A tag still unfinished (a huge name or attribute) is buffered by the parser: bounded too.
+    if (error_.empty() && ((depth_ >= 2 && stanzaTooLarge(0)) ||
+                           fed_ - lastEvent_ > static_cast<int64_t>(limits_.maxStanzaBytes))) {
+      fail("a stanza over the size limit");
+    }
   }
   return error_.empty();
 }
@@ -75,6 +82,7 @@ bool QuorXmlStream::stanzaTooLarge(std::size_t pendingText) const {
 
 void QuorXmlStream::startElement(const char* name, const char** attributes) {
   if (!error_.empty()) return;
+  lastEvent_ = XML_GetCurrentByteIndex(parser_->xml);
   ++depth_;
   auto element = std::make_unique<QuorXmlElement>(name);
   for (int i = 0; attributes[i] && attributes[i + 1]; i += 2) {
@@ -96,6 +104,11 @@ void QuorXmlStream::startElement(const char* name, const char** attributes) {
 
 void QuorXmlStream::endElement() {
   if (!error_.empty()) return;
+  lastEvent_ = XML_GetCurrentByteIndex(parser_->xml);
+  if (depth_ >= 2 && stanzaTooLarge(0)) {
+    fail("a stanza over the size limit");
+    return;
+  }
   --depth_;
   if (depth_ == 0) {
     handler_.onStreamEnd();
@@ -112,7 +125,9 @@ void QuorXmlStream::endElement() {
 
 void QuorXmlStream::characters(const char* data, int length) {
   // Whitespace between stanzas (keepalives) is no one's text.
-  if (!error_.empty() || open_.empty()) return;
+  if (!error_.empty()) return;
+  lastEvent_ = XML_GetCurrentByteIndex(parser_->xml);
+  if (open_.empty()) return;
   if (stanzaTooLarge(static_cast<std::size_t>(length))) {
     fail("a stanza over the size limit");
     return;

@@ -56,6 +56,8 @@ class QuorXmlStream {
   std::vector<std::unique_ptr<QuorXmlElement>> open_;
   int depth_ = 0;  // 1 inside <stream:stream>, 2 inside a stanza, ...
   int64_t stanzaStart_ = 0;
+  int64_t fed_ = 0;        // bytes of this stream fed so far
+  int64_t lastEvent_ = 0;  // where the parser last reported something: what follows is buffered
   std::string error_;
 };
 

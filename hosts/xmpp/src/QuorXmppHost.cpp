@@ -15,18 +15,17 @@ constexpr int32_t kDirectionSend = 1;
 // How many received stanza ids the host remembers to drop a second delivery.
 constexpr std::size_t kRememberedIds = 8192;
 
-// What makes a received message the same as one taken before: its sender, its stanza id, the
-// server's stamp when the server stamps, and its contents. A second delivery of one stanza (a
-// resend after a lost link, the offline store) has all four equal; a new message from a sender
-// that numbers its ids again after a restart differs in its stamp or its contents, so it is
-// never dropped. A message without an id is always taken.
+// What makes a received message the same as one taken before: its sender, its origin id (or
+// stanza id) and its contents. Every copy of one send has all three equal: a resend after a lost
+// link, the offline store, a send written again on a new session after the server restarted
+// (which the server stamps anew, so the stamp is not part of it). Ids are random, so a new
+// message never matches: a sender that numbered its ids again after a restart would also have
+// to repeat the same contents. A message without an id is always taken.
 std::string originKeyOf(const QuorXmppPayload& payload) {
   if (payload.stanzaId.empty()) return "";
   const std::size_t contents =
       std::hash<std::string>{}(payload.objectName + '\0' + payload.body.value_or(""));
-  return payload.peer + " " + payload.stanzaId + " " +
-         (payload.serverStamped ? std::to_string(payload.stamp) : "") + " " +
-         std::to_string(contents);
+  return payload.peer + " " + payload.stanzaId + " " + std::to_string(contents);
 }
 
 bool isStored(const std::shared_ptr<KXMessageContent>& content) {

@@ -137,7 +137,6 @@ bool QuorXmppStanza::readPayload(const QuorXmlElement& message, QuorXmppPayload*
   const int64_t stamp = parseStamp(cs->attribute("stamp"));
   const QuorXmlElement* delay = message.child("delay", kDelay);
   payload->offline = delay != nullptr;
-  payload->serverStamped = stamp > 0;
   payload->stamp = stamp > 0 ? stamp : delay ? parseDateTime(delay->attribute("stamp")) : 0;
   return true;
 }

@@ -19,8 +19,7 @@ struct QuorXmppPayload {
   std::string sender;      // the sending user's id inside the service (optional)
   std::string stanzaId;    // the stanza id (chosen by the connection for sends)
   int64_t stamp = 0;       // the server's time in ms (the stamping module), else the delay stamp
-  bool serverStamped = false;  // the stamp is the stamping module's (the same on every delivery)
-  bool offline = false;        // delivered from the server's offline store
+  bool offline = false;    // delivered from the server's offline store
 };
 
 // The connection state a QuorXmppConnection reports, and a QuorXmppHost passes to the loaded

@@ -1,0 +1,152 @@
+// The XMPP client's parts on their own: reading the stream within its limits, SCRAM, and the
+// bookkeeping of stream management.
+#include <gmock/gmock.h>
+
+#include <cstring>
+
+#include "QuorSaslClient.h"
+#include "QuorStreamManagement.h"
+#include "QuorXmlStream.h"
+
+namespace quor::test {
+namespace {
+
+using ::testing::ElementsAre;
+
+// Records what the stream read, as text.
+struct Reader : QuorXmlStream::Handler {
+  std::vector<std::string> seen;
+  void onStreamStart(const QuorXmlElement& header) override {
+    seen.push_back("start " + header.name());
+  }
+  void onStanza(std::unique_ptr<QuorXmlElement> stanza) override {
+    seen.push_back(stanza->toXml());
+  }
+  void onStreamEnd() override { seen.push_back("end"); }
+};
+
+constexpr const char* kHeader =
+    "<?xml version='1.0'?><stream:stream xmlns='jabber:client' "
+    "xmlns:stream='http://etherx.jabber.org/streams' id='s1' version='1.0'>";
+
+TEST(XmlStream, ReadsStanzasWhicheverWayTheBytesAreCut) {
+  const std::string wire = std::string(kHeader) +
+                           " <message from='a@b'><cs xmlns='q' name='KX:TxtMsg'>{&quot;x&quot;:"
+                           "&lt;1&gt;}</cs></message>\n <r xmlns='urn:xmpp:sm:3'/></stream:stream>";
+  for (const std::size_t piece : {wire.size(), std::size_t{1}, std::size_t{7}}) {
+    Reader reader;
+    QuorXmlStream stream(reader, {});
+    for (std::size_t at = 0; at < wire.size(); at += piece) {
+      ASSERT_TRUE(stream.feed(wire.data() + at, std::min(piece, wire.size() - at)));
+    }
+    EXPECT_THAT(reader.seen,
+                ElementsAre("start stream:stream",
+                            "<message from='a@b'><cs xmlns='q' "
+                            "name='KX:TxtMsg'>{&quot;x&quot;:&lt;1&gt;}</cs></message>",
+                            "<r xmlns='urn:xmpp:sm:3'/>", "end"));
+  }
+}
+
+TEST(XmlStream, RefusesWhatAServerMustNotSend) {
+  std::string nested;
+  for (int i = 0; i < 100000; ++i) nested += "<a>";
+  struct Case {
+    const char* what;
+    std::string wire;
+    QuorXmlStream::Limits limits;
+    std::string error;
+  };
+  const std::vector<Case> cases = {
+      {"nested 100,000 deep",
+       kHeader + ("<message>" + nested),
+       {},
+       "a stanza nested deeper than the limit"},
+      {"2 MiB of text",
+       kHeader + ("<message><body>" + std::string(2 << 20, 'x')),
+       {},
+       "a stanza over the size limit"},
+      {"a big attribute",
+       kHeader + ("<message a='" + std::string(3000, 'x') + "'/>"),
+       {1000, 32},
+       "a stanza over the size limit"},
+      {"a document type",
+       "<?xml version='1.0'?><!DOCTYPE x [<!ENTITY a 'b'>]><x>",
+       {},
+       "a document type declaration"},
+      {"not XML", std::string(kHeader) + "<message></iq>", {}, "not well-formed: mismatched tag"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    Reader reader;
+    QuorXmlStream stream(reader, c.limits);
+    EXPECT_FALSE(stream.feed(c.wire.data(), c.wire.size()));
+    EXPECT_EQ(stream.error(), c.error);
+    EXPECT_LE(reader.seen.size(), 1u);  // at most the header
+    // A new stream reads again.
+    stream.reset();
+    EXPECT_TRUE(stream.feed(kHeader, std::strlen(kHeader)));
+  }
+}
+
+TEST(XmlElement, AChainAMillionDeepIsFreedWithoutRecursion) {
+  auto root = std::make_unique<QuorXmlElement>("a");
+  QuorXmlElement* tip = root.get();
+  for (int i = 0; i < 1000000; ++i) tip = &tip->add("a");
+  root.reset();
+}
+
+TEST(SaslClient, ScramSha1AgreesWithTheStandardsExample) {
+  QuorSaslClient sasl("user", "pencil", "fyko+d2lbbFgONRv9qkxdawL");
+  EXPECT_EQ(QuorSaslClient::choose({"PLAIN", "SCRAM-SHA-1", "X"}), "SCRAM-SHA-1");
+  EXPECT_EQ(sasl.start("SCRAM-SHA-1"), "n,,n=user,r=fyko+d2lbbFgONRv9qkxdawL");
+  const auto response =
+      sasl.respond("r=fyko+d2lbbFgONRv9qkxdawL3rfcNHYJY1ZVvWVs7j,s=QSXCR+Q6sek8bf92,i=4096");
+  ASSERT_TRUE(response);
+  EXPECT_EQ(*response,
+            "c=biws,r=fyko+d2lbbFgONRv9qkxdawL3rfcNHYJY1ZVvWVs7j,p=v0X8v3Bz2T0CJGbJQyF0X+HI4Ts=");
+  EXPECT_TRUE(sasl.verifySuccess("v=rmF9pqV8S7suAoZWja4dJRkFsKQ="));
+  EXPECT_FALSE(sasl.verifySuccess("v=AAAApqV8S7suAoZWja4dJRkFsKQ="));
+}
+
+TEST(SaslClient, RefusesChallengesThatAreNotSafe) {
+  for (const char* challenge : {
+           "r=someone-elses-nonce,s=QSXCR+Q6sek8bf92,i=4096",  // not our nonce
+           "r=abc,s=QSXCR+Q6sek8bf92,i=4096",                  // our nonce and nothing more
+           "r=abcdef,s=QSXCR+Q6sek8bf92,i=99999999",           // a denial of service
+           "r=abcdef,s=not base64!,i=4096",
+           "r=abcdef,i=4096",
+           "",
+       }) {
+    QuorSaslClient sasl("user", "pencil", "abc");
+    sasl.start("SCRAM-SHA-1");
+    EXPECT_FALSE(sasl.respond(challenge)) << challenge;
+  }
+  QuorSaslClient plain("user", "pencil");
+  EXPECT_EQ(plain.start("PLAIN"), std::string("\0user\0pencil", 12));
+  EXPECT_EQ(QuorSaslClient::choose({"DIGEST-MD5"}), "");
+}
+
+TEST(StreamManagement, CountsAcknowledgesAndResendsWhatTheServerMissed) {
+  QuorStreamManagement sm;
+  sm.sent("x", "<ignored/>");  // before it is enabled nothing counts
+  sm.enabled("resume-1");
+  EXPECT_TRUE(sm.canResume());
+  for (const char* id : {"m1", "", "m3", "m4"}) sm.sent(id, std::string("<") + id + "/>");
+  EXPECT_THAT(sm.acknowledged(2), ElementsAre("m1"));
+  EXPECT_THAT(sm.acknowledged(1), ElementsAre());  // an older count
+  std::vector<std::string> handled;
+  const auto again = sm.resumed(3, &handled);
+  EXPECT_THAT(handled, ElementsAre("m3"));
+  ASSERT_EQ(again.size(), 1u);
+  EXPECT_EQ(again[0].id, "m4");
+  sm.sent(again[0].id, again[0].xml);
+  EXPECT_THAT(sm.acknowledged(4), ElementsAre("m4"));
+  sm.sent("m5", "<m5/>");
+  EXPECT_THAT(sm.acknowledged(99), ElementsAre("m5"));  // beyond what was sent: all of it
+  EXPECT_EQ(sm.unacknowledged(), 0u);
+  sm.forget();
+  EXPECT_FALSE(sm.isEnabled() || sm.canResume());
+}
+
+}  // namespace
+}  // namespace quor::test
