@@ -101,7 +101,8 @@ class QuorXmppConnection::Network : private QuorXmlStream::Handler {
   void flush();
   void write(const std::string& xml);
   void writeStanza(const std::string& xml, const std::string& id = "");
-  void lose(const std::string& why, bool replaced = false);
+  // `why` by value: it may be a member of what closing the link frees.
+  void lose(std::string why, bool replaced = false);
   void closeSocket();
   void sayGoodbye();
   void setStatus(QuorXmppConnectionStatus status);
@@ -452,7 +453,7 @@ void QuorXmppConnection::Network::writeStanza(const std::string& xml, const std:
   sm_.sent(id, xml);
 }
 
-void QuorXmppConnection::Network::lose(const std::string& why, bool replaced) {
+void QuorXmppConnection::Network::lose(std::string why, bool replaced) {
   const bool wasOnline = phase_ == Phase::Online;
   closeSocket();
   owner_.events_.onLog(wasOnline ? 3 : 4, "xmpp", "connection lost: " + why);

@@ -11,6 +11,7 @@
 #include <chrono>
 #include <mutex>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace quor {
@@ -57,6 +58,8 @@ class QuorTcpProxy::Loop {
   int targetPort = 0;
   mutable std::mutex mutex;
   std::vector<Link> links;
+  // Dropped links, closed with a reset by the loop (the only thread that closes) once due.
+  std::vector<std::pair<Link, std::chrono::steady_clock::time_point>> dropping;
   bool blackHole = false;
   bool hold = false;
   bool stopping = false;
@@ -75,6 +78,10 @@ class QuorTcpProxy::Loop {
       ::close(link.client);
       ::close(link.server);
     }
+    for (auto& entry : dropping) {
+      ::close(entry.first.client);
+      ::close(entry.first.server);
+    }
     if (listener >= 0) ::close(listener);
     if (wake >= 0) ::close(wake);
   }
@@ -88,15 +95,18 @@ class QuorTcpProxy::Loop {
     std::vector<char> buffer(64 * 1024);
     for (;;) {
       std::vector<pollfd> fds = {{listener, POLLIN, 0}, {wake, POLLIN, 0}};
+      int timeout = -1;
       {
         std::lock_guard<std::mutex> lock(mutex);
         if (stopping) return;
+        closeDueDrops();
         for (const auto& link : links) {
           fds.push_back({link.client, POLLIN, 0});
           fds.push_back({link.server, POLLIN, 0});
         }
+        if (!dropping.empty()) timeout = 5;
       }
-      if (::poll(fds.data(), fds.size(), -1) < 0) continue;
+      if (::poll(fds.data(), fds.size(), timeout) < 0) continue;
       if (fds[1].revents & POLLIN) {
         uint64_t drained;
         (void)!::read(wake, &drained, sizeof drained);
@@ -104,7 +114,8 @@ class QuorTcpProxy::Loop {
       if (fds[0].revents & POLLIN) acceptOne();
       std::lock_guard<std::mutex> lock(mutex);
       for (std::size_t i = 2; i < fds.size(); ++i) {
-        if (!fds[i].revents) continue;
+        // A link dropped meanwhile is no longer read.
+        if (!fds[i].revents || !isLinked(fds[i].fd)) continue;
         const ssize_t got = ::recv(fds[i].fd, buffer.data(), buffer.size(), MSG_DONTWAIT);
         if (got == 0 || (got < 0 && errno != EAGAIN && errno != EINTR)) {
           closeLinkOf(fds[i].fd);
@@ -146,6 +157,28 @@ class QuorTcpProxy::Loop {
           sendAll(link.client, data, size);
         }
       }
+    }
+  }
+
+  // Under the lock.
+  bool isLinked(int fd) const {
+    for (const auto& link : links) {
+      if (link.client == fd || link.server == fd) return true;
+    }
+    return false;
+  }
+
+  // Under the lock.
+  void closeDueDrops() {
+    const auto now = std::chrono::steady_clock::now();
+    for (auto it = dropping.begin(); it != dropping.end();) {
+      if (it->second > now) {
+        ++it;
+        continue;
+      }
+      closeWithReset(it->first.client);
+      closeWithReset(it->first.server);
+      it = dropping.erase(it);
     }
   }
 
@@ -212,19 +245,15 @@ std::string QuorTcpProxy::fromClients() const {
 }
 
 void QuorTcpProxy::dropAll() {
-  std::vector<Loop::Link> links;
-  {
-    std::lock_guard<std::mutex> lock(loop_->mutex);
-    links.swap(loop_->links);
-    for (const auto& link : links) ::shutdown(link.client, SHUT_WR);
-    loop_->poke();
-  }
+  std::lock_guard<std::mutex> lock(loop_->mutex);
   // The clients read the end of the stream and write on; what they write then is refused.
-  std::this_thread::sleep_for(std::chrono::milliseconds(20));
-  for (const auto& link : links) {
-    closeWithReset(link.client);
-    closeWithReset(link.server);
+  const auto due = std::chrono::steady_clock::now() + std::chrono::milliseconds(20);
+  for (auto& link : loop_->links) {
+    ::shutdown(link.client, SHUT_WR);
+    loop_->dropping.emplace_back(std::move(link), due);
   }
+  loop_->links.clear();
+  loop_->poke();
 }
 
 std::size_t QuorTcpProxy::accepted() const {
