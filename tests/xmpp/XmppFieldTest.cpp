@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/resource.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -340,6 +341,53 @@ TEST_F(XmppField, FiveThousandOpenDescriptorsDoNotStopALogin) {
 
 // A stock server: no stamping module. Sends still have exactly one outcome each, from the
 // server's acknowledgement or its error.
+TEST_F(XmppField, ASendLeftByAKilledAppIsDeliveredOnceByItsNextRun) {
+  const std::string store =
+      ::testing::TempDir() + "/killed-" + std::to_string(::getpid()) + ".sqlite";
+  std::filesystem::remove(store);
+  // The app's process: it sends and dies at once, before any outcome. The test has no other
+  // thread when it forks.
+  const pid_t app = ::fork();
+  ASSERT_GE(app, 0);
+  if (app == 0) {
+    QuorXmppHost::Options options;
+    options.connection = accountOptions("alice", "alice-pw");
+    options.storePath = store;
+    auto doomed = QuorXmppHost::create(options, nullptr);
+    doomed->setLogSink(nullptr, 0);
+    doomed->connect();
+    if (!doomed->waitUntilOnline(kPatience)) ::_exit(2);
+    say(*doomed, "quor-shop", "call me back");
+    ::_exit(0);
+  }
+  int status = 0;
+  ASSERT_EQ(::waitpid(app, &status, 0), app);
+  ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+
+  // The desk's side, as a plain account that shows what arrives.
+  QuorXmppOptions deskAccount = accountOptions(deskLocalPart(), "desk-pw");
+  auto deskSide = bareHost(deskLocalPart(), &deskAccount);
+  std::vector<std::string> arrived;
+  deskSide->addMessageListener([&](const std::shared_ptr<KXMessage>& message) {
+    if (auto* text = dynamic_cast<KXTextMessage*>(message->content().get())) {
+      arrived.push_back(text->content().value_or(""));
+    }
+  });
+  ASSERT_TRUE(deskSide->waitUntilOnline(kPatience));
+  host = makeHost("alice", store, view);
+  ASSERT_TRUE(runUntil([&] {
+    deskSide->mainRunLoop().runUntilIdle();
+    const auto kept = host->history("quor-shop");
+    return !arrived.empty() && kept.size() == 1 && kept[0].status == QuorDeliveryStatus::Sent;
+  }));
+  std::this_thread::sleep_for(std::chrono::milliseconds(300));
+  deskSide->waitForDelivery();
+  deskSide->mainRunLoop().runUntilIdle();
+  EXPECT_THAT(arrived, ElementsAre("call me back"));
+  deskSide->logout();
+  std::filesystem::remove(store);
+}
+
 class XmppStockServer : public XmppField {
  protected:
   void SetUp() override {

@@ -81,8 +81,7 @@ std::unique_ptr<QuorMessageStore> QuorMessageStore::open(const Options& options,
   sqlite3_busy_timeout(database, 2000);
   std::unique_ptr<QuorMessageStore> store(new QuorMessageStore(database));
   if (!store->claim(options.account, error)) return nullptr;
-  sqlite3_exec(database, "UPDATE messages SET status = 2 WHERE status = 0", nullptr, nullptr,
-               nullptr);
+  store->unsent_ = store->read("WHERE status = 0 ORDER BY id", nullptr, 0, 0);
   if (options.limitBytes > 0) {
     Statement pageSize(database, "PRAGMA page_size");
     const int64_t page = pageSize && sqlite3_step(pageSize.get()) == SQLITE_ROW
@@ -141,7 +140,9 @@ QuorMessageStore::Insert QuorMessageStore::insert(QuorStoredMessage& message,
   statement.bind(6, message.body);
   statement.bind(7, message.sentTime);
   statement.bind(8, message.receivedStatus);
-  statement.bind(9, originKey.empty() ? std::nullopt : std::optional<std::string>(originKey));
+  // A sent message's origin is its stanza id, so that a later run can write it again.
+  const std::string origin = !message.stanzaId.empty() ? "sent " + message.stanzaId : originKey;
+  statement.bind(9, origin.empty() ? std::nullopt : std::optional<std::string>(origin));
   statement.bind(10, message.status);
   if (sqlite3_step(statement.get()) != SQLITE_DONE) return failed();
   if (sqlite3_changes(database_) == 0) return Insert::Duplicate;
@@ -174,17 +175,27 @@ std::string QuorMessageStore::lastError() const {
 
 std::vector<QuorStoredMessage> QuorMessageStore::page(const std::string& targetId, int64_t beforeId,
                                                       int count) const {
-  std::vector<QuorStoredMessage> messages;
-  if (count <= 0) return messages;
+  if (count <= 0) return {};
   std::lock_guard<std::mutex> lock(mutex_);
-  Statement statement(database_,
-                      "SELECT id, conversation_type, target_id, direction, sender_user_id, "
-                      "object_name, body, sent_time, received_status, status FROM messages "
-                      "WHERE target_id = ? AND id < ? ORDER BY id DESC LIMIT ?");
+  return read("WHERE target_id = ? AND id < ? ORDER BY id DESC LIMIT ?", &targetId,
+              beforeId > 0 ? beforeId : INT64_MAX, count);
+}
+
+std::vector<QuorStoredMessage> QuorMessageStore::read(const char* where,
+                                                      const std::string* targetId, int64_t beforeId,
+                                                      int count) const {
+  std::vector<QuorStoredMessage> messages;
+  Statement statement(database_, (std::string("SELECT id, conversation_type, target_id, direction, "
+                                              "sender_user_id, object_name, body, sent_time, "
+                                              "received_status, status, origin FROM messages ") +
+                                  where)
+                                     .c_str());
   if (!statement) return messages;
-  statement.bind(1, std::optional<std::string>(targetId));
-  statement.bind(2, beforeId > 0 ? beforeId : INT64_MAX);
-  statement.bind(3, static_cast<int64_t>(count));
+  if (targetId) {
+    statement.bind(1, std::optional<std::string>(*targetId));
+    statement.bind(2, beforeId);
+    statement.bind(3, static_cast<int64_t>(count));
+  }
   while (sqlite3_step(statement.get()) == SQLITE_ROW) {
     sqlite3_stmt* row = statement.get();
     QuorStoredMessage message;
@@ -198,9 +209,16 @@ std::vector<QuorStoredMessage> QuorMessageStore::page(const std::string& targetI
     message.sentTime = sqlite3_column_int64(row, 7);
     message.receivedStatus = sqlite3_column_int(row, 8);
     message.status = static_cast<QuorDeliveryStatus>(sqlite3_column_int(row, 9));
+    const std::string origin = statement.text(10).value_or("");
+    if (origin.rfind("sent ", 0) == 0) message.stanzaId = origin.substr(5);
     messages.push_back(std::move(message));
   }
   return messages;
+}
+
+std::vector<QuorStoredMessage> QuorMessageStore::unsent() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return unsent_;
 }
 
 }  // namespace quor

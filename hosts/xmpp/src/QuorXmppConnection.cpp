@@ -688,7 +688,11 @@ void QuorXmppConnection::Network::writeQueued(Clock::time_point now) {
     Outgoing outgoing = std::move(queued_.front());
     queued_.pop_front();
     auto& payload = outgoing.payload;
-    payload.stanzaId = QuorXmppStanza::uniqueId();
+    // A send keeps the id it was given (a message written again by a later run of the app),
+    // else it gets a fresh one.
+    if (payload.stanzaId.empty() || waiting_.count(payload.stanzaId)) {
+      payload.stanzaId = QuorXmppStanza::uniqueId();
+    }
     const auto message = QuorXmppStanza::payloadMessage(payload);
     if (!message) {
       if (outgoing.outcome) outgoing.outcome(QuorXmppErrorNotSendable, 0);

@@ -49,6 +49,7 @@ std::shared_ptr<QuorXmppHost> QuorXmppHost::create(Options options, std::string*
 QuorXmppHost::QuorXmppHost(Options options, std::unique_ptr<QuorMessageStore> store)
     : options_(std::move(options)),
       store_(std::move(store)),
+      unsent_(store_->unsent()),
       delivery_(std::make_unique<QuorWorkerThread>("delivery")) {
   connection_ = std::make_unique<QuorXmppConnection>(
       options_.connection, static_cast<QuorXmppConnection::Events&>(*this));
@@ -97,6 +98,8 @@ void QuorXmppHost::transmit(QuorOutgoingSend send, std::shared_ptr<QuorPendingSe
     return;
   }
   if (isStored(send.content)) {
+    // A stored send keeps its stanza id, so that a later run can write it again under it.
+    payload.stanzaId = QuorXmppStanza::uniqueId();
     QuorStoredMessage stored{0,
                              send.conversationType,
                              *send.targetId,
@@ -106,7 +109,8 @@ void QuorXmppHost::transmit(QuorOutgoingSend send, std::shared_ptr<QuorPendingSe
                              send.body,
                              0,
                              0,
-                             QuorDeliveryStatus::Pending};
+                             QuorDeliveryStatus::Pending,
+                             payload.stanzaId};
     if (store(stored, "", record) == QuorMessageStore::Insert::Stored)
       record->setMessageId(stored.id);
   }
@@ -142,7 +146,35 @@ void QuorXmppHost::onStatus(QuorXmppConnectionStatus status) {
       if (status == QuorXmppConnectionStatus::Connected) module->setUserId(currentUserId());
       module->notifyConnectionStatusChanged(static_cast<int64_t>(status));
     }
+    if (status == QuorXmppConnectionStatus::Connected) sendUnsent();
   });
+}
+
+void QuorXmppHost::sendUnsent() {
+  std::vector<QuorStoredMessage> unsent;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    unsent.swap(unsent_);
+  }
+  if (unsent.empty()) return;
+  writeEntry({threadName(), KXLogLevelInfo, 0, "QuorXmppHost",
+              "sending again " + std::to_string(unsent.size()) +
+                  " messages an earlier run left without an outcome"});
+  for (auto& stored : unsent) {
+    QuorXmppPayload payload;
+    payload.peer = jidOfDesk(stored.targetId);
+    payload.objectName = stored.objectName;
+    payload.body = stored.body;
+    payload.sender = stored.senderUserId.value_or(currentUserId());
+    payload.stanzaId = stored.stanzaId;
+    const int64_t id = stored.id;
+    connection_->send(std::move(payload), [this, id](int64_t errorCode, int64_t stamp) {
+      delivery_->post([this, id, errorCode, stamp] {
+        keepOutcome(id, errorCode == 0 ? QuorDeliveryStatus::Sent : QuorDeliveryStatus::Failed,
+                    stamp);
+      });
+    });
+  }
 }
 
 void QuorXmppHost::onPayload(QuorXmppPayload payload) {
@@ -175,7 +207,9 @@ void QuorXmppHost::deliver(const QuorXmppPayload& payload) {
                              payload.objectName,
                              payload.body,
                              message->sentTime(),
-                             0};
+                             0,
+                             QuorDeliveryStatus::Sent,
+                             {}};
     const auto inserted = store(stored, originKey, message);
     // Stored before, by an earlier run of the host: the application has seen it.
     if (inserted == QuorMessageStore::Insert::Duplicate) return;
@@ -251,7 +285,9 @@ std::shared_ptr<KXMessage> QuorXmppHost::insertIncomingMessage(
                            content->objectName(),
                            content->encode(),
                            QuorXmppStanza::wallClockMs(),
-                           receivedStatus};
+                           receivedStatus,
+                           QuorDeliveryStatus::Sent,
+                           {}};
   auto record = std::make_shared<KXMessage>(conversationType, targetId, KXMessageDirectionReceive,
                                             0, std::move(content));
   if (store(stored, "", record) != QuorMessageStore::Insert::Stored) return nullptr;

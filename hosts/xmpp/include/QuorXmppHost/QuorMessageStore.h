@@ -32,6 +32,7 @@ struct QuorStoredMessage {
   int64_t sentTime = 0;
   int32_t receivedStatus = 0;
   QuorDeliveryStatus status = QuorDeliveryStatus::Sent;
+  std::string stanzaId;  // a sent message's stanza id, kept while it is Pending
 };
 
 // The conversations of one account, in one SQLite database in WAL mode: each message once,
@@ -49,7 +50,7 @@ class QuorMessageStore {
     int64_t limitBytes = 0;  // the largest the database may grow; 0: no limit but the disk's
   };
   // The store, or null with the reason in `error` (it does not open, or it belongs to another
-  // account). Messages an earlier process left Pending become Failed.
+  // account). Messages an earlier process left Pending stay so: see unsent().
   static std::unique_ptr<QuorMessageStore> open(const Options& options, std::string* error);
   ~QuorMessageStore();
   QuorMessageStore(const QuorMessageStore&) = delete;
@@ -65,6 +66,10 @@ class QuorMessageStore {
   // `beforeId` (0: from the newest).
   std::vector<QuorStoredMessage> page(const std::string& targetId, int64_t beforeId,
                                       int count) const;
+  // The sent messages that were still Pending when the store opened (left by an earlier run
+  // that ended before their outcome), oldest first, with their stanza ids: the host writes
+  // them again under the same ids, so that each reaches the desk once.
+  std::vector<QuorStoredMessage> unsent() const;
   // This device's resource for the account: made once, then kept.
   const std::string& deviceResource() const { return deviceResource_; }
   // Why the newest write failed.
@@ -75,11 +80,16 @@ class QuorMessageStore {
   bool claim(const std::string& account, std::string* error);
   // Under the lock: keeps the database's reason for the failed write.
   Insert failed();
+  // Under the lock: the messages the clause picks (with a target, an id bound and a count when
+  // `targetId` is given).
+  std::vector<QuorStoredMessage> read(const char* where, const std::string* targetId,
+                                      int64_t beforeId, int count) const;
 
   mutable std::mutex mutex_;
   sqlite3* database_;
   std::string deviceResource_;
   std::string lastError_;
+  std::vector<QuorStoredMessage> unsent_;
 };
 
 }  // namespace quor

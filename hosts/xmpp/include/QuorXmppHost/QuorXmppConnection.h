@@ -62,7 +62,8 @@ class QuorXmppConnection {
   // Disconnects and stops reconnecting; sends still waiting fail with QuorXmppErrorStopped.
   // start() connects again afterwards.
   void stop();
-  // Sends a payload to `payload.peer`; the stanza id is chosen here.
+  // Sends a payload to `payload.peer`, under its stanza id when it has one (an id of a send of an
+  // earlier run), else under a fresh one.
   void send(QuorXmppPayload payload, Outcome outcome);
   // Writes one raw stanza on the stream when online (for tests that play a hostile peer).
   void sendRaw(std::string xml);

@@ -48,7 +48,10 @@ namespace quor {
 // Storage: received contents of a stored type that no module held, local messages inserted with
 // insertIncomingMessage() and sent stored contents are kept, each under the store's id, which
 // is the record's message id. Signal types and held messages are never stored and have message
-// id 0. A message received twice (same sender and stanza id) is taken once.
+// id 0. A message received twice (same sender, origin id and contents) is taken once. A stored
+// send is kept Pending until its outcome; one an earlier run left Pending is written again
+// under its id once this host is online. See docs/xmpp.md for the outbox, the keepalive,
+// resumption and the limits.
 class QuorXmppHost : public QuorHostBase, private QuorXmppConnection::Events {
  public:
   struct Options {
@@ -137,6 +140,8 @@ class QuorXmppHost : public QuorHostBase, private QuorXmppConnection::Events {
   // Stores a message; a failure is logged and reported to the store error listener.
   QuorMessageStore::Insert store(QuorStoredMessage& stored, const std::string& originKey,
                                  const std::shared_ptr<KXMessage>& record);
+  // Writes again, once online, the stored sends an earlier run left Pending.
+  void sendUnsent();
   void keepOutcome(int64_t id, QuorDeliveryStatus status, int64_t sentTime);
   void observeWire(const QuorXmppPayload& payload, bool fromClient) const;
 
@@ -147,6 +152,7 @@ class QuorXmppHost : public QuorHostBase, private QuorXmppConnection::Events {
   std::string userId_;
   std::string deskDomain_;
   std::unique_ptr<QuorMessageStore> store_;
+  std::vector<QuorStoredMessage> unsent_;  // under mutex_
   mutable std::mutex mutex_;
   WireObserver wireObserver_;
   StoreErrorListener storeErrorListener_;

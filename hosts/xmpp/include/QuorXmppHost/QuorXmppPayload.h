@@ -17,7 +17,7 @@ struct QuorXmppPayload {
   std::string objectName;  // the content's object name
   KXData body;             // the content's bytes; absent travels as a payload without text
   std::string sender;      // the sending user's id inside the service (optional)
-  std::string stanzaId;    // the stanza id (chosen by the connection for sends)
+  std::string stanzaId;    // the stanza id; a send without one gets a fresh, random one
   int64_t stamp = 0;       // the server's time in ms (the stamping module), else the delay stamp
   bool offline = false;    // delivered from the server's offline store
 };
