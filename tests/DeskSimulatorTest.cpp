@@ -98,3 +98,23 @@ TEST_F(SupportScreenTest, FailedHandshakeAndBadProfiles) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST_F(SupportScreenTest, ADeskKeepsOnlyItsNewestMessages) {
+  auto desk = deskWith("{}");
+  open(desk);
+  for (std::size_t i = 0; i < QuorDeskSimulator::kKeptMessages + 50; ++i) {
+    QuorWireMessage text;
+    text.objectName = "KX:TxtMsg";
+    text.targetId = desk->deskId();
+    text.body = "{\"content\":\"" + std::to_string(i) + "\"}";
+    desk->onMessageFromClient(text);
+  }
+  const auto kept = desk->received();
+  ASSERT_EQ(kept.size(), QuorDeskSimulator::kKeptMessages);
+  EXPECT_EQ(kept.back().body.value_or(""),
+            "{\"content\":\"" + std::to_string(QuorDeskSimulator::kKeptMessages + 49) + "\"}");
+}
+
+}  // namespace

@@ -88,6 +88,11 @@ TEST_F(XmppField, ADeskThatRestartsIsHeardByTheSameAndByANewAppProcess) {
   std::filesystem::remove(store);
 }
 
+std::string textOf(const std::shared_ptr<KXMessage>& message) {
+  auto* text = dynamic_cast<KXTextMessage*>(message->content().get());
+  return text ? text->content().value_or("") : "[" + message->objectName().value_or("") + "]";
+}
+
 // Whether `on` stays connected for the whole of `period`.
 bool staysConnected(QuorXmppHost& on, std::chrono::milliseconds period) {
   const auto end = std::chrono::steady_clock::now() + period;
@@ -386,6 +391,42 @@ TEST_F(XmppField, ASendLeftByAKilledAppIsDeliveredOnceByItsNextRun) {
   EXPECT_THAT(arrived, ElementsAre("call me back"));
   deskSide->logout();
   std::filesystem::remove(store);
+}
+
+TEST_F(XmppField, ADeskForgetsIdleAndLeastRecentSessions) {
+  struct Case {
+    const char* what;
+    QuorXmppDesk::Limits limits;
+    std::chrono::milliseconds pause;
+  };
+  for (const Case& c :
+       {Case{"over the cap", {1, std::chrono::minutes(30)}, {}},
+        Case{"idle", {100, std::chrono::milliseconds(200)}, std::chrono::milliseconds(400)}}) {
+    SCOPED_TRACE(c.what);
+    desk = std::make_unique<QuorXmppDesk>(QuorDeskSimulator::defaultProfile(),
+                                          accountOptions(deskLocalPart(), "desk-pw"), c.limits);
+    desk->start();
+    ASSERT_TRUE(desk->waitUntilOnline(kPatience));
+    auto alice = bareHost("alice");
+    auto bob = bareHost("bob");
+    ASSERT_TRUE(alice->waitUntilOnline(kPatience) && bob->waitUntilOnline(kPatience));
+    std::vector<std::string> aliceShown;
+    alice->addMessageListener(
+        [&](const std::shared_ptr<KXMessage>& m) { aliceShown.push_back(textOf(m)); });
+    say(*alice, "quor-shop", "where is my order?");
+    ASSERT_TRUE(runUntil(*alice, [&] { return aliceShown.size() == 1; }));
+    std::this_thread::sleep_for(c.pause);
+    say(*bob, "quor-shop", "hello");
+    ASSERT_TRUE(runUntil(*bob, [&] { return desk->sessionOf(bob->bareJid()) != nullptr; }));
+    EXPECT_EQ(desk->customerCount(), 1u);
+    EXPECT_FALSE(desk->sessionOf(alice->bareJid()));
+    // A forgotten customer who writes again is served by a new session.
+    say(*alice, "quor-shop", "where is my order?");
+    ASSERT_TRUE(runUntil(*alice, [&] { return aliceShown.size() == 2; }));
+    EXPECT_EQ(aliceShown[1], aliceShown[0]);
+    alice->logout();
+    bob->logout();
+  }
 }
 
 class XmppStockServer : public XmppField {

@@ -189,7 +189,7 @@ void QuorDeskSimulator::attach(Reply reply) {
 
 std::vector<QuorWireMessage> QuorDeskSimulator::received() const {
   std::lock_guard<std::mutex> lock(mutex_);
-  return received_;
+  return {received_.begin(), received_.end()};
 }
 
 std::vector<KXDictionary> QuorDeskSimulator::bodiesOf(const std::string& objectName) const {
@@ -274,6 +274,7 @@ void QuorDeskSimulator::onMessageFromClient(const QuorWireMessage& message) {
   {
     std::lock_guard<std::mutex> lock(mutex_);
     received_.push_back(message);
+    if (received_.size() > kKeptMessages) received_.pop_front();
   }
   const KXDictionary body = parsedBody(message);
   const KXDictionary& end = member(profile_, "end");

@@ -1,11 +1,14 @@
 #include "QuorXmppDesk/QuorXmppDesk.h"
 
+#include <iterator>
+
 #include "QuorXmppHost/QuorDeskJid.h"
 
 namespace quor {
 
-QuorXmppDesk::QuorXmppDesk(KXDictionary profile, QuorXmppOptions options)
+QuorXmppDesk::QuorXmppDesk(KXDictionary profile, QuorXmppOptions options, Limits limits)
     : profile_(std::move(profile)),
+      limits_(limits),
       connection_(std::make_unique<QuorXmppConnection>(
           std::move(options), static_cast<QuorXmppConnection::Events&>(*this))) {}
 
@@ -37,17 +40,24 @@ std::size_t QuorXmppDesk::customerCount() const {
 std::shared_ptr<QuorDeskSimulator> QuorXmppDesk::sessionOf(const std::string& customerJid) const {
   std::lock_guard<std::mutex> lock(mutex_);
   const auto it = sessions_.find(customerJid);
-  return it == sessions_.end() ? nullptr : it->second;
+  return it == sessions_.end() ? nullptr : it->second.desk;
 }
 
 std::shared_ptr<QuorDeskSimulator> QuorXmppDesk::sessionFor(const std::string& customerJid) {
   std::lock_guard<std::mutex> lock(mutex_);
-  auto& session = sessions_[customerJid];
-  if (session) return session;
-  session = QuorDeskSimulator::fromProfile(profile_, nullptr);
-  if (!session) return nullptr;
+  const auto now = std::chrono::steady_clock::now();
+  const auto found = sessions_.find(customerJid);
+  if (found != sessions_.end()) {
+    // The most recently active goes last.
+    byActivity_.splice(byActivity_.end(), byActivity_, found->second.inOrder);
+    found->second.lastActive = now;
+    forgetOld(now);
+    return found->second.desk;
+  }
+  auto desk = QuorDeskSimulator::fromProfile(profile_, nullptr);
+  if (!desk) return nullptr;
   QuorXmppConnection* connection = connection_.get();
-  session->attach([connection, customerJid](QuorWireMessage message) {
+  desk->attach([connection, customerJid](QuorWireMessage message) {
     QuorXmppPayload payload;
     payload.peer = customerJid;
     payload.objectName = std::move(message.objectName);
@@ -55,7 +65,22 @@ std::shared_ptr<QuorDeskSimulator> QuorXmppDesk::sessionFor(const std::string& c
     payload.sender = message.senderUserId.value_or("");
     connection->send(std::move(payload), nullptr);
   });
-  return session;
+  byActivity_.push_back(customerJid);
+  sessions_[customerJid] = {desk, now, std::prev(byActivity_.end())};
+  forgetOld(now);
+  return desk;
+}
+
+void QuorXmppDesk::forgetOld(std::chrono::steady_clock::time_point now) {
+  while (!byActivity_.empty()) {
+    const auto oldest = sessions_.find(byActivity_.front());
+    if (sessions_.size() <= limits_.maxSessions &&
+        now - oldest->second.lastActive < limits_.idleSession) {
+      return;
+    }
+    sessions_.erase(oldest);
+    byActivity_.pop_front();
+  }
 }
 
 void QuorXmppDesk::onStatus(QuorXmppConnectionStatus status) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <deque>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -52,7 +53,9 @@ class QuorDeskSimulator : public QuorLoopbackPeer,
   const std::string& deskId() const { return deskId_; }
   const KXDictionary& profile() const { return profile_; }
 
-  // What the customer sent, in order.
+  // What the customer sent, in order: the newest kKeptMessages (a desk that serves for weeks
+  // stays bounded).
+  static constexpr std::size_t kKeptMessages = 256;
   std::vector<QuorWireMessage> received() const;
   // The bodies of the customer's messages of one type, parsed.
   std::vector<KXDictionary> bodiesOf(const std::string& objectName) const;
@@ -91,7 +94,7 @@ class QuorDeskSimulator : public QuorLoopbackPeer,
   const std::string deskId_;
   Reply reply_;
   mutable std::mutex mutex_;
-  std::vector<QuorWireMessage> received_;
+  std::deque<QuorWireMessage> received_;
   KXDictionary groupAgent_;
   bool humanMode_ = false;
   bool suspended_ = false;
