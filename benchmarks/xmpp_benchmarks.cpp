@@ -1,12 +1,17 @@
 // The library over a real XMPP server: round trips, the time to a started service, and one desk
 // serving many customers. One private Prosody server serves the whole run.
 #include <benchmark/benchmark.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
 #include <mutex>
+#include <filesystem>
+#include <fstream>
+#include <thread>
 #include <vector>
 
 #include "QuorCustomerService/QuorCustomerService.h"
@@ -101,50 +106,58 @@ std::string handshakeAnswer() {
 }
 
 // A payload to another client and its answer back, through the server both ways, by two bare
-// libstrophe clients. Arg 0: a small ping and its echo. Arg 1: the bytes of a start: a
-// handshake without a body, answered with the desk's 1.6 KB handshake response.
-void BM_XmppRawRoundTrip(benchmark::State& state) {
-  const bool likeAStart = state.range(0) == 1;
-  const std::string answer = likeAStart ? handshakeAnswer() : R"({"content":"pong"})";
-  Client first("c0"), second("c1");
-  second.onMessage = [&](const QuorXmppPayload& payload) {
-    second.send(payload.peer, likeAStart ? "KX:CsHsR" : "KX:TxtMsg", answer);
-  };
-  Signal answered;
-  first.onMessage = [&](const QuorXmppPayload&) { answered.raise(); };
-  int round = 0;
-  std::vector<double> samples;
-  for (auto _ : state) {
-    const auto started = Clock::now();
-    first.send(second.jid(), likeAStart ? "KX:CsHs" : "KX:TxtMsg",
-               likeAStart ? "" : R"({"content":"ping"})");
-    if (!answered.waitFor(++round)) state.SkipWithError("no answer");
-    samples.push_back(seconds(Clock::now() - started));
-    state.SetIterationTime(samples.back());
+// connections. Returns the seconds it took, or a negative number without an answer.
+class RawPair {
+ public:
+  // `likeAStart`: the bytes of a start (a handshake without a body, answered with the desk's
+  // 1.6 KB handshake response); else a small ping and its echo.
+  explicit RawPair(bool likeAStart)
+      : likeAStart_(likeAStart),
+        answer_(likeAStart ? handshakeAnswer() : R"({"content":"pong"})"),
+        first_("c0"),
+        second_("c1") {
+    second_.onMessage = [this](const QuorXmppPayload& payload) {
+      second_.send(payload.peer, likeAStart_ ? "KX:CsHsR" : "KX:TxtMsg", answer_);
+    };
+    first_.onMessage = [this](const QuorXmppPayload&) { answered_.raise(); };
   }
-  reportMedian(state, samples);
-}
-BENCHMARK(BM_XmppRawRoundTrip)
-    ->Arg(0)
-    ->Arg(1)
-    ->Iterations(200)
-    ->UseManualTime()
-    ->Unit(benchmark::kMicrosecond);
+  double roundTrip() {
+    const auto started = Clock::now();
+    first_.send(second_.jid(), likeAStart_ ? "KX:CsHs" : "KX:TxtMsg",
+                likeAStart_ ? "" : R"({"content":"ping"})");
+    if (!answered_.waitFor(++rounds_)) return -1;
+    return seconds(Clock::now() - started);
+  }
+
+ private:
+  const bool likeAStart_;
+  const std::string answer_;
+  Client first_, second_;
+  Signal answered_;
+  int rounds_ = 0;
+};
 
 // startCustomerService to the success callback on the main thread, through QuorXmppHost and
 // quor-cs-desk on the server.
-void BM_XmppStartToSuccess(benchmark::State& state) {
-  QuorXmppHost::Options options;
-  options.connection = account("c2");
-  auto host = QuorXmppHost::create(options, nullptr);
-  host->setLogSink(nullptr, 0);
-  host->install();
-  host->loadExtensionModule();
-  host->connect();
-  host->waitUntilOnline(kPatience);
-  auto& client = KXCustomerServiceClient::sharedCustomerServiceClient();
-  std::vector<double> samples;
-  for (auto _ : state) {
+class StartingHost {
+ public:
+  StartingHost() {
+    QuorXmppHost::Options options;
+    options.connection = account("c2");
+    host_ = QuorXmppHost::create(options, nullptr);
+    host_->setLogSink(nullptr, 0);
+    host_->install();
+    host_->loadExtensionModule();
+    host_->connect();
+    host_->waitUntilOnline(kPatience);
+  }
+  ~StartingHost() {
+    host_->logout();
+    QuorHostBase::uninstall();
+  }
+  // Seconds to the success callback, or a negative number without one.
+  double start() {
+    auto& client = KXCustomerServiceClient::sharedCustomerServiceClient();
     bool connected = false;
     const auto started = Clock::now();
     client.startCustomerService(
@@ -152,20 +165,110 @@ void BM_XmppStartToSuccess(benchmark::State& state) {
         nullptr);
     const auto deadline = started + kPatience;
     while (!connected && Clock::now() < deadline) {
-      host->mainRunLoop().runOnce(std::chrono::milliseconds(100));
+      host_->mainRunLoop().runOnce(std::chrono::milliseconds(100));
     }
-    samples.push_back(seconds(Clock::now() - started));
-    state.SetIterationTime(samples.back());
-    if (!connected) state.SkipWithError("no success callback");
+    const double took = seconds(Clock::now() - started);
     client.stopCustomerService("quor-shop");
-    host->waitForDelivery();
-    host->mainRunLoop().runUntilIdle();
+    host_->waitForDelivery();
+    host_->mainRunLoop().runUntilIdle();
+    return connected ? took : -1;
+  }
+
+ private:
+  std::shared_ptr<QuorXmppHost> host_;
+};
+
+double median(std::vector<double> samples) {
+  std::nth_element(samples.begin(), samples.begin() + samples.size() / 2, samples.end());
+  return samples[samples.size() / 2];
+}
+
+// The small ping's round trip, for reference.
+void BM_XmppRawRoundTrip(benchmark::State& state) {
+  RawPair pair(false);
+  std::vector<double> samples;
+  for (auto _ : state) {
+    samples.push_back(pair.roundTrip());
+    if (samples.back() < 0) state.SkipWithError("no answer");
+    state.SetIterationTime(samples.back());
   }
   reportMedian(state, samples);
-  host->logout();
-  QuorHostBase::uninstall();
 }
-BENCHMARK(BM_XmppStartToSuccess)->Iterations(100)->UseManualTime()->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_XmppRawRoundTrip)->Iterations(200)->UseManualTime()->Unit(benchmark::kMicrosecond);
+
+// A started service against the same bytes' raw round trip, interleaved: each round measures
+// both (the median of kPerRound each) right after one another, so that the machine's changing
+// load falls on both; the figure is the median of the rounds' ratios.
+void BM_XmppStartVersusRaw(benchmark::State& state) {
+  constexpr int kRounds = 15;
+  constexpr int kPerRound = 20;
+  RawPair pair(true);
+  StartingHost host;
+  for (auto _ : state) {
+    std::vector<double> ratios, raws, starts;
+    for (int round = 0; round < kRounds; ++round) {
+      std::vector<double> raw, start;
+      for (int i = 0; i < kPerRound; ++i) {
+        raw.push_back(pair.roundTrip());
+        start.push_back(host.start());
+      }
+      if (*std::min_element(raw.begin(), raw.end()) < 0 ||
+          *std::min_element(start.begin(), start.end()) < 0) {
+        state.SkipWithError("no answer");
+        return;
+      }
+      raws.push_back(median(raw));
+      starts.push_back(median(start));
+      ratios.push_back(starts.back() / raws.back());
+    }
+    state.SetIterationTime(median(starts));
+    state.counters["ratio_median"] = median(ratios);
+    state.counters["ratio_lowest"] = *std::min_element(ratios.begin(), ratios.end());
+    state.counters["ratio_highest"] = *std::max_element(ratios.begin(), ratios.end());
+    state.counters["raw_median_us"] = median(raws) * 1e6;
+    state.counters["start_median_us"] = median(starts) * 1e6;
+  }
+}
+BENCHMARK(BM_XmppStartVersusRaw)->Iterations(1)->UseManualTime()->Unit(benchmark::kMicrosecond);
+
+// The voluntary context switches of every thread of this process but the caller.
+long long wakeUpsOfOtherThreads() {
+  long long total = 0;
+  const std::string self = std::to_string(::gettid());
+  for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+    if (task.path().filename() == self) continue;
+    std::ifstream status(task.path() / "status");
+    std::string line;
+    while (std::getline(status, line)) {
+      if (line.rfind("voluntary_ctxt_switches:", 0) == 0) total += std::stoll(line.substr(24));
+    }
+  }
+  return total;
+}
+
+// An idle, connected customer host: its threads' wake-ups over a minute, which should be the
+// keepalive's alone (one request every 20 s and its answer).
+void BM_XmppIdleHost(benchmark::State& state) {
+  for (auto _ : state) {
+    QuorXmppHost::Options options;
+    options.connection = account("c3");
+    auto host = QuorXmppHost::create(options, nullptr);
+    host->setLogSink(nullptr, 0);
+    host->connect();
+    host->waitUntilOnline(kPatience);
+    std::this_thread::sleep_for(std::chrono::seconds(2));  // the login's traffic settles
+    const long long before = wakeUpsOfOtherThreads();
+    const auto idle = std::chrono::seconds(60);
+    std::this_thread::sleep_for(idle);
+    const long long wakeUps = wakeUpsOfOtherThreads() - before;
+    state.SetIterationTime(60);
+    state.counters["wakeups_per_minute"] = static_cast<double>(wakeUps);
+    state.counters["keepalives_per_minute"] =
+        60.0 / std::chrono::duration<double>(options.connection.keepaliveInterval).count();
+    host->logout();
+  }
+}
+BENCHMARK(BM_XmppIdleHost)->Iterations(1)->UseManualTime()->Unit(benchmark::kSecond);
 
 // One desk serving 100 customers' whole journeys at once: handshake, a question to the robot,
 // the switch to an agent, a question to the agent, a rating and the suspend.
@@ -232,13 +335,15 @@ int main(int argc, char** argv) {
        "127.0.0.1", "--port", std::to_string(server->port())},
       "/dev/null", &error);
   // The desk reports on stderr, which goes nowhere here: wait until it is online instead.
-  Client probe("c1");
   bool answered = false;
-  Signal handshake;
-  probe.onMessage = [&](const QuorXmppPayload&) { handshake.raise(); };
-  for (int attempt = 0; desk && attempt < 50 && !answered; ++attempt) {
-    probe.send(server->jid(deskUser()), "KX:CsHs", "{}");
-    answered = handshake.waitFor(1);
+  {
+    Client probe("c1");
+    Signal handshake;
+    probe.onMessage = [&](const QuorXmppPayload&) { handshake.raise(); };
+    for (int attempt = 0; desk && attempt < 50 && !answered; ++attempt) {
+      probe.send(server->jid(deskUser()), "KX:CsHs", "{}");
+      answered = handshake.waitFor(1);
+    }
   }
   if (!answered) {
     std::fprintf(stderr, "quor_cs_xmpp_benchmarks: the desk did not answer: %s\n", error.c_str());
