@@ -54,9 +54,7 @@ class XmppField : public XmppFixture {
 };
 
 TEST_F(XmppField, ADeskThatRestartsIsHeardByTheSameAndByANewAppProcess) {
-  const std::string store =
-      ::testing::TempDir() + "/restarts-" + std::to_string(::getpid()) + ".sqlite";
-  std::filesystem::remove(store);
+  const std::string store = storePath("restarts");
   startDesk();
   host = makeHost("alice", store, view);
   start("quor-shop", view);
@@ -85,7 +83,6 @@ TEST_F(XmppField, ADeskThatRestartsIsHeardByTheSameAndByANewAppProcess) {
   ASSERT_TRUE(shownReach(later, 2));
   EXPECT_EQ(later.shown[1], view.shown[1]);
   EXPECT_EQ(host->history("quor-shop", 0, 100).size(), 9u);  // 3 greetings, 3 questions, 3 answers
-  std::filesystem::remove(store);
 }
 
 std::string textOf(const std::shared_ptr<KXMessage>& message) {
@@ -126,9 +123,7 @@ TEST_F(XmppField, TwoDevicesOfOneAccountStayOnAndAStolenResourceEndsOneLogin) {
 
 TEST_F(XmppField, AFullStoreIsLoggedAndHeardAndTheSendsGoOn) {
   // No desk is on: the server keeps the texts for it, and nothing answers.
-  const std::string store =
-      ::testing::TempDir() + "/full-" + std::to_string(::getpid()) + ".sqlite";
-  std::filesystem::remove(store);
+  const std::string store = storePath("full");
   QuorXmppHost::Options options;
   options.connection = accountOptions("alice", "alice-pw");
   options.storePath = store;
@@ -157,7 +152,6 @@ TEST_F(XmppField, AFullStoreIsLoggedAndHeardAndTheSendsGoOn) {
   EXPECT_EQ(kept.size() + heard.size(), 200u);
   for (const auto& entry : kept) EXPECT_EQ(entry.status, QuorDeliveryStatus::Sent);
   host->logout();
-  std::filesystem::remove(store);
 }
 
 TEST_F(XmppField, AFailedSendStaysFailedInTheHistory) {
@@ -347,9 +341,7 @@ TEST_F(XmppField, FiveThousandOpenDescriptorsDoNotStopALogin) {
 // A stock server: no stamping module. Sends still have exactly one outcome each, from the
 // server's acknowledgement or its error.
 TEST_F(XmppField, ASendLeftByAKilledAppIsDeliveredOnceByItsNextRun) {
-  const std::string store =
-      ::testing::TempDir() + "/killed-" + std::to_string(::getpid()) + ".sqlite";
-  std::filesystem::remove(store);
+  const std::string store = storePath("killed");
   // The app's process: it sends and dies at once, before any outcome. The test has no other
   // thread when it forks.
   const pid_t app = ::fork();
@@ -390,7 +382,6 @@ TEST_F(XmppField, ASendLeftByAKilledAppIsDeliveredOnceByItsNextRun) {
   deskSide->mainRunLoop().runUntilIdle();
   EXPECT_THAT(arrived, ElementsAre("call me back"));
   deskSide->logout();
-  std::filesystem::remove(store);
 }
 
 TEST_F(XmppField, ADeskForgetsIdleAndLeastRecentSessions) {

@@ -3,7 +3,10 @@
 
 #include <gmock/gmock.h>
 
+#include <unistd.h>
+
 #include <chrono>
+#include <filesystem>
 #include <functional>
 #include <memory>
 #include <string>
@@ -44,6 +47,19 @@ class XmppFixture : public ::testing::Test {
     host.reset();
     desk.reset();
     server.reset();
+    for (const auto& path : stores_) removeStore(path);
+  }
+
+  // A store file of this test's own, removed (with SQLite's side files) when the test ends.
+  std::string storePath(const std::string& name) {
+    stores_.push_back(::testing::TempDir() + "/" + name + "-" + std::to_string(::getpid()) +
+                      ".sqlite");
+    removeStore(stores_.back());
+    return stores_.back();
+  }
+  static void removeStore(const std::string& path) {
+    for (const char* suffix : {"", "-wal", "-shm", "-journal"})
+      std::filesystem::remove(path + suffix);
   }
 
   static std::string deskLocalPart(const std::string& deskId = "quor-shop") {
@@ -155,6 +171,7 @@ class XmppFixture : public ::testing::Test {
   std::unique_ptr<QuorXmppDesk> desk;
   std::shared_ptr<QuorXmppHost> host;
   AppView view;
+  std::vector<std::string> stores_;
   KXCustomerServiceClient& client = KXCustomerServiceClient::sharedCustomerServiceClient();
 };
 

@@ -112,9 +112,7 @@ TEST_F(XmppHost, ADeskWithoutAnAccountFailsTheStart) {
 
 TEST_F(XmppHost, HistorySurvivesARestartNewestFirstInPages) {
   startDesk();
-  const std::string store =
-      ::testing::TempDir() + "/history-" + std::to_string(::getpid()) + ".sqlite";
-  std::filesystem::remove(store);
+  const std::string store = storePath("history");
   host = makeHost("alice", store, view);
   start("quor-shop", view);
   ASSERT_TRUE(shownReach(view, 1));
@@ -138,7 +136,6 @@ TEST_F(XmppHost, HistorySurvivesARestartNewestFirstInPages) {
   ASSERT_EQ(older.size(), 1u);  // the greeting, inserted locally; signals were never stored
   EXPECT_EQ(textOf(older[0].message), "Hi, I am Ava, the Quor Shop assistant. How can I help?");
   EXPECT_TRUE(host->history("someone-else").empty());
-  std::filesystem::remove(store);
 }
 
 TEST_F(XmppHost, OneDeskServesTwoCustomersAtOnce) {

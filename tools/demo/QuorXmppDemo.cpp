@@ -58,14 +58,8 @@ std::unique_ptr<QuorXmppDemo> QuorXmppDemo::start(const Options& options, std::s
 }
 
 bool QuorXmppDemo::startDesk(const Options& options, std::string* error) {
-  char path[] = "/tmp/quor-cs-desk-XXXXXX";
-  const int logFd = ::mkstemp(path);
-  if (logFd < 0) {
-    if (error) *error = "cannot make the desk's log file";
-    return false;
-  }
-  ::close(logFd);
-  deskLog_ = path;
+  // In the server's directory, which goes with the server.
+  deskLog_ = server_->directory() + "/desk.log";
   std::vector<std::string> arguments = {
       options.deskProgram, "--jid",       QuorDeskJid::toJid(options.deskId, kDomain),
       "--password",        "desk-secret", "--server",
@@ -88,7 +82,6 @@ QuorXmppDemo::~QuorXmppDemo() {
     host_.reset();
   }
   desk_.reset();
-  if (!deskLog_.empty()) ::unlink(deskLog_.c_str());
   server_.reset();
 }
 

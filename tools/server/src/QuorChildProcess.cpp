@@ -20,7 +20,7 @@ std::string QuorChildProcess::readFile(const std::string& path) {
 
 std::unique_ptr<QuorChildProcess> QuorChildProcess::start(const std::vector<std::string>& arguments,
                                                           const std::string& outputPath,
-                                                          std::string* error) {
+                                                          std::string* error, bool diesWithCaller) {
   if (arguments.empty()) {
     if (error) *error = "no program";
     return nullptr;
@@ -37,8 +37,10 @@ std::unique_ptr<QuorChildProcess> QuorChildProcess::start(const std::vector<std:
   }
   if (child == 0) {
     // The child dies with the thread that started it, however that thread ends.
-    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-    if (::getppid() != parent) ::_exit(127);
+    if (diesWithCaller) {
+      ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+      if (::getppid() != parent) ::_exit(127);
+    }
     const int out = ::open(outputPath.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
     if (out >= 0) {
       ::dup2(out, STDOUT_FILENO);

@@ -83,12 +83,19 @@ QuorPrivateServer::QuorPrivateServer(Options options) : options_(std::move(optio
 
 std::unique_ptr<QuorPrivateServer> QuorPrivateServer::start(Options options, std::string* error) {
   std::unique_ptr<QuorPrivateServer> server(new QuorPrivateServer(std::move(options)));
-  char directory[] = "/tmp/quor-prosody-XXXXXX";
-  if (!::mkdtemp(directory)) {
+  const char* temporary = std::getenv("TMPDIR");
+  std::string directory =
+      std::string(temporary && *temporary ? temporary : "/tmp") + "/quor-prosody-XXXXXX";
+  if (!::mkdtemp(directory.data())) {
     if (error) *error = "cannot make a temporary directory";
     return nullptr;
   }
   server->directory_ = directory;
+  // Removes the directory once this process is gone, however it ends.
+  server->janitor_ = QuorChildProcess::start(
+      {"sh", "-c", "while kill -0 \"$1\" 2>/dev/null; do sleep 1; done; rm -rf -- \"$2\"",
+       "quor-prosody-janitor", std::to_string(::getpid()), directory},
+      "/dev/null", error, false);
   if (server->options_.tls && !server->makeCertificate(error)) return nullptr;
   for (const auto& [user, password] : server->options_.accounts) {
     if (!server->addAccount(user, password)) {
@@ -107,6 +114,7 @@ std::unique_ptr<QuorPrivateServer> QuorPrivateServer::start(Options options, std
 
 QuorPrivateServer::~QuorPrivateServer() {
   stop();
+  janitor_.reset();
   if (!directory_.empty()) {
     std::error_code ignored;
     std::filesystem::remove_all(directory_, ignored);

@@ -16,8 +16,10 @@ namespace quor {
 class QuorChildProcess {
  public:
   // The running program `arguments[0]` (searched on PATH), or null with the reason in `error`.
+  // `diesWithCaller` false: it outlives a crashed caller (a janitor that cleans up after it).
   static std::unique_ptr<QuorChildProcess> start(const std::vector<std::string>& arguments,
-                                                 const std::string& outputPath, std::string* error);
+                                                 const std::string& outputPath, std::string* error,
+                                                 bool diesWithCaller = true);
   // Stops the program (SIGTERM, then SIGKILL) unless it ended.
   ~QuorChildProcess();
   QuorChildProcess(const QuorChildProcess&) = delete;

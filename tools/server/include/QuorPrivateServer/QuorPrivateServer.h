@@ -17,7 +17,9 @@ namespace quor {
 // port is active; when the port was taken meanwhile it tries another. The destructor stops the
 // server (SIGTERM, then SIGKILL) and removes the directory. The child also dies with the thread
 // that started it (PR_SET_PDEATHSIG), so no server outlives a crashed test: start servers from a
-// thread that lives as long as the server is needed. Works as root and as an ordinary user.
+// thread that lives as long as the server is needed; and a janitor process removes the
+// directory within a second of the caller's process dying without its destructor. The
+// directory is under $TMPDIR (else /tmp). Works as root and as an ordinary user.
 //
 // Threads: one object is used from one thread at a time.
 class QuorPrivateServer {
@@ -61,6 +63,8 @@ class QuorPrivateServer {
   bool restart(std::string* error);
   // Everything the server logged so far.
   std::string log() const;
+  // The server's temporary directory: files put there go when the server goes.
+  const std::string& directory() const { return directory_; }
 
   // The directory of mod_quor_cs_stamp.lua in this source tree.
   static std::string defaultModuleDirectory();
@@ -75,6 +79,7 @@ class QuorPrivateServer {
   std::string directory_;
   int port_ = 0;
   std::unique_ptr<QuorChildProcess> server_;
+  std::unique_ptr<QuorChildProcess> janitor_;
 };
 
 }  // namespace quor
