@@ -1,6 +1,7 @@
 // The library over a real XMPP server: round trips, the time to a started service, and one desk
 // serving many customers. One private Prosody server serves the whole run.
 #include <benchmark/benchmark.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -8,9 +9,10 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
-#include <mutex>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <mutex>
 #include <thread>
 #include <vector>
 
@@ -26,6 +28,9 @@ namespace {
 using namespace quor;
 using Clock = std::chrono::steady_clock;
 constexpr int kCustomers = 100;
+// The large run: customer hosts in kLoadProcesses processes of kHostsPerProcess each.
+constexpr int kLoadProcesses = 8;
+constexpr int kHostsPerProcess = 250;
 constexpr auto kPatience = std::chrono::seconds(30);
 
 std::unique_ptr<QuorPrivateServer> server;
@@ -318,11 +323,126 @@ void BM_XmppHundredJourneys(benchmark::State& state) {
 }
 BENCHMARK(BM_XmppHundredJourneys)->Iterations(1)->UseManualTime()->Unit(benchmark::kMillisecond);
 
+// Resident memory of a process in KiB (VmRSS), "self" or a pid.
+long residentKb(const std::string& process) {
+  std::ifstream status("/proc/" + process + "/status");
+  std::string line;
+  while (std::getline(status, line)) {
+    if (line.rfind("VmRSS:", 0) == 0) return std::stol(line.substr(6));
+  }
+  return 0;
+}
+
+// One of the load's customer processes: `count` QuorXmppHosts (u<first>...) log in, each sends a
+// handshake and a question to the desk, and the process reports how many were answered and
+// what a host costs in memory. The hosts are not installed (one process has one installed
+// host); they speak the wire as the library would.
+int runCustomers(int port, int first, int count, const std::string& deskId) {
+  const long before = residentKb("self");
+  std::vector<std::shared_ptr<QuorXmppHost>> hosts;
+  std::atomic<int> answered{0};
+  for (int i = first; i < first + count; ++i) {
+    QuorXmppHost::Options options;
+    options.connection.jid = "u" + std::to_string(i) + "@localhost";
+    options.connection.password = "pw";
+    options.connection.server = "127.0.0.1";
+    options.connection.port = static_cast<uint16_t>(port);
+    options.connection.tls = QuorXmppOptions::Tls::Disabled;
+    auto host = QuorXmppHost::create(options, nullptr);
+    host->setLogSink(nullptr, 0);
+    auto counted = std::make_shared<std::atomic<bool>>(false);
+    host->addMessageListener([&answered, counted](const std::shared_ptr<KXMessage>& message) {
+      if (message->objectName() == std::string("KX:TxtMsg") && !counted->exchange(true)) {
+        ++answered;
+      }
+    });
+    host->connect();
+    hosts.push_back(std::move(host));
+  }
+  int online = 0;
+  for (auto& host : hosts) online += host->waitUntilOnline(kPatience) ? 1 : 0;
+  const long connected = residentKb("self");
+  const auto started = Clock::now();
+  for (auto& host : hosts) {
+    host->sendMessage(5, deskId, std::make_shared<KXCSHandShakeMessage>(), std::nullopt,
+                      std::nullopt, nullptr, nullptr);
+    host->sendMessage(5, deskId, KXTextMessage::messageWithContent("where is my order?"),
+                      std::nullopt, std::nullopt, nullptr, nullptr);
+  }
+  while (answered < count && Clock::now() - started < kPatience) {
+    for (auto& host : hosts) host->mainRunLoop().runUntilIdle();
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  std::printf("online %d answered %d kb_per_host %.1f seconds %.2f\n", online, answered.load(),
+              static_cast<double>(connected - before) / count, seconds(Clock::now() - started));
+  std::fflush(stdout);
+  for (auto& host : hosts) host->logout();
+  return 0;
+}
+
+// One desk serving 2,000 customer hosts at once, the customers in several processes: all
+// answered; memory per customer host and per desk session.
+void BM_XmppTwoThousandCustomers(benchmark::State& state) {
+  for (auto _ : state) {
+    const long deskBefore = residentKb(std::to_string(desk->pid()));
+    std::vector<std::unique_ptr<QuorChildProcess>> processes;
+    std::vector<std::string> outputs;
+    std::string error;
+    const auto started = Clock::now();
+    for (int p = 0; p < kLoadProcesses; ++p) {
+      outputs.push_back(server->directory() + "/load-" + std::to_string(p) + ".out");
+      processes.push_back(QuorChildProcess::start(
+          {"/proc/self/exe", "--customers", std::to_string(server->port()),
+           std::to_string(p * kHostsPerProcess), std::to_string(kHostsPerProcess), "quor-shop"},
+          outputs.back(), &error));
+    }
+    for (auto& process : processes) {
+      while (process && process->running())
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+    const double wall = seconds(Clock::now() - started);
+    const long deskAfter = residentKb(std::to_string(desk->pid()));
+    int online = 0, answered = 0;
+    double kbPerHost = 0;
+    for (const auto& output : outputs) {
+      int o = 0, a = 0;
+      double kb = 0, took = 0;
+      if (std::sscanf(QuorChildProcess::readFile(output).c_str(),
+                      "online %d answered %d kb_per_host %lf seconds %lf", &o, &a, &kb,
+                      &took) == 4) {
+        online += o;
+        answered += a;
+        kbPerHost += kb / kLoadProcesses;
+      }
+    }
+    const int customers = kLoadProcesses * kHostsPerProcess;
+    state.SetIterationTime(wall);
+    state.counters["customers"] = customers;
+    state.counters["online"] = online;
+    state.counters["answered"] = answered;
+    state.counters["kb_per_customer_host"] = kbPerHost;
+    state.counters["kb_per_desk_session"] = static_cast<double>(deskAfter - deskBefore) / customers;
+    if (answered < customers) state.SkipWithError("not every customer was answered");
+  }
+}
+BENCHMARK(BM_XmppTwoThousandCustomers)->Iterations(1)->UseManualTime()->Unit(benchmark::kSecond);
+
 }  // namespace
 
 int main(int argc, char** argv) {
+  if (argc == 6 && std::string(argv[1]) == "--customers") {
+    return runCustomers(std::atoi(argv[2]), std::atoi(argv[3]), std::atoi(argv[4]), argv[5]);
+  }
+  // 2,000 customers need more descriptors than the usual soft limit, here and in the server.
+  rlimit files{};
+  ::getrlimit(RLIMIT_NOFILE, &files);
+  files.rlim_cur = files.rlim_max;
+  ::setrlimit(RLIMIT_NOFILE, &files);
   QuorPrivateServer::Options options;
   for (int i = 0; i < kCustomers + 10; ++i) options.accounts["c" + std::to_string(i)] = "pw";
+  for (int i = 0; i < kLoadProcesses * kHostsPerProcess; ++i) {
+    options.accounts["u" + std::to_string(i)] = "pw";
+  }
   std::string error;
   server = QuorPrivateServer::start(options, &error);
   if (!server) {
