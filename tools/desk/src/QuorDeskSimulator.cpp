@@ -91,7 +91,7 @@ const std::map<std::string, std::set<std::string>>& knownKeys() {
        {"deskId", "companyName", "serviceType", "blacklisted", "switchToHumanAtStart", "humanAgent",
         "robot", "groups", "agent", "evaluation", "leaveMessage", "announcement", "suspendWhenQuit",
         "end", "handshake"}},
-      {"robot", {"name", "portrait", "greeting", "answers", "fallback"}},
+      {"robot", {"name", "portrait", "greeting", "answers", "fallback", "echo"}},
       {"agent", {"name", "portrait", "greeting", "replies"}},
       {"group", {"id", "name", "online", "agent"}},
       {"evaluation", {"options", "config", "satisfaction", "askAfterAgentReplies"}},
@@ -421,6 +421,11 @@ std::string QuorDeskSimulator::robotAnswer(const std::string& question) const {
       }
     }
   }
+  // An echoing robot answers every other question with the question itself: each answer is
+  // then unique, which tests that count answers need.
+  const auto echo = robot.find("echo");
+  if (echo != robot.end() && echo->is_boolean() && echo->get<bool>())
+    return "You said: " + question;
   return text(robot, "fallback", "Sorry, I do not know that yet.");
 }
 

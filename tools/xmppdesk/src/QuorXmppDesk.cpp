@@ -57,13 +57,18 @@ std::shared_ptr<QuorDeskSimulator> QuorXmppDesk::sessionFor(const std::string& c
   auto desk = QuorDeskSimulator::fromProfile(profile_, nullptr);
   if (!desk) return nullptr;
   QuorXmppConnection* connection = connection_.get();
-  desk->attach([connection, customerJid](QuorWireMessage message) {
+  desk->attach([this, connection, customerJid](QuorWireMessage message) {
     QuorXmppPayload payload;
     payload.peer = customerJid;
     payload.objectName = std::move(message.objectName);
     payload.body = std::move(message.body);
     payload.sender = message.senderUserId.value_or("");
-    connection->send(std::move(payload), nullptr);
+    // Each confirmed send is logged at level 5, for tools that count what the desk said.
+    std::string line = payload.objectName + " to " + customerJid + ": " + payload.body.value_or("");
+    connection->send(std::move(payload), [this, line](int64_t errorCode, int64_t) {
+      onLog(5, "desk",
+            (errorCode == 0 ? "sent " : "not sent (" + std::to_string(errorCode) + ") ") + line);
+    });
   });
   byActivity_.push_back(customerJid);
   sessions_[customerJid] = {desk, now, std::prev(byActivity_.end())};

@@ -88,7 +88,7 @@ int main(int argc, char** argv) {
   QuorXmppDesk desk(profile, options);
   desk.setLogSink(
       [](int32_t, const std::string& text) { std::fprintf(stderr, "%s\n", text.c_str()); },
-      verbose ? 4 : 2);
+      verbose ? 5 : 2);
   desk.start();
   if (!desk.waitUntilOnline(std::chrono::seconds(10))) {
     std::fprintf(stderr, "quor-cs-desk: cannot log in as %s (still trying)\n", options.jid.c_str());
