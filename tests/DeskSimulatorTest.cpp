@@ -118,3 +118,22 @@ TEST_F(SupportScreenTest, ADeskKeepsOnlyItsNewestMessages) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST_F(SupportScreenTest, AnEchoingRobotRepeatsWhatNoKeywordMatches) {
+  auto desk = deskWith(R"({"robot":{"echo":true}})");
+  open(desk);
+  for (const char* question : {"where is my order?", "ping r1-7"}) {
+    host->sendMessage(KXConversationTypeCustomerService, desk->deskId(),
+                      KXTextMessage::messageWithContent(question), std::nullopt, std::nullopt,
+                      nullptr, nullptr);
+    host->settle();
+  }
+  ASSERT_GE(shown.size(), 2u);
+  EXPECT_EQ(shown[shown.size() - 2],
+            "Orders ship within 24 hours; you can follow yours under Me > Orders.");
+  EXPECT_EQ(shown.back(), "You said: ping r1-7");
+}
+
+}  // namespace
