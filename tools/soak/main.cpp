@@ -64,6 +64,18 @@ void say(const std::string& line) {
   std::fflush(stdout);
 }
 
+// The customer's host on its store, quiet, logging in; null (said why) when the store fails.
+std::shared_ptr<QuorXmppHost> customerHost(int port, const std::string& store) {
+  std::string error;
+  auto host = QuorXmppHost::create(customerOptions(port, store), &error);
+  if (!host) {
+    say("error " + error);
+    return nullptr;
+  }
+  host->setLogSink(nullptr, 0);
+  return host;
+}
+
 // A customer that asks "ping TAG-n" every 100 ms until it is stopped: SIGTERM logs out
 // cleanly (every waiting send gets its outcome), SIGKILL ends it anywhere.
 int runCustomer(int port, const std::string& store, const std::string& tag) {
@@ -71,13 +83,8 @@ int runCustomer(int port, const std::string& store, const std::string& tag) {
   sigemptyset(&stop);
   sigaddset(&stop, SIGTERM);
   pthread_sigmask(SIG_BLOCK, &stop, nullptr);
-  std::string error;
-  auto host = QuorXmppHost::create(customerOptions(port, store), &error);
-  if (!host) {
-    say("error " + error);
-    return 2;
-  }
-  host->setLogSink(nullptr, 0);
+  auto host = customerHost(port, store);
+  if (!host) return 2;
   host->addMessageListener([](const std::shared_ptr<KXMessage>& message) {
     say("shown " + std::to_string(message->messageId()) + " " + textOf(message));
   });
@@ -104,13 +111,8 @@ int runCustomer(int port, const std::string& store, const std::string& tag) {
 // The last run: online long enough for what earlier runs left to go out and what waits for it
 // to arrive, then its whole history.
 int printHistory(int port, const std::string& store) {
-  std::string error;
-  auto host = QuorXmppHost::create(customerOptions(port, store), &error);
-  if (!host) {
-    say("error " + error);
-    return 2;
-  }
-  host->setLogSink(nullptr, 0);
+  auto host = customerHost(port, store);
+  if (!host) return 2;
   host->connect();
   host->waitUntilOnline(std::chrono::seconds(10));
   std::this_thread::sleep_for(std::chrono::seconds(8));

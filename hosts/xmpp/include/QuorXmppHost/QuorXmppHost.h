@@ -50,8 +50,20 @@ namespace quor {
 // is the record's message id. Signal types and held messages are never stored and have message
 // id 0. A message received twice (same sender, origin id and contents) is taken once. A stored
 // send is kept Pending until its outcome; one an earlier run left Pending is written again
-// under its id once this host is online. See docs/xmpp.md for the outbox, the keepalive,
-// resumption and the limits.
+// under its id once this host is online. A store belongs to one account; a message that cannot
+// be stored (a full disk) is logged at error level and reported to setStoreErrorListener().
+//
+// Guarantees (docs/xmpp.md has the details):
+// - Every send has exactly one outcome. It waits for a link up to outboxTimeout (60 s), is
+//   written again after a lost link (stream resumption, else a new session), and a receiver
+//   takes each send once: ids are random origin ids, never reused by any run.
+// - A dead link is noticed within keepaliveInterval + keepaliveTimeout (30 s), then the host
+//   reconnects; an idle host wakes only for that keepalive.
+// - Errors fail a send only when they come from the server or the recipient.
+// - Each device has its own resource; another login taking it ends this one (Replaced).
+// - No signal is ever raised in the app's process; any descriptor number works.
+// - Limits: a stanza over maxStanzaBytes (1 MiB) or nested over 32 elements ends the
+//   connection as the server's error; sends in memory (not stored) end with the process.
 class QuorXmppHost : public QuorHostBase, private QuorXmppConnection::Events {
  public:
   struct Options {
