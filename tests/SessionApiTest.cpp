@@ -235,3 +235,21 @@ TEST_F(SessionApi, TwoDesksAtOnceAndAnObserverReleasedEarly) {
 
 }  // namespace
 }  // namespace quor
+
+namespace quor {
+namespace {
+
+TEST(SessionNames, EnumsPrintAsTheirNames) {
+  EXPECT_EQ(::testing::PrintToString(KXCSServiceState::WaitingForAgent), "WaitingForAgent");
+  EXPECT_EQ(::testing::PrintToString(KXCSServiceReason::NoAgentAvailable), "NoAgentAvailable");
+  EXPECT_EQ(::testing::PrintToString(KXCSServiceResult::GroupNotOffered), "GroupNotOffered");
+  EXPECT_EQ(toString(KXCSServiceState::NotStarted), "NotStarted");
+  EXPECT_EQ(toString(KXCSServiceReason::StoppedByApp), "StoppedByApp");
+  EXPECT_EQ(toString(KXCSServiceResult::InvalidForm), "InvalidForm");
+  // A number that is no enumerator (a cast, a value from another language) names nothing.
+  EXPECT_EQ(toString(static_cast<KXCSServiceState>(99)), "?");
+  EXPECT_EQ(toString(static_cast<KXCSServiceResult>(-1)), "?");
+}
+
+}  // namespace
+}  // namespace quor

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <memory>
+#include <ostream>
 #include <string>
 
 #include "QuorCustomerService/Message/KXCustomerServiceInfo.h"
@@ -69,7 +70,8 @@ class QUOR_CS_EXPORT KXCSService {
   // Ends the service (Ended, StoppedByApp); the desk gets a suspend when it asked for one.
   KXCSServiceResult end();
 
-  // Readable names for logs: "Connecting", "DeskEnded", "GroupNotOffered".
+  // The enumerators' names, for logs and tests: "Connecting", "DeskEnded", "GroupNotOffered";
+  // "?" for a value outside the enum. Also as toString() and operator<< below.
   static const char* stateName(KXCSServiceState state);
   static const char* reasonName(KXCSServiceReason reason);
   static const char* resultName(KXCSServiceResult result);
@@ -79,5 +81,20 @@ class QUOR_CS_EXPORT KXCSService {
   explicit KXCSService(std::shared_ptr<Core> core);
   std::shared_ptr<Core> core_;
 };
+
+inline std::string toString(KXCSServiceState state) { return KXCSService::stateName(state); }
+inline std::string toString(KXCSServiceReason reason) { return KXCSService::reasonName(reason); }
+inline std::string toString(KXCSServiceResult result) { return KXCSService::resultName(result); }
+
+// Stream output, which test frameworks (GoogleTest among them) use to print values.
+inline std::ostream& operator<<(std::ostream& out, KXCSServiceState state) {
+  return out << KXCSService::stateName(state);
+}
+inline std::ostream& operator<<(std::ostream& out, KXCSServiceReason reason) {
+  return out << KXCSService::reasonName(reason);
+}
+inline std::ostream& operator<<(std::ostream& out, KXCSServiceResult result) {
+  return out << KXCSService::resultName(result);
+}
 
 }  // namespace quor
