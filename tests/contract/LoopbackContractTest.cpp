@@ -30,9 +30,12 @@ class DeskPeer : public QuorLoopbackPeer {
 
 class LoopbackSubject : public HostBaseSubject {
  public:
-  LoopbackSubject() {
+  // `stampsNothing`: a broken host that confirms sends with sentTime 0, for the check that the
+  // contract catches it.
+  explicit LoopbackSubject(bool stampsNothing = false) : stampsNothing_(stampsNothing) {
     host_->connectPeer(peer_);
     adopt(*host_);
+    if (stampsNothing_) host_->setAutoConfirm(false);
   }
   ~LoopbackSubject() override {
     host_->settle();
@@ -43,7 +46,9 @@ class LoopbackSubject : public HostBaseSubject {
     for (int round = 0; round < 1000; ++round) {
       if (failingCode_ && host_->confirmOldestSend(false, std::nullopt, *failingCode_)) {
         failingCode_.reset();
-        host_->setAutoConfirm(true);
+        host_->setAutoConfirm(!stampsNothing_);
+      }
+      while (stampsNothing_ && !failingCode_ && host_->confirmOldestSend(true, int64_t{0}, 0)) {
       }
       host_->settle();
       if (done()) return true;
@@ -81,14 +86,24 @@ class LoopbackSubject : public HostBaseSubject {
   std::shared_ptr<QuorLoopbackHost> host_ = std::make_shared<QuorLoopbackHost>();
   std::shared_ptr<DeskPeer> peer_ = std::make_shared<DeskPeer>();
   std::optional<int64_t> failingCode_;
+  const bool stampsNothing_;
 };
 
 std::unique_ptr<QuorHostContractSubject> makeLoopback() {
   return std::make_unique<LoopbackSubject>();
 }
+std::unique_ptr<QuorHostContractSubject> makeBrokenLoopback() {
+  return std::make_unique<LoopbackSubject>(true);
+}
 
 INSTANTIATE_TEST_SUITE_P(Loopback, QuorHostContract,
                          ::testing::Values(QuorHostContractFactory{"Loopback", makeLoopback}),
+                         contractName);
+// Run only by the tests that expect it to fail (tests/CMakeLists.txt): the contract must catch
+// a host that never stamps its sends.
+INSTANTIATE_TEST_SUITE_P(BrokenStamps, QuorHostContract,
+                         ::testing::Values(QuorHostContractFactory{"StampsNothing",
+                                                                   makeBrokenLoopback}),
                          contractName);
 
 }  // namespace

@@ -1,6 +1,7 @@
 // The host contract's checks: each one a duty of a host that the library relies on.
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <atomic>
 #include <mutex>
 #include <thread>
@@ -133,19 +134,59 @@ TEST_P(QuorHostContract, SendClosuresRunExactlyOnceWithIdsAndCodesUnchanged) {
   EXPECT_THAT(subject->deskReceived(), ElementsAre("KX:TxtMsg", "KX:TxtMsg", "KX:TxtMsg"));
 }
 
-TEST_P(QuorHostContract, AConfirmedSendIsNeverStampedAfterAReplySentLater) {
-  std::shared_ptr<KXMessage> confirmed;
-  std::atomic<bool> reported{false};
+// The library orders the desk's answers against its handshake by the record's sentTime as the
+// success closure sees it: it must be set, before the closure runs, and not after a reply the
+// desk sent later.
+TEST_P(QuorHostContract, ASuccessClosureSeesTheSentTimeWhichNoLaterReplyPrecedes) {
+  std::atomic<int64_t> stampSeen{-1}, idStampSeen{-1};
   subject->core().sendMessageSuccessBlock(
       KXConversationTypeCustomerService, subject->deskId(), text("handshake"), std::nullopt,
-      std::nullopt, [&](std::shared_ptr<KXMessage> sent) { confirmed = sent, reported = true; },
+      std::nullopt, [&](std::shared_ptr<KXMessage> sent) { stampSeen = sent->sentTime(); },
       nullptr);
-  ASSERT_TRUE(subject->runMainUntil([&] { return reported && !subject->deskReceived().empty(); }));
+  std::shared_ptr<KXMessage> record;
+  std::mutex recordMutex;
+  record = subject->core().sendMessage(
+      KXConversationTypeCustomerService, subject->deskId(), text("by id"), std::nullopt,
+      std::nullopt,
+      [&](int64_t) {
+        std::lock_guard<std::mutex> lock(recordMutex);
+        idStampSeen = record ? record->sentTime() : -2;
+      },
+      nullptr);
+  ASSERT_TRUE(subject->runMainUntil(
+      [&] { return stampSeen >= 0 && idStampSeen >= 0 && subject->deskReceived().size() >= 2; }));
+  EXPECT_GT(stampSeen, 0) << "the record's sentTime was not set when the success closure ran";
+  EXPECT_GT(idStampSeen, 0) << "the record's sentTime was not set when the success closure ran";
   Shown shown;
   listen(*subject, shown);
   subject->deskSends("KX:TxtMsg", R"({"content":"reply"})");
   ASSERT_TRUE(subject->runMainUntil([&] { return shown.size() >= 1; }));
-  EXPECT_LE(confirmed->sentTime(), shown.messages[0]->sentTime());
+  EXPECT_LE(stampSeen, shown.messages[0]->sentTime());
+  EXPECT_LE(idStampSeen, shown.messages[0]->sentTime());
+}
+
+// What every duty above adds up to: a real start through the library reaches the robot.
+TEST_P(QuorHostContract, AStartThroughTheLibraryReachesTheRobot) {
+  struct Screen : KXCSServiceObserver {
+    std::vector<KXCSServiceState> states;
+    void onStateChanged(const KXCSServiceStatus& status) override {
+      states.push_back(status.state);
+    }
+  };
+  auto screen = std::make_shared<Screen>();
+  auto service = KXCSService::make(subject->deskId(), screen);
+  ASSERT_EQ(service->start(nullptr), KXCSServiceResult::Done);
+  ASSERT_TRUE(subject->runMainUntil([&] {
+    const auto received = subject->deskReceived();
+    return std::find(received.begin(), received.end(), "KX:CsHs") != received.end();
+  }));
+  subject->deskSends("KX:CsHsR", R"({"status":1,"data":{"sid":"s1","serviceType":1,)"
+                                 R"("robotName":"Ava","robotWelcome":"Hello"}})");
+  subject->runMainUntil([&] { return screen->states.size() >= 3; });
+  EXPECT_THAT(screen->states, ElementsAre(KXCSServiceState::Connecting, KXCSServiceState::Connected,
+                                          KXCSServiceState::Robot));
+  service->end();
+  subject->runMainUntil([&] { return screen->states.size() >= 4; });
 }
 
 TEST_P(QuorHostContract, AnInsertedRecordIsDeliveredByTheFakeReceiveWithItsValues) {
