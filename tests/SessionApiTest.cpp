@@ -111,6 +111,45 @@ TEST_F(SessionApi, EachServiceTypeReportsItsStatesOnce) {
   }
 }
 
+// What each answer to an agent request gives: no state ever waits for an answer that came.
+TEST_F(SessionApi, EveryAnswerToAnAgentRequestMovesTheState) {
+  const struct {
+    const char* profile;
+    std::vector<std::string> afterTheRequest;
+    Result askAgain;
+  } cases[] = {
+      {R"({"serviceType": 3, "groups": null, "humanAgent": "unavailable"})",
+       {"WaitingForAgent", "Robot+(NoAgentAvailable)"},
+       Result::Done},
+      {R"({"serviceType": 3, "groups": null, "humanAgent": "refuses"})",
+       {"WaitingForAgent", "Robot+(Blocked: 你已被拉黑)"},
+       Result::Blocked},
+      {R"({"serviceType": 3, "groups": null})",
+       {"WaitingForAgent", "Agent"},
+       Result::AlreadyWithAgent},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.profile);
+    auto simulator = desk(c.profile);
+    service = open(simulator->deskId());
+    recorder->take();
+    ASSERT_EQ(service->askForAgent(), Result::Done);
+    host->settle();
+    EXPECT_EQ(recorder->take(), c.afterTheRequest);
+    EXPECT_EQ(service->askForAgent(), c.askAgain);
+    service->end();
+    host->settle();
+    recorder->take();
+  }
+  // A human-only service whose first agent request is refused ends: it has no robot.
+  auto refusing = desk(R"({"serviceType": 2, "switchToHumanAtStart": true, "groups": null,
+                           "humanAgent": "refuses"})");
+  service = open(refusing->deskId());
+  EXPECT_EQ(recorder->take(), (std::vector<std::string>{"Connecting", "Connected", "Agent",
+                                                        "Ended(Blocked: 你已被拉黑)"}));
+  EXPECT_EQ(service->askForAgent(), Result::NotConnected);
+}
+
 TEST_F(SessionApi, RobotFirstJourneyWithGroupsRatingAndTheDesksEnd) {
   auto simulator =
       desk(R"({"evaluation": {"askAfterAgentReplies": 1}, "end": {"afterEvaluation": true}})");

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <mutex>
 
+#include "Client/KXAgentAnswerHook.h"
 #include "QuorCustomerService/KXCustomerServiceClient.h"
 #include "Session/KXCSLeaveMessageForm.h"
 #include "Session/KXCSStartQueue.h"
@@ -38,7 +39,10 @@ class KXCSService::Core : public std::enable_shared_from_this<Core> {
  public:
   Core(std::string deskId, std::weak_ptr<KXCSServiceObserver> observer)
       : deskId(std::move(deskId)), observer(std::move(observer)) {}
-  ~Core() { KXCSStartQueue::shared().done(this); }
+  ~Core() {
+    KXAgentAnswerHook::forget(deskId, this);
+    KXCSStartQueue::shared().done(this);
+  }
 
   KXCustomerServiceClient& client() {
     return KXCustomerServiceClient::sharedCustomerServiceClient();
@@ -144,6 +148,35 @@ class KXCSService::Core : public std::enable_shared_from_this<Core> {
     move(next);
   }
 
+  // The desk's answer to an agent request, also those the client reports nothing for: with no
+  // agent (2) a robot-first service goes back to its robot; a refusal (3) goes back to the
+  // robot in a robot-first service and ends a service that has no robot to go back to.
+  void onAgentAnswer(int32_t result, int32_t serviceType, const KXString& text) {
+    if (result != 2 && result != 3) return;
+    const KXCSServiceStatus now = snapshot();
+    bool waiting = now.state == State::WaitingForAgent || now.state == State::ChoosingGroup;
+    {
+      std::lock_guard<std::mutex> lock(mutex);
+      waiting = waiting || (now.state == State::Agent && !agentConfirmed);
+      if (result == 3) blocked = true;
+    }
+    if (!waiting) return;
+    KXCSServiceStatus next;
+    next.reason = result == 2 ? Reason::NoAgentAvailable : Reason::Blocked;
+    if (result == 3) next.text = text && !text->empty() ? *text : "你已被拉黑";
+    if (serviceType == KXCSServiceTypeRobotFirst) {
+      next.state = State::Robot;
+      next.canAskForAgent = true;
+    } else if (result == 3) {
+      finish();
+      client().stopCustomerService(deskId);
+      next.state = State::Ended;
+    } else {
+      return;  // a human service without an agent: the client's own mode report follows
+    }
+    move(next);
+  }
+
   void onQuit(const std::string& text) {
     finish();  // the client stops the service right after this callback
     KXCSServiceStatus next;
@@ -179,6 +212,15 @@ class KXCSService::Core : public std::enable_shared_from_this<Core> {
 
   // Sends the handshake of the start `started` and registers for its callbacks.
   void sendHandshake(uint64_t started, std::shared_ptr<KXCustomerServiceInfo> info) {
+    std::weak_ptr<Core> weak = weak_from_this();
+    KXAgentAnswerHook::listen(deskId, this,
+                              [weak, started](int32_t result, int32_t type, const KXString& text) {
+                                KXMainThread::post([weak, started, result, type, text] {
+                                  auto core = weak.lock();
+                                  if (core && core->current(started))
+                                    core->onAgentAnswer(result, type, text);
+                                });
+                              });
     client().startCustomerService(
         deskId, std::move(info),
         guarded(
