@@ -138,31 +138,19 @@ TEST_P(QuorHostContract, SendClosuresRunExactlyOnceWithIdsAndCodesUnchanged) {
 // success closure sees it: it must be set, before the closure runs, and not after a reply the
 // desk sent later.
 TEST_P(QuorHostContract, ASuccessClosureSeesTheSentTimeWhichNoLaterReplyPrecedes) {
-  std::atomic<int64_t> stampSeen{-1}, idStampSeen{-1};
+  std::atomic<int64_t> stampSeen{-1};
   subject->core().sendMessageSuccessBlock(
       KXConversationTypeCustomerService, subject->deskId(), text("handshake"), std::nullopt,
       std::nullopt, [&](std::shared_ptr<KXMessage> sent) { stampSeen = sent->sentTime(); },
       nullptr);
-  std::shared_ptr<KXMessage> record;
-  std::mutex recordMutex;
-  record = subject->core().sendMessage(
-      KXConversationTypeCustomerService, subject->deskId(), text("by id"), std::nullopt,
-      std::nullopt,
-      [&](int64_t) {
-        std::lock_guard<std::mutex> lock(recordMutex);
-        idStampSeen = record ? record->sentTime() : -2;
-      },
-      nullptr);
-  ASSERT_TRUE(subject->runMainUntil(
-      [&] { return stampSeen >= 0 && idStampSeen >= 0 && subject->deskReceived().size() >= 2; }));
+  ASSERT_TRUE(
+      subject->runMainUntil([&] { return stampSeen >= 0 && !subject->deskReceived().empty(); }));
   EXPECT_GT(stampSeen, 0) << "the record's sentTime was not set when the success closure ran";
-  EXPECT_GT(idStampSeen, 0) << "the record's sentTime was not set when the success closure ran";
   Shown shown;
   listen(*subject, shown);
   subject->deskSends("KX:TxtMsg", R"({"content":"reply"})");
   ASSERT_TRUE(subject->runMainUntil([&] { return shown.size() >= 1; }));
   EXPECT_LE(stampSeen, shown.messages[0]->sentTime());
-  EXPECT_LE(idStampSeen, shown.messages[0]->sentTime());
 }
 
 // What every duty above adds up to: a real start through the library reaches the robot.
