@@ -6,11 +6,13 @@
 
 namespace quor {
 
-// The host was not online when the send was made (connecting, reconnecting or stopped).
+// No link came within the outbox timeout of the send, so it was never written (at once with no
+// outbox, or when the host is not started).
 constexpr int64_t QuorXmppErrorNotOnline = 31001;
-// The connection dropped after the message was written and before the server confirmed it.
+// The message was written, the link dropped before the server confirmed it, and no later link
+// confirmed it within the outbox timeout (also what waits when another login took the resource).
 constexpr int64_t QuorXmppErrorConnectionLost = 31002;
-// The server did not confirm the message within the send timeout.
+// Written on a live link, the message was not confirmed within the send timeout.
 constexpr int64_t QuorXmppErrorTimeout = 31003;
 // The server returned an error stanza for the message.
 constexpr int64_t QuorXmppErrorRejected = 31004;
