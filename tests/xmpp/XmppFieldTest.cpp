@@ -85,11 +85,6 @@ TEST_F(XmppField, ADeskThatRestartsIsHeardByTheSameAndByANewAppProcess) {
   EXPECT_EQ(host->history("quor-shop", 0, 100).size(), 9u);  // 3 greetings, 3 questions, 3 answers
 }
 
-std::string textOf(const std::shared_ptr<KXMessage>& message) {
-  auto* text = dynamic_cast<KXTextMessage*>(message->content().get());
-  return text ? text->content().value_or("") : "[" + message->objectName().value_or("") + "]";
-}
-
 // Whether `on` stays connected for the whole of `period`.
 bool staysConnected(QuorXmppHost& on, std::chrono::milliseconds period) {
   const auto end = std::chrono::steady_clock::now() + period;
@@ -365,11 +360,8 @@ TEST_F(XmppField, ASendLeftByAKilledAppIsDeliveredOnceByItsNextRun) {
   QuorXmppOptions deskAccount = accountOptions(deskLocalPart(), "desk-pw");
   auto deskSide = bareHost(deskLocalPart(), &deskAccount);
   std::vector<std::string> arrived;
-  deskSide->addMessageListener([&](const std::shared_ptr<KXMessage>& message) {
-    if (auto* text = dynamic_cast<KXTextMessage*>(message->content().get())) {
-      arrived.push_back(text->content().value_or(""));
-    }
-  });
+  deskSide->addMessageListener(
+      [&](const std::shared_ptr<KXMessage>& message) { arrived.push_back(textOf(message)); });
   ASSERT_TRUE(deskSide->waitUntilOnline(kPatience));
   host = makeHost("alice", store, view);
   ASSERT_TRUE(runUntil([&] {

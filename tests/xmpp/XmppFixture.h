@@ -31,6 +31,17 @@ struct AppView {
   KXString dialog;
 };
 
+// A shown message as text: a text's content, a notice as "notice: ...", else "[object name]".
+inline std::string textOf(const std::shared_ptr<KXMessage>& message) {
+  if (auto* text = dynamic_cast<KXTextMessage*>(message->content().get())) {
+    return text->content().value_or("");
+  }
+  if (auto* notice = dynamic_cast<KXInformationNotificationMessage*>(message->content().get())) {
+    return "notice: " + notice->message().value_or("");
+  }
+  return "[" + message->objectName().value_or("") + "]";
+}
+
 class XmppFixture : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -109,14 +120,7 @@ class XmppFixture : public ::testing::Test {
     made->install();
     made->loadExtensionModule();
     made->addMessageListener([&view](const std::shared_ptr<KXMessage>& message) {
-      if (auto* text = dynamic_cast<KXTextMessage*>(message->content().get())) {
-        view.shown.push_back(text->content().value_or(""));
-      } else if (auto* notice =
-                     dynamic_cast<KXInformationNotificationMessage*>(message->content().get())) {
-        view.shown.push_back("notice: " + notice->message().value_or(""));
-      } else {
-        view.shown.push_back("[" + message->objectName().value_or("") + "]");
-      }
+      view.shown.push_back(textOf(message));
     });
     made->connect();
     EXPECT_TRUE(made->waitUntilOnline(kPatience));

@@ -15,11 +15,6 @@ using ::testing::ElementsAre;
 using ::testing::Not;
 using XmppHost = XmppFixture;
 
-std::string textOf(const std::shared_ptr<KXMessage>& message) {
-  auto* text = dynamic_cast<KXTextMessage*>(message->content().get());
-  return text ? text->content().value_or("") : "[" + message->objectName().value_or("") + "]";
-}
-
 // The server dies mid-service and comes back. By default what the app sends meanwhile waits in
 // the outbox and goes out once the host is back; with no outbox it fails at once. Either way
 // each send is reported once.

@@ -119,7 +119,7 @@ class QuorXmppConnection::Network : private QuorXmlStream::Handler {
   void goOnline();
 
   // Sends and their outcomes.
-  void takeOutbox(Clock::time_point now);
+  void takeOutbox();
   void writeQueued(Clock::time_point now);
   void writeWaiting(Waiting& waiting, const std::string& id, Clock::time_point now);
   void finish(const std::string& id, int64_t errorCode, int64_t stamp);
@@ -259,7 +259,7 @@ void QuorXmppConnection::Network::run() {
     }
     auto now = Clock::now();
     if (phase_ == Phase::Offline && !replaced_ && now >= nextAttempt_) connect();
-    takeOutbox(now);
+    takeOutbox();
     if (phase_ == Phase::Online) writeQueued(now);
     expire(now);
     keepAlive(now);
@@ -662,7 +662,7 @@ void QuorXmppConnection::Network::goOnline() {
 
 // ---- sends
 
-void QuorXmppConnection::Network::takeOutbox(Clock::time_point now) {
+void QuorXmppConnection::Network::takeOutbox() {
   std::deque<Outgoing> taken;
   {
     std::lock_guard<std::mutex> lock(owner_.mutex_);
@@ -679,7 +679,6 @@ void QuorXmppConnection::Network::takeOutbox(Clock::time_point now) {
     }
     queued_.push_back(std::move(outgoing));
   }
-  (void)now;
 }
 
 void QuorXmppConnection::Network::writeQueued(Clock::time_point now) {

@@ -63,7 +63,15 @@ std::shared_ptr<QuorDeskSimulator> QuorXmppDesk::sessionFor(const std::string& c
     payload.objectName = std::move(message.objectName);
     payload.body = std::move(message.body);
     payload.sender = message.senderUserId.value_or("");
-    // Each confirmed send is logged at level 5, for tools that count what the desk said.
+    // Each send's outcome is logged at level 5, for tools that count what the desk said; the
+    // line is made only when someone reads that level.
+    {
+      std::lock_guard<std::mutex> lock(mutex_);
+      if (logMaxLevel_ < 5 || !logSink_) {
+        connection->send(std::move(payload), nullptr);
+        return;
+      }
+    }
     std::string line = payload.objectName + " to " + customerJid + ": " + payload.body.value_or("");
     connection->send(std::move(payload), [this, line](int64_t errorCode, int64_t) {
       onLog(5, "desk",
