@@ -5,40 +5,8 @@
 namespace quor::test {
 namespace {
 
-using ::testing::Contains;
-using ::testing::ElementsAre;
-using XmppJourney = XmppFixture;
-
-TEST_F(XmppJourney, RobotFirstServiceWithAGroupARatingAndTheDesksEnd) {
-  startDesk(R"({"evaluation": {"askAfterAgentReplies": 1}, "end": {"afterEvaluation": true}})");
-  host = makeHost("alice", ":memory:", view);
-  start("quor-shop", view);
-  ASSERT_TRUE(eventsReach(view, 2));
-  EXPECT_THAT(view.events, ElementsAre("success", "mode(3)"));
-  ASSERT_TRUE(shownReach(view, 1));
-  EXPECT_EQ(view.shown[0], "Hi, I am Ava, the Quor Shop assistant. How can I help?");
-
-  say(*host, "quor-shop", "where is my order?");
-  ASSERT_TRUE(shownReach(view, 2));
-  EXPECT_EQ(view.shown[1], "Orders ship within 24 hours; you can follow yours under Me > Orders.");
-
-  client.switchToHumanMode("quor-shop");
-  ASSERT_TRUE(eventsReach(view, 3));
-  ASSERT_TRUE(view.groups && view.groups->size() == 2);
-  client.selectCustomerServiceGroup("quor-shop", view.groups->at(1)->groupId());
-  ASSERT_TRUE(eventsReach(view, 4));
-  EXPECT_EQ(view.events[3], "mode(2)");
-
-  say(*host, "quor-shop", "I want a refund");
-  ASSERT_TRUE(eventsReach(view, 5));
-  EXPECT_EQ(view.events[4], "rate(dialog-1)");
-  client.evaluateCustomerService("quor-shop", view.dialog, 5, KXString("thanks"), 1);
-  ASSERT_TRUE(eventsReach(view, 6));
-  EXPECT_EQ(view.events[5], "quit(Thank you for contacting Quor Shop. Goodbye!)");
-  ASSERT_TRUE(runUntil([&] {
-    return desk->sessionOf(host->bareJid()) && desk->sessionOf(host->bareJid())->suspended();
-  }));
-}
+// The robot-first journey with a group, a rating and the desk's end runs over the server in
+// Demo.XmppJourney (tests/check-demo.sh).
 
 // Each service type from the start to the desk's end, over the server.
 struct ServiceTypeCase {
