@@ -23,6 +23,11 @@ class QuorXmlElement {
   const std::string& attribute(const std::string& name) const;
   bool hasAttribute(const std::string& name) const;
   QuorXmlElement& set(const std::string& name, std::string value);
+  // Appends an attribute the element does not have yet (the parser's, which refuses repeated
+  // names): no search, so an element's attributes cost time linear in their number.
+  void append(std::string name, std::string value) {
+    attributes_.emplace_back(std::move(name), std::move(value));
+  }
   const std::string& text() const { return text_; }
   QuorXmlElement& setText(std::string text);
   void appendText(const char* data, std::size_t size) { text_.append(data, size); }

@@ -85,8 +85,9 @@ void QuorXmlStream::startElement(const char* name, const char** attributes) {
   lastEvent_ = XML_GetCurrentByteIndex(parser_->xml);
   ++depth_;
   auto element = std::make_unique<QuorXmlElement>(name);
+  // expat has refused a repeated attribute name already.
   for (int i = 0; attributes[i] && attributes[i + 1]; i += 2) {
-    element->set(attributes[i], attributes[i + 1]);
+    element->append(attributes[i], attributes[i + 1]);
   }
   if (depth_ == 1) {
     handler_.onStreamStart(*element);
