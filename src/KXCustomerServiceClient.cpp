@@ -2,6 +2,7 @@
 
 #include "Client/KXClientState.h"
 #include "Client/KXControlMessageHandler.h"
+#include "Client/KXSessionHook.h"
 #include "QuorCustomerService/Host/KXHostConstants.h"
 #include "QuorCustomerService/Host/KXInformationNotificationMessage.h"
 #include "QuorCustomerService/Message/KXCSChangeModeMessage.h"
@@ -93,8 +94,9 @@ void KXCustomerServiceClient::startCustomerService(
   // Only the host's first report of this send counts, however often it reports.
   const KXSendOutcome outcome;
   KXHost::sendReportingRecords(
-      kefuId, std::move(handShake), outcome.once([this](std::shared_ptr<KXMessage> sent) {
+      kefuId, std::move(handShake), outcome.once([this, kefuId](std::shared_ptr<KXMessage> sent) {
         if (sent) setHandShakeMessageSendTime(sent->sentTime());
+        KXSessionHook::handshakeSent(kefuId);
       }),
       // The failure reports to the error callback of this start, not the session's current one,
       // and stops the service even when that callback throws.
@@ -149,6 +151,7 @@ void KXCustomerServiceClient::notifyCustomerService(const KXString& kefuId, cons
 }
 
 void KXCustomerServiceClient::onReceiveFakeMessage(std::shared_ptr<KXMessage> message) {
+  KXSessionHook::conversationMessage(message);
   KXHost::receiveFake(std::move(message));
 }
 

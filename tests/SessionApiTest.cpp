@@ -2,6 +2,8 @@
 // paths, against the desk simulator on the loopback host.
 #include <gmock/gmock.h>
 
+#include <thread>
+
 #include "QuorCustomerService/QuorCustomerService.h"
 #include "QuorDeskSimulator/QuorDeskSimulator.h"
 #include "QuorLoopbackHost/QuorLoopbackHost.h"
@@ -33,9 +35,21 @@ class Recorder : public KXCSServiceObserver {
   void onMessageLeft(bool sent, int64_t value) override {
     left.push_back((sent ? "sent " : "failed ") + std::to_string(value));
   }
+  // Lines as "3 Robot: text", deliveries as "3 Sent", unread counts as "unread 2".
+  void onMessage(const KXCSConversationMessage& m) override {
+    lines.push_back(std::to_string(m.sequence) + " " + toString(m.author) + ": " + m.text);
+  }
+  void onMessageDelivery(const KXCSConversationMessage& m) override {
+    lines.push_back(std::to_string(m.sequence) + " " + toString(m.delivery));
+  }
+  void onUnreadCountChanged(uint64_t unread) override {
+    lines.push_back("unread " + std::to_string(unread));
+  }
   std::vector<std::string> take() { return std::exchange(states, {}); }
 
-  std::vector<std::string> states, ratings, left;
+  std::vector<std::string> takeLines() { return std::exchange(lines, {}); }
+
+  std::vector<std::string> states, ratings, left, lines;
   std::function<void(const KXCSServiceStatus&)> onChange;
 };
 
@@ -69,6 +83,24 @@ class SessionApi : public ::testing::Test {
     EXPECT_EQ(made->start(nullptr, timeout), Result::Done);
     host->settle();
     return made;
+  }
+
+  // Settles until `service` reaches `state`, for states that a timer brings.
+  void settleUntil(KXCSServiceState state) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (service->status().state != state && std::chrono::steady_clock::now() < deadline) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+      host->settle();
+    }
+    host->settle();
+  }
+  std::size_t greetings(const std::string& deskId) {
+    std::size_t count = 0;
+    for (const auto& message : host->conversation(deskId)) {
+      auto* text = dynamic_cast<KXTextMessage*>(message->content().get());
+      if (text && text->content().value_or("").rfind("Hi, I am Ava", 0) == 0) ++count;
+    }
+    return count;
   }
 
   std::shared_ptr<QuorLoopbackHost> host = std::make_shared<QuorLoopbackHost>();
@@ -210,6 +242,105 @@ TEST_F(SessionApi, FailuresAreReportedAfterTheStopSoARestartFromTheObserverHolds
   host->settle();
   EXPECT_THAT(recorder->take(), ElementsAre("Connecting", "Failed(Timeout: 连接客服失败!)"));
   EXPECT_TRUE(host->conversation("nobody").empty());
+}
+
+TEST_F(SessionApi, AStartThatTimedOutNeverTouchesTheNextStart) {
+  // The server hangs: the first handshake times out, the app starts again, and only then does
+  // the first send fail. The client stops the service after a failed send; that stop must not
+  // land on the second start.
+  auto simulator = desk("{}");
+  service = KXCSService::make(simulator->deskId(), recorder);
+  host->setAutoConfirm(false);
+  service->start(nullptr, std::chrono::milliseconds(20));
+  settleUntil(KXCSServiceState::Failed);
+  EXPECT_EQ(service->start(nullptr), Result::Done);
+  host->settle();
+  EXPECT_TRUE(host->confirmOldestSend(false, std::nullopt, 7001));
+  host->setAutoConfirm(true);
+  host->confirmOldestSend(true, std::nullopt, 0);  // the second handshake, if it was held
+  host->settle();
+  EXPECT_THAT(recorder->take(), ElementsAre("Connecting", "Failed(Timeout: 连接客服失败!)",
+                                            "Connecting", "Connected", "Robot+"));
+}
+
+TEST_F(SessionApi, EndWhileConnectingThenStartGivesOneServiceAndOneGreeting) {
+  auto simulator = desk("{}");
+  service = KXCSService::make(simulator->deskId(), recorder);
+  host->setAutoConfirm(false);
+  service->start(nullptr);
+  host->settle();
+  EXPECT_EQ(service->end(), Result::Done);
+  host->settle();
+  EXPECT_EQ(service->start(nullptr), Result::Done);
+  host->settle();
+  host->setAutoConfirm(true);
+  while (host->confirmOldestSend(true, std::nullopt, 0)) host->settle();
+  host->settle();
+  EXPECT_THAT(recorder->take(), ElementsAre("Connecting", "Ended(StoppedByApp)", "Connecting",
+                                            "Connected", "Robot+"));
+  EXPECT_EQ(greetings(simulator->deskId()), 1u);
+  EXPECT_EQ(simulator->bodiesOf("KX:CsHs").size(), 1u);
+
+  // Ended for good: the answer comes, the client's service stops, and the next start of
+  // another service is not held back.
+  service->end();
+  host->setAutoConfirm(false);
+  service->start(nullptr);
+  host->settle();
+  service->end();
+  host->setAutoConfirm(true);
+  while (host->confirmOldestSend(true, std::nullopt, 0)) host->settle();
+  recorder->take();
+  auto other = KXCSService::make(simulator->deskId(), recorder);
+  other->start(nullptr);
+  host->settle();
+  EXPECT_EQ(other->status().state, KXCSServiceState::Robot);
+}
+
+TEST_F(SessionApi, TheConversationComesInOrderWithItsUnreadCount) {
+  auto simulator = desk(R"({"evaluation": null})");
+  service = KXCSService::make(simulator->deskId(), recorder);
+  EXPECT_EQ(service->sendText("hello"), Result::NotConnected);
+  service->start(nullptr);
+  host->settle();
+  EXPECT_EQ(service->sendText(""), Result::EmptyText);
+  EXPECT_EQ(service->sendText("where is my order"), Result::Done);
+  host->settle();
+  EXPECT_EQ(service->unreadCount(), 2u);
+  service->markRead();
+  host->settle();
+  EXPECT_EQ(service->unreadCount(), 0u);
+  ASSERT_EQ(service->askForAgent(), Result::Done);
+  host->settle();
+  service->chooseGroup("sales");
+  host->settle();
+  service->sendText("I want to return it");
+  host->settle();
+  simulator->endService("bye");
+  host->settle();
+  EXPECT_THAT(
+      recorder->takeLines(),
+      ElementsAre("1 Robot: Hi, I am Ava, the Quor Shop assistant. How can I help?", "unread 1",
+                  "2 Customer: where is my order", "2 Sent",
+                  "3 Robot: Orders ship within 24 hours; you can follow yours under Me > Orders.",
+                  "unread 2", "unread 0", "4 Agent: Hello, this is Kai from Sales. How can I help?",
+                  "unread 1", "5 Customer: I want to return it", "5 Sent",
+                  "6 Agent: I have started the return: a courier will pick the parcel up tomorrow.",
+                  "unread 2", "7 Notice: bye", "unread 3"));
+  EXPECT_EQ(service->status().state, KXCSServiceState::Ended);
+  EXPECT_EQ(service->sendText("hello?"), Result::NotConnected);
+
+  // A line the host fails is reported Failed with the host's code.
+  service->start(nullptr);
+  host->settle();
+  host->setAutoConfirm(false);
+  service->sendText("anyone?");
+  host->confirmOldestSend(false, std::nullopt, 9);
+  host->settle();
+  const auto lines = recorder->takeLines();
+  ASSERT_GE(lines.size(), 2u);
+  EXPECT_EQ(lines[lines.size() - 2], "9 Customer: anyone?");
+  EXPECT_EQ(lines.back(), "9 Failed");
 }
 
 TEST_F(SessionApi, TheLeaveMessageFormIsCheckedBeforeAnythingIsSent) {

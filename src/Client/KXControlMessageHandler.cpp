@@ -1,6 +1,6 @@
 #include "Client/KXControlMessageHandler.h"
 
-#include "Client/KXAgentAnswerHook.h"
+#include "Client/KXSessionHook.h"
 
 #include "Message/KXJsonReader.h"
 #include "Message/KXMessageTypeTable.h"
@@ -130,8 +130,8 @@ void KXControlMessageHandler::changeModeResponse(const std::shared_ptr<KXMessage
                                                  const KXCSChangeModeResponseMessage& response,
                                                  const Session& session) {
   if (!session) return;
-  KXAgentAnswerHook::report(message->targetId().value_or(""), response.result(), session->type(),
-                            response.errMsg());
+  KXSessionHook::agentAnswer(message->targetId(), response.result(), session->type(),
+                             response.errMsg());
   switch (response.result()) {
     case 1:
     case 4:

@@ -2,6 +2,7 @@
 
 #include <atomic>
 
+#include "Client/KXSessionHook.h"
 #include "Message/KXMessageTypeTable.h"
 #include "QuorCustomerService/Host/KXCoreClient.h"
 #include "QuorCustomerService/Host/KXHostConstants.h"
@@ -84,8 +85,12 @@ bool QuorCustomerServiceExtensionModule::didHoldReceivedMessage(
   // Every message the host receives passes here first: other conversations leave at once, with
   // the answer the client would give them.
   if (!message || message->conversationType() != KXConversationTypeCustomerService) return false;
-  return KXCustomerServiceClient::sharedCustomerServiceClient().onCustomerServiceMessageReceived(
-      message);
+  const bool held =
+      KXCustomerServiceClient::sharedCustomerServiceClient().onCustomerServiceMessageReceived(
+          message);
+  // A text or notice that goes on to the app is also a line of the service's conversation.
+  if (!held) KXSessionHook::conversationMessage(message);
+  return held;
 }
 
 void QuorCustomerServiceExtensionModule::setAppKey(const KXString& appKey) {

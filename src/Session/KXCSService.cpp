@@ -3,13 +3,17 @@
 #include <algorithm>
 #include <mutex>
 
-#include "Client/KXAgentAnswerHook.h"
+#include "Client/KXSessionHook.h"
+#include "QuorCustomerService/Host/KXTextMessage.h"
 #include "QuorCustomerService/KXCustomerServiceClient.h"
+#include "Session/KXCSConversation.h"
 #include "Session/KXCSLeaveMessageForm.h"
 #include "Session/KXCSStartQueue.h"
 #include "Session/KXCSTimer.h"
 #include "Support/KXCallbackGuard.h"
+#include "Support/KXHost.h"
 #include "Support/KXMainThread.h"
+#include "Support/KXSendOutcome.h"
 
 namespace quor {
 namespace {
@@ -31,21 +35,55 @@ void KXCSServiceObserver::onStateChanged(const KXCSServiceStatus&) {}
 void KXCSServiceObserver::onRatingRequested(const KXString&) {}
 void KXCSServiceObserver::onEvaluationSettings(const KXDictionary&) {}
 void KXCSServiceObserver::onMessageLeft(bool, int64_t) {}
+void KXCSServiceObserver::onMessage(const KXCSConversationMessage&) {}
+void KXCSServiceObserver::onMessageDelivery(const KXCSConversationMessage&) {}
+void KXCSServiceObserver::onUnreadCountChanged(uint64_t) {}
 
-// The service's state, shared with the client's callbacks through weak references. Each start
-// has a generation; a callback of an older start (or of a service ended since) finds another
-// generation and does nothing.
+// The service's state, shared with the client's callbacks through weak references.
+//
+// Each start has a generation; each handshake is named by the generation that sent it. The
+// client's callbacks of a handshake report while that handshake is `attached` to the running
+// start; a callback of an older one finds another and does nothing. A handshake holds the start
+// queue while it is `outstanding` (sent, neither answered nor failed). When the start that sent
+// it is given up before that (ended by the app, timed out), the handshake keeps the queue until
+// it resolves, so that its late outcome (the client's stop after a failed send, an answer) never
+// lands on a newer start; at most kGivenUpHold.
 class KXCSService::Core : public std::enable_shared_from_this<Core> {
  public:
+  enum class GivenUp { No, Ended, TimedOut };
+  static constexpr std::chrono::seconds kGivenUpHold{30};
+
   Core(std::string deskId, std::weak_ptr<KXCSServiceObserver> observer)
       : deskId(std::move(deskId)), observer(std::move(observer)) {}
   ~Core() {
-    KXAgentAnswerHook::forget(deskId, this);
-    KXCSStartQueue::shared().done(this);
+    KXSessionHook::forget(deskId, this);
+    queue().withdraw(this);
+    queue().release(this);
   }
 
-  KXCustomerServiceClient& client() {
+  static KXCustomerServiceClient& client() {
     return KXCustomerServiceClient::sharedCustomerServiceClient();
+  }
+  static KXCSStartQueue& queue() { return KXCSStartQueue::shared(); }
+
+  // Listens to what the client learns beyond its callbacks; each report is handled in a
+  // closure posted to the main thread, in the order the reports came.
+  void listen() {
+    std::weak_ptr<Core> weak = weak_from_this();
+    auto onMain = [weak](auto handle) {
+      KXMainThread::post([weak, handle] {
+        if (auto core = weak.lock()) handle(*core);
+      });
+    };
+    KXSessionHook::Listener listener;
+    listener.agentAnswer = [onMain](int32_t result, int32_t type, const KXString& text) {
+      onMain([result, type, text](Core& c) { c.onAgentAnswer(result, type, text); });
+    };
+    listener.handshakeSent = [onMain] { onMain([](Core& c) { c.onHandshakeSent(); }); };
+    listener.conversationMessage = [onMain](const std::shared_ptr<KXMessage>& message) {
+      onMain([message](Core& c) { c.onConversationMessage(*message); });
+    };
+    KXSessionHook::listen(deskId, this, std::move(listener));
   }
 
   KXCSServiceStatus snapshot() const {
@@ -77,42 +115,113 @@ class KXCSService::Core : public std::enable_shared_from_this<Core> {
     });
   }
 
-  // Whether `generation` is still the running start.
-  bool current(uint64_t started) const {
-    std::lock_guard<std::mutex> lock(mutex);
-    return started == generation && running(status.state);
+  // A client callback of handshake `handshake`: runs while it reports to the running start.
+  template <class Callback>
+  auto attachedTo(uint64_t handshake, Callback callback) {
+    std::weak_ptr<Core> weak = weak_from_this();
+    return [weak, handshake, callback](auto&&... arguments) {
+      auto core = weak.lock();
+      if (core && core->reporting(handshake)) callback(*core, arguments...);
+    };
   }
-  // Ends the running start: later callbacks of it do nothing.
-  void finish() {
+  bool reporting(uint64_t handshake) const {
+    std::lock_guard<std::mutex> lock(mutex);
+    return handshake == attached && running(status.state);
+  }
+
+  // Ends the running start: its callbacks report nothing more, its timer and a start it queued
+  // go. The queue itself is released by whoever resolves the outstanding handshake.
+  void detach() {
     {
       std::lock_guard<std::mutex> lock(mutex);
       ++generation;
+      attached = 0;
       timer.reset();
     }
-    KXCSStartQueue::shared().done(this);
+    queue().withdraw(this);
   }
 
-  template <class Callback>
-  auto guarded(uint64_t started, Callback callback) {
+  // Handshake `handshake` was answered or failed: what it was given up as (No when it was not
+  // given up or not outstanding), and whether it held the queue.
+  std::pair<GivenUp, bool> resolve(uint64_t handshake) {
+    std::lock_guard<std::mutex> lock(mutex);
+    if (handshake == 0 || handshake != outstanding) return {GivenUp::No, false};
+    const GivenUp given = givenUp;
+    outstanding = 0;
+    givenUp = GivenUp::No;
+    hold.reset();
+    return {given, true};
+  }
+
+  // Keeps the outstanding handshake after its start was given up, for at most kGivenUpHold.
+  // Called with the lock held.
+  void giveUpLocked(GivenUp how) {
+    givenUp = how;
     std::weak_ptr<Core> weak = weak_from_this();
-    return [weak, started, callback](auto&&... arguments) {
-      auto core = weak.lock();
-      if (core && core->current(started)) callback(*core, arguments...);
-    };
+    const uint64_t handshake = outstanding;
+    hold = std::make_unique<KXCSTimer>(kGivenUpHold, [weak, handshake] {
+      KXMainThread::post([weak, handshake] {
+        if (auto core = weak.lock()) core->onHoldExpired(handshake);
+      });
+    });
   }
 
-  void onSuccess(const std::shared_ptr<KXCustomerServiceConfig>& config) {
+  void onHoldExpired(uint64_t handshake) {
+    const auto [given, held] = resolve(handshake);
+    if (!held) return;
+    if (given == GivenUp::Ended) client().stopCustomerService(deskId);
+    queue().release(this);
+  }
+
+  void onHandshakeSent() {
     {
       std::lock_guard<std::mutex> lock(mutex);
-      timer.reset();
-      blocked = config && config->isBlack();
+      if (outstanding == 0) return;
+      sendConfirmed = true;
+      // A timed-out start waited only for its send's outcome: the desk may never answer.
+      if (givenUp != GivenUp::TimedOut) return;
     }
-    KXCSStartQueue::shared().done(this);
+    onHoldExpired(outstanding);
+  }
+
+  void onSuccess(uint64_t handshake, const std::shared_ptr<KXCustomerServiceConfig>& config) {
+    const auto [given, held] = resolve(handshake);
+    bool live;
+    {
+      std::lock_guard<std::mutex> lock(mutex);
+      live = handshake == attached && running(status.state);
+      if (live) {
+        timer.reset();
+        blocked = config && config->isBlack();
+      }
+    }
+    // Answered after the app ended the service: the stop that end() left for now.
+    if (given == GivenUp::Ended) client().stopCustomerService(deskId);
+    if (held) queue().release(this);
+    if (!live) return;
     KXCSServiceStatus next;
     next.state = State::Connected;
     next.config = config;
     next.reason = config && config->isBlack() ? Reason::Blocked : Reason::None;
     if (next.reason == Reason::Blocked) next.text = "你已被拉黑";
+    move(next);
+  }
+
+  // A refused handshake (the desk's code 0) or a failed send (the host's code; the client stops
+  // the service right after this callback).
+  void onError(uint64_t handshake, int64_t code, const std::string& text) {
+    const auto [given, held] = resolve(handshake);
+    const bool live = reporting(handshake);
+    // A refusal leaves the service running in the client: stop it here.
+    if (code == 0 && (live || given == GivenUp::Ended)) client().stopCustomerService(deskId);
+    if (held) queue().release(this);
+    if (!live) return;
+    detach();
+    KXCSServiceStatus next;
+    next.state = State::Failed;
+    next.code = code;
+    next.text = text;
+    next.reason = code == 0 ? Reason::HandshakeRefused : Reason::ConnectionFailed;
     move(next);
   }
 
@@ -139,7 +248,7 @@ class KXCSService::Core : public std::enable_shared_from_this<Core> {
         break;
       default:
         // The service is closed (the desk's update), or a human-only service found no agent.
-        finish();
+        detach();
         client().stopCustomerService(deskId);
         next.state = State::Ended;
         next.reason = waited ? Reason::NoAgentAvailable : Reason::DeskEnded;
@@ -158,7 +267,7 @@ class KXCSService::Core : public std::enable_shared_from_this<Core> {
     {
       std::lock_guard<std::mutex> lock(mutex);
       waiting = waiting || (now.state == State::Agent && !agentConfirmed);
-      if (result == 3) blocked = true;
+      if (result == 3 && running(now.state)) blocked = true;
     }
     if (!waiting) return;
     KXCSServiceStatus next;
@@ -168,7 +277,7 @@ class KXCSService::Core : public std::enable_shared_from_this<Core> {
       next.state = State::Robot;
       next.canAskForAgent = true;
     } else if (result == 3) {
-      finish();
+      detach();
       client().stopCustomerService(deskId);
       next.state = State::Ended;
     } else {
@@ -178,7 +287,7 @@ class KXCSService::Core : public std::enable_shared_from_this<Core> {
   }
 
   void onQuit(const std::string& text) {
-    finish();  // the client stops the service right after this callback
+    detach();  // the client stops the service right after this callback
     KXCSServiceStatus next;
     next.state = State::Ended;
     next.reason = Reason::DeskEnded;
@@ -186,23 +295,22 @@ class KXCSService::Core : public std::enable_shared_from_this<Core> {
     move(next);
   }
 
-  void onError(int64_t code, const std::string& text) {
-    finish();
-    KXCSServiceStatus next;
-    next.state = State::Failed;
-    next.code = code;
-    next.text = text;
-    // A refused handshake (the desk's code 0) leaves the service running in the client: stop it
-    // here. A failed send is stopped by the client right after this callback.
-    next.reason = code == 0 ? Reason::HandshakeRefused : Reason::ConnectionFailed;
-    if (code == 0) client().stopCustomerService(deskId);
-    move(next);
-  }
-
   void onTimeout(uint64_t started) {
-    if (!current(started) || snapshot().state != State::Connecting) return;
-    finish();  // lets a queued start go
+    bool release = false;
+    {
+      std::lock_guard<std::mutex> lock(mutex);
+      if (started != generation || status.state != State::Connecting) return;
+      // Until the send has an outcome, a late failure would stop the service of the next start.
+      if (outstanding != 0 && !sendConfirmed) {
+        giveUpLocked(GivenUp::TimedOut);
+      } else if (outstanding != 0) {
+        outstanding = 0;
+        release = true;
+      }
+    }
+    detach();
     client().stopCustomerService(deskId);
+    if (release) queue().release(this);
     KXCSServiceStatus next;
     next.state = State::Failed;
     next.reason = Reason::Timeout;
@@ -210,44 +318,60 @@ class KXCSService::Core : public std::enable_shared_from_this<Core> {
     move(next);
   }
 
+  void onConversationMessage(const KXMessage& message) {
+    const State now = snapshot().state;
+    if (!running(now)) return;
+    const KXCSConversationMessage line = conversation.received(message, now == State::Agent);
+    const uint64_t unread = conversation.unread();
+    tell([line, unread](KXCSServiceObserver& w) {
+      w.onMessage(line);
+      w.onUnreadCountChanged(unread);
+    });
+  }
+
   // Sends the handshake of the start `started` and registers for its callbacks.
   void sendHandshake(uint64_t started, std::shared_ptr<KXCustomerServiceInfo> info) {
+    const uint64_t handshake = started;
+    {
+      std::lock_guard<std::mutex> lock(mutex);
+      attached = outstanding = handshake;
+      givenUp = GivenUp::No;
+      sendConfirmed = false;
+    }
     std::weak_ptr<Core> weak = weak_from_this();
-    KXAgentAnswerHook::listen(deskId, this,
-                              [weak, started](int32_t result, int32_t type, const KXString& text) {
-                                KXMainThread::post([weak, started, result, type, text] {
-                                  auto core = weak.lock();
-                                  if (core && core->current(started))
-                                    core->onAgentAnswer(result, type, text);
-                                });
-                              });
+    auto ofHandshake = [weak, handshake](auto handle) {
+      return [weak, handshake, handle](auto&&... arguments) {
+        if (auto core = weak.lock()) handle(*core, handshake, arguments...);
+      };
+    };
     client().startCustomerService(
         deskId, std::move(info),
-        guarded(
-            started,
-            [](Core& c, std::shared_ptr<KXCustomerServiceConfig> config) { c.onSuccess(config); }),
-        guarded(started,
-                [](Core& c, int64_t code, const std::string& text) { c.onError(code, text); }),
-        guarded(started, [](Core& c, KXCSModeType mode) { c.onMode(mode); }),
-        guarded(started,
-                [](Core& c, const KXString& dialog) {
-                  {
-                    std::lock_guard<std::mutex> lock(c.mutex);
-                    c.lastDialog = dialog;
-                  }
-                  c.tell([dialog](KXCSServiceObserver& w) { w.onRatingRequested(dialog); });
-                }),
-        guarded(started,
-                [](Core& c, const KXCustomerServiceGroupList& groups) {
-                  KXCSServiceStatus next;
-                  next.state = State::ChoosingGroup;
-                  next.groups = groups;
-                  c.move(next);
-                }),
-        guarded(started, [](Core& c, const std::string& text) { c.onQuit(text); }));
+        ofHandshake([](Core& c, uint64_t h, std::shared_ptr<KXCustomerServiceConfig> config) {
+          c.onSuccess(h, config);
+        }),
+        ofHandshake([](Core& c, uint64_t h, int64_t code, const std::string& text) {
+          c.onError(h, code, text);
+        }),
+        attachedTo(handshake, [](Core& c, KXCSModeType mode) { c.onMode(mode); }),
+        attachedTo(handshake,
+                   [](Core& c, const KXString& dialog) {
+                     {
+                       std::lock_guard<std::mutex> lock(c.mutex);
+                       c.lastDialog = dialog;
+                     }
+                     c.tell([dialog](KXCSServiceObserver& w) { w.onRatingRequested(dialog); });
+                   }),
+        attachedTo(handshake,
+                   [](Core& c, const KXCustomerServiceGroupList& groups) {
+                     KXCSServiceStatus next;
+                     next.state = State::ChoosingGroup;
+                     next.groups = groups;
+                     c.move(next);
+                   }),
+        attachedTo(handshake, [](Core& c, const std::string& text) { c.onQuit(text); }));
     // The client keeps this callback in the session of the desk started last: this one.
     client().getHumanEvaluateCustomerServiceConfig(
-        guarded(started, [](Core& c, const std::shared_ptr<const KXDictionary>& settings) {
+        attachedTo(handshake, [](Core& c, const std::shared_ptr<const KXDictionary>& settings) {
           if (!settings) return;
           c.tell([settings](KXCSServiceObserver& w) { w.onEvaluationSettings(*settings); });
         }));
@@ -258,24 +382,35 @@ class KXCSService::Core : public std::enable_shared_from_this<Core> {
   mutable std::mutex mutex;
   KXCSServiceStatus status;
   uint64_t generation = 0;
+  uint64_t attached = 0;     // the handshake whose callbacks report to the running start
+  uint64_t outstanding = 0;  // the handshake that holds the start queue
+  GivenUp givenUp = GivenUp::No;
+  bool sendConfirmed = false;
   bool blocked = false;
   bool agentConfirmed = false;
   KXString lastDialog;
   std::unique_ptr<KXCSTimer> timer;
+  std::unique_ptr<KXCSTimer> hold;
+  KXCSConversation conversation;
 };
 
 std::shared_ptr<KXCSService> KXCSService::make(std::string deskId,
                                                std::weak_ptr<KXCSServiceObserver> observer) {
-  return std::shared_ptr<KXCSService>(
-      new KXCSService(std::make_shared<Core>(std::move(deskId), std::move(observer))));
+  auto core = std::make_shared<Core>(std::move(deskId), std::move(observer));
+  core->listen();
+  return std::shared_ptr<KXCSService>(new KXCSService(std::move(core)));
 }
 
 KXCSService::KXCSService(std::shared_ptr<Core> core) : core_(std::move(core)) {}
 
 KXCSService::~KXCSService() {
-  const bool wasRunning = running(core_->snapshot().state);
-  core_->finish();
-  if (wasRunning) core_->client().stopCustomerService(core_->deskId);
+  bool stop;
+  {
+    std::lock_guard<std::mutex> lock(core_->mutex);
+    stop = running(core_->status.state) || core_->givenUp == Core::GivenUp::Ended;
+  }
+  core_->detach();
+  if (stop) core_->client().stopCustomerService(core_->deskId);
 }
 
 const std::string& KXCSService::deskId() const { return core_->deskId; }
@@ -286,6 +421,7 @@ KXCSServiceResult KXCSService::start(std::shared_ptr<KXCustomerServiceInfo> info
                                      std::chrono::milliseconds handshakeTimeout) {
   Core& core = *core_;
   uint64_t started;
+  bool adopt;
   {
     std::lock_guard<std::mutex> lock(core.mutex);
     if (running(core.status.state)) return Result::AlreadyStarted;
@@ -293,24 +429,35 @@ KXCSServiceResult KXCSService::start(std::shared_ptr<KXCustomerServiceInfo> info
     core.blocked = false;
     core.agentConfirmed = false;
     core.lastDialog.reset();
+    core.status = KXCSServiceStatus{};  // a new start forgets the old configuration
+    // The app ended a start whose handshake is still on its way: its answer serves this one.
+    adopt = core.outstanding != 0 && core.givenUp == Core::GivenUp::Ended;
+    if (adopt) {
+      core.attached = core.outstanding;
+      core.givenUp = Core::GivenUp::No;
+      core.hold.reset();
+    }
   }
   KXCSServiceStatus connecting;
   connecting.state = State::Connecting;
-  {
-    std::lock_guard<std::mutex> lock(core.mutex);
-    core.status = KXCSServiceStatus{};  // a new start forgets the old configuration
-  }
   core.move(connecting);
   std::weak_ptr<Core> weak = core_;
-  KXCSStartQueue::shared().enqueue(&core, [weak, started, info = std::move(info)]() mutable {
-    auto waiting = weak.lock();
-    if (!waiting) return;
-    if (!waiting->current(started)) {
-      KXCSStartQueue::shared().done(waiting.get());
-      return;
-    }
-    waiting->sendHandshake(started, std::move(info));
-  });
+  if (!adopt) {
+    KXCSStartQueue::shared().enqueue(&core, [weak, started, info = std::move(info)]() mutable {
+      auto waiting = weak.lock();
+      if (!waiting) return;
+      bool current;
+      {
+        std::lock_guard<std::mutex> lock(waiting->mutex);
+        current = waiting->generation == started && running(waiting->status.state);
+      }
+      if (current) {
+        waiting->sendHandshake(started, std::move(info));
+      } else {
+        KXCSStartQueue::shared().release(waiting.get());
+      }
+    });
+  }
   if (handshakeTimeout.count() > 0) {
     auto timer = std::make_unique<KXCSTimer>(handshakeTimeout, [weak, started] {
       KXMainThread::post([weak, started] {
@@ -433,95 +580,55 @@ KXCSLeaveMessageCheck KXCSService::leaveMessage(const KXDictionary& values) {
 }
 
 KXCSServiceResult KXCSService::end() {
-  if (!running(core_->snapshot().state)) return Result::NotConnected;
-  core_->finish();
-  core_->client().stopCustomerService(core_->deskId);
+  Core& core = *core_;
+  bool keepHandshake;
+  {
+    std::lock_guard<std::mutex> lock(core.mutex);
+    if (!running(core.status.state)) return Result::NotConnected;
+    // Sent and not yet answered: the client's service stays until the answer (or a new start
+    // takes it over), so the answer cannot be taken for another handshake's.
+    keepHandshake = core.status.state == State::Connecting && core.outstanding != 0 &&
+                    core.givenUp == Core::GivenUp::No;
+    if (keepHandshake) core.giveUpLocked(Core::GivenUp::Ended);
+  }
+  core.detach();
+  if (!keepHandshake) core.client().stopCustomerService(core.deskId);
   KXCSServiceStatus next;
   next.state = State::Ended;
   next.reason = Reason::StoppedByApp;
-  core_->move(next);
+  core.move(next);
   return Result::Done;
 }
 
-// Each switch names every enumerator and has no default, so the compiler (-Wswitch, an error
-// here) refuses a new enumerator without its name.
-const char* KXCSService::stateName(KXCSServiceState state) {
-  using enum_t = KXCSServiceState;
-  switch (state) {
-    case enum_t::NotStarted:
-      return "NotStarted";
-    case enum_t::Connecting:
-      return "Connecting";
-    case enum_t::Connected:
-      return "Connected";
-    case enum_t::Robot:
-      return "Robot";
-    case enum_t::ChoosingGroup:
-      return "ChoosingGroup";
-    case enum_t::WaitingForAgent:
-      return "WaitingForAgent";
-    case enum_t::Agent:
-      return "Agent";
-    case enum_t::Ended:
-      return "Ended";
-    case enum_t::Failed:
-      return "Failed";
-  }
-  return "?";  // a value outside the enum (a cast from a number)
+KXCSServiceResult KXCSService::sendText(const std::string& text) {
+  const State now = core_->snapshot().state;
+  if (!running(now) || now == State::Connecting) return Result::NotConnected;
+  if (text.empty()) return Result::EmptyText;
+  const KXCSConversationMessage line = core_->conversation.sending(text);
+  core_->tell([line](KXCSServiceObserver& w) { w.onMessage(line); });
+  std::weak_ptr<Core> weak = core_;
+  const auto report = [weak, line](bool sent, int64_t value) {
+    KXMainThread::post([weak, line, sent, value] {
+      auto core = weak.lock();
+      if (!core) return;
+      KXCSConversationMessage update = line;
+      update.delivery = sent ? KXCSDelivery::Sent : KXCSDelivery::Failed;
+      (sent ? update.messageId : update.errorCode) = value;
+      core->tell([update](KXCSServiceObserver& w) { w.onMessageDelivery(update); });
+    });
+  };
+  const KXSendOutcome outcome;
+  KXHost::send(core_->deskId, KXTextMessage::messageWithContent(text),
+               outcome.once([report](int64_t messageId) { report(true, messageId); }),
+               outcome.once([report](int64_t errorCode, int64_t) { report(false, errorCode); }));
+  return Result::Done;
 }
 
-const char* KXCSService::reasonName(KXCSServiceReason reason) {
-  using enum_t = KXCSServiceReason;
-  switch (reason) {
-    case enum_t::None:
-      return "None";
-    case enum_t::ConnectionFailed:
-      return "ConnectionFailed";
-    case enum_t::HandshakeRefused:
-      return "HandshakeRefused";
-    case enum_t::Timeout:
-      return "Timeout";
-    case enum_t::DeskEnded:
-      return "DeskEnded";
-    case enum_t::Blocked:
-      return "Blocked";
-    case enum_t::NoAgentAvailable:
-      return "NoAgentAvailable";
-    case enum_t::StoppedByApp:
-      return "StoppedByApp";
-  }
-  return "?";  // a value outside the enum (a cast from a number)
-}
+uint64_t KXCSService::unreadCount() const { return core_->conversation.unread(); }
 
-const char* KXCSService::resultName(KXCSServiceResult result) {
-  using enum_t = KXCSServiceResult;
-  switch (result) {
-    case enum_t::Done:
-      return "Done";
-    case enum_t::AlreadyStarted:
-      return "AlreadyStarted";
-    case enum_t::NotConnected:
-      return "NotConnected";
-    case enum_t::AgentNotOffered:
-      return "AgentNotOffered";
-    case enum_t::AlreadyWithAgent:
-      return "AlreadyWithAgent";
-    case enum_t::Blocked:
-      return "Blocked";
-    case enum_t::NotChoosingGroup:
-      return "NotChoosingGroup";
-    case enum_t::GroupNotOffered:
-      return "GroupNotOffered";
-    case enum_t::RatingNotOffered:
-      return "RatingNotOffered";
-    case enum_t::NoDialogToRate:
-      return "NoDialogToRate";
-    case enum_t::StarsNotOffered:
-      return "StarsNotOffered";
-    case enum_t::InvalidForm:
-      return "InvalidForm";
-  }
-  return "?";  // a value outside the enum (a cast from a number)
+void KXCSService::markRead() {
+  if (!core_->conversation.markRead()) return;
+  core_->tell([](KXCSServiceObserver& w) { w.onUnreadCountChanged(0); });
 }
 
 }  // namespace quor

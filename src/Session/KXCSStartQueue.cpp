@@ -23,14 +23,11 @@ void KXCSStartQueue::enqueue(const void* owner, std::function<void()> begin) {
   begin();
 }
 
-void KXCSStartQueue::done(const void* owner) {
+void KXCSStartQueue::release(const void* owner) {
   std::function<void()> next;
   {
     std::lock_guard<std::mutex> lock(mutex_);
-    waiting_.erase(std::remove_if(waiting_.begin(), waiting_.end(),
-                                  [owner](const auto& entry) { return entry.first == owner; }),
-                   waiting_.end());
-    if (inFlight_ != owner) return;
+    if (inFlight_ != owner || !owner) return;
     inFlight_ = nullptr;
     if (waiting_.empty()) return;
     inFlight_ = waiting_.front().first;
@@ -38,6 +35,13 @@ void KXCSStartQueue::done(const void* owner) {
     waiting_.pop_front();
   }
   KXMainThread::post(std::move(next));
+}
+
+void KXCSStartQueue::withdraw(const void* owner) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  waiting_.erase(std::remove_if(waiting_.begin(), waiting_.end(),
+                                [owner](const auto& entry) { return entry.first == owner; }),
+                 waiting_.end());
 }
 
 }  // namespace quor

@@ -28,7 +28,8 @@ namespace quor {
 //
 // Threads: call the operations on the main thread. The observer is called on the main thread
 // (KXMainThreadDispatcher), also for what the client reports on other threads (the evaluation
-// settings, the leave-message outcome, the timeout), and never after the app released it.
+// settings, the leave-message outcome, the timeout, the conversation's lines), and never after
+// the app released it.
 // A failure or an end is reported after the client has stopped the service, so start() from
 // onStateChanged() starts a new service that nothing stops.
 //
@@ -68,13 +69,29 @@ class QUOR_CS_EXPORT KXCSService {
   // to onMessageLeft(). Nothing is sent when a field fails or the desk uses a web form.
   KXCSLeaveMessageCheck leaveMessage(const KXDictionary& values);
   // Ends the service (Ended, StoppedByApp); the desk gets a suspend when it asked for one.
+  // Ended while the desk has not answered, the handshake stays on its way: a start() before
+  // the answer takes that answer over (one Connected, one greeting) and sends no second
+  // handshake, so its customer information is not sent.
   KXCSServiceResult end();
+
+  // Sends a line of text to the robot or agent, from Connected on (NotConnected before the
+  // desk answered and after the end; EmptyText for ""). The line comes to onMessage() at once
+  // (Sending) and to onMessageDelivery() with the host's outcome.
+  KXCSServiceResult sendText(const std::string& text);
+  // The desk's lines (robot, agent, notices) received since the last markRead(), kept in memory
+  // for the life of this object. A host with a store may persist it across runs.
+  uint64_t unreadCount() const;
+  // The app shows the conversation: the unread count goes to 0 (onUnreadCountChanged when it
+  // was not 0).
+  void markRead();
 
   // The enumerators' names, for logs and tests: "Connecting", "DeskEnded", "GroupNotOffered";
   // "?" for a value outside the enum. Also as toString() and operator<< below.
   static const char* stateName(KXCSServiceState state);
   static const char* reasonName(KXCSServiceReason reason);
   static const char* resultName(KXCSServiceResult result);
+  static const char* authorName(KXCSMessageAuthor author);
+  static const char* deliveryName(KXCSDelivery delivery);
 
  private:
   class Core;
@@ -85,6 +102,8 @@ class QUOR_CS_EXPORT KXCSService {
 inline std::string toString(KXCSServiceState state) { return KXCSService::stateName(state); }
 inline std::string toString(KXCSServiceReason reason) { return KXCSService::reasonName(reason); }
 inline std::string toString(KXCSServiceResult result) { return KXCSService::resultName(result); }
+inline std::string toString(KXCSMessageAuthor author) { return KXCSService::authorName(author); }
+inline std::string toString(KXCSDelivery delivery) { return KXCSService::deliveryName(delivery); }
 
 // Stream output, which test frameworks (GoogleTest among them) use to print values.
 inline std::ostream& operator<<(std::ostream& out, KXCSServiceState state) {
@@ -95,6 +114,12 @@ inline std::ostream& operator<<(std::ostream& out, KXCSServiceReason reason) {
 }
 inline std::ostream& operator<<(std::ostream& out, KXCSServiceResult result) {
   return out << KXCSService::resultName(result);
+}
+inline std::ostream& operator<<(std::ostream& out, KXCSMessageAuthor author) {
+  return out << KXCSService::authorName(author);
+}
+inline std::ostream& operator<<(std::ostream& out, KXCSDelivery delivery) {
+  return out << KXCSService::deliveryName(delivery);
 }
 
 }  // namespace quor

@@ -4,6 +4,7 @@
 
 #include "QuorCustomerService/Host/KXTypes.h"
 #include "QuorCustomerService/QuorCustomerServiceExport.h"
+#include "QuorCustomerService/Session/KXCSConversationMessage.h"
 #include "QuorCustomerService/Session/KXCSServiceStatus.h"
 
 namespace quor {
@@ -24,6 +25,16 @@ class QUOR_CS_EXPORT KXCSServiceObserver {
   // The outcome of leaveMessage(): sent (with the host's message id) or failed (with the
   // host's error code).
   virtual void onMessageLeft(bool sent, int64_t messageIdOrErrorCode);
+
+  // Each line of the conversation while the service runs, once, in order with the state
+  // changes: the desk's texts and notices as they reach the app, the customer's lines as
+  // sendText() sends them (Sending).
+  virtual void onMessage(const KXCSConversationMessage& message);
+  // A customer's line was sent or failed: its sequence again, with Sent (and the host's message
+  // id) or Failed (and the host's error code).
+  virtual void onMessageDelivery(const KXCSConversationMessage& message);
+  // The number of the desk's lines received since the app last called markRead() changed.
+  virtual void onUnreadCountChanged(uint64_t unread);
 };
 
 }  // namespace quor

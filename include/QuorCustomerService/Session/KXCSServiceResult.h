@@ -24,6 +24,7 @@ enum class KXCSServiceResult {
   NoDialogToRate,    // rateAgent() without a dialog id, when the desk never asked for one
   StarsNotOffered,   // rateAgent() with stars that are not among the evaluation options
   InvalidForm,       // leaveMessage() with values that fail the form (see the field errors)
+  EmptyText,         // sendText() with an empty text
 };
 
 // The customer's answer about the robot. A plain value.

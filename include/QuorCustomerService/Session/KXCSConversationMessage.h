@@ -1,0 +1,37 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace quor {
+
+// Who wrote a line of a service's conversation.
+enum class KXCSMessageAuthor {
+  Customer,  // sent by the app with KXCSService::sendText()
+  Robot,     // a text of the desk while no agent serves (the robot's greeting among them)
+  Agent,     // a text of the desk while a human agent serves (the agent's greeting among them)
+  Notice,    // a notice shown to the customer: the desk's closing text, a refusal
+};
+
+// Where a line stands. The desk's lines are Received; the customer's are Sending until the
+// host reports the send, then Sent or Failed.
+enum class KXCSDelivery { Received, Sending, Sent, Failed };
+
+// One line of the conversation, as the observer gets it. A plain value.
+struct KXCSConversationMessage {
+  // The service's own number for the line: 1, 2, 3 ... in the order the lines were reported,
+  // over all starts of the service. A delivery update carries the number of its line.
+  uint64_t sequence = 0;
+  KXCSMessageAuthor author = KXCSMessageAuthor::Robot;
+  KXCSDelivery delivery = KXCSDelivery::Received;
+  std::string text;
+  // The sender's display name when the desk gave one (the robot's name), else empty.
+  std::string senderName;
+  // The host's message id (0 when the host gave none), its sent time (received lines), and the
+  // host's error code (Failed).
+  int64_t messageId = 0;
+  int64_t sentTime = 0;
+  int64_t errorCode = 0;
+};
+
+}  // namespace quor
