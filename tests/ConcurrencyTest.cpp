@@ -28,6 +28,12 @@ TEST_F(Concurrency, StressCountsEveryRequiredCallback) {
   };
   for (int i = 0; i < kDesks; ++i) open(i);
   client().setHandShakeMessageSendTime(1);
+  // Identifiers from the start, so that requests made before the first delivery carry some.
+  for (const auto& [deskId, session] : client().customerServiceSessions()) {
+    session->setUid("u-1");
+    session->setCid("c-1");
+    session->setPid("p-1");
+  }
 
   std::atomic<bool> done{false};
   std::vector<std::thread> threads;
