@@ -48,7 +48,26 @@ consume() {
     -DCMAKE_CXX_COMPILER="$cxx" >/dev/null
   cmake --build "$work/$kind-app-test" >/dev/null
   "$work/$kind-app-test/app-test" --gtest_brief=1
+
+  echo "--- $kind: a host adapter's contract test on the installed suite"
+  cmake -S "$source_dir/examples/host-contract" -B "$work/$kind-contract" \
+    -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_CXX_COMPILER="$cxx" >/dev/null
+  cmake --build "$work/$kind-contract" >/dev/null
+  "$work/$kind-contract/host-contract-test" --gtest_brief=1 --gtest_filter=-BrokenStamps/*
+  if "$work/$kind-contract/host-contract-test" --gtest_filter=BrokenStamps/* >/dev/null 2>&1; then
+    echo "the installed contract suite passed a host that confirms sends with sentTime 0" >&2
+    exit 1
+  fi
 }
+
+# The snippet docs/host-adapter.md shows is the example's code, line for line.
+awk '/^```cpp$/ {inside = 1; next} /^```$/ {inside = 0} inside && /INSTANTIATE|using quor::contract|makeLoopback|contractName/' \
+  "$source_dir/docs/host-adapter.md" | while IFS= read -r line; do
+  if ! grep -qF -- "$line" "$source_dir/examples/host-contract/loopback_contract_test.cpp"; then
+    echo "docs/host-adapter.md shows a line the contract example does not have: $line" >&2
+    exit 1
+  fi
+done
 
 cmake --install "$build_dir" --prefix "$work/shared" >/dev/null
 consume "$work/shared" shared
@@ -57,6 +76,6 @@ echo "--- static: build and install"
 cmake -S "$source_dir" -B "$work/static-build" -DBUILD_SHARED_LIBS=OFF -DQUOR_CS_BUILD_TESTS=OFF \
   -DQUOR_CS_BUILD_EXAMPLES=OFF -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_COMPILER="$cxx" >/dev/null
 cmake --build "$work/static-build" -j"$(nproc 2>/dev/null || echo 2)" \
-  --target QuorCustomerService QuorDeskSimulator >/dev/null
+  --target QuorCustomerService QuorDeskSimulator QuorHostContract >/dev/null
 cmake --install "$work/static-build" --prefix "$work/static" >/dev/null
 consume "$work/static" static

@@ -3,10 +3,10 @@
 #include <chrono>
 #include <mutex>
 
+#include "QuorHostContract/QuorHostBaseSubject.h"
 #include "QuorPrivateServer/QuorPrivateServer.h"
 #include "QuorXmppHost/QuorXmppErrors.h"
 #include "QuorXmppHost/QuorXmppHost.h"
-#include "contract/HostBaseSubject.h"
 
 namespace quor::contract {
 namespace {
@@ -26,7 +26,7 @@ class DeskEnd : public QuorXmppConnection::Events {
   std::vector<std::string> received;
 };
 
-class XmppSubject : public HostBaseSubject {
+class XmppSubject : public QuorHostBaseSubject {
  public:
   XmppSubject() {
     QuorPrivateServer::Options options;

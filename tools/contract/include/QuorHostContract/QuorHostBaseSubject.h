@@ -5,11 +5,11 @@
 #include <atomic>
 
 #include "QuorHostBase/QuorHostBase.h"
-#include "contract/QuorHostContract.h"
+#include "QuorHostContract/QuorHostContract.h"
 
 namespace quor::contract {
 
-class HostBaseSubject : public QuorHostContractSubject {
+class QuorHostBaseSubject : public QuorHostContractSubject {
  public:
   KXCoreClient& core() override { return *host_; }
   KXMainThreadDispatcher& mainThread() override { return *host_; }

@@ -69,6 +69,11 @@ class QuorHostContract : public ::testing::TestWithParam<QuorHostContractFactory
   std::unique_ptr<QuorHostContractSubject> subject;
 };
 
+// Defined beside the duties: the reference below makes every test that includes this header link
+// them in from the static library (nothing else refers to their registrations).
+int linkHostContractDuties();
+[[maybe_unused]] inline const int kHostContractDutiesLinked = linkHostContractDuties();
+
 // For INSTANTIATE_TEST_SUITE_P's name generator.
 inline std::string contractName(const ::testing::TestParamInfo<QuorHostContractFactory>& info) {
   return info.param.name;

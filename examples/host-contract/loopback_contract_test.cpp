@@ -1,15 +1,18 @@
-// The host contract run against the loopback host.
+// The host contract run against the loopback host: what an adapter author writes for their own
+// host, built in this repository and against the installed test kit.
 #include <atomic>
 #include <chrono>
 #include <mutex>
 #include <optional>
 #include <thread>
 
+#include "QuorHostContract/QuorHostBaseSubject.h"
+#include "QuorHostContract/QuorHostContract.h"
 #include "QuorLoopbackHost/QuorLoopbackHost.h"
-#include "contract/HostBaseSubject.h"
 
-namespace quor::contract {
 namespace {
+
+using namespace quor;
 
 // The desk end of the channel: it records what the customer sent.
 class DeskPeer : public QuorLoopbackPeer {
@@ -28,7 +31,7 @@ class DeskPeer : public QuorLoopbackPeer {
   std::vector<std::string> received_;
 };
 
-class LoopbackSubject : public HostBaseSubject {
+class LoopbackSubject : public contract::QuorHostBaseSubject {
  public:
   // `stampsNothing`: a broken host that confirms sends with sentTime 0, for the check that the
   // contract catches it.
@@ -89,22 +92,24 @@ class LoopbackSubject : public HostBaseSubject {
   const bool stampsNothing_;
 };
 
-std::unique_ptr<QuorHostContractSubject> makeLoopback() {
+}  // namespace
+
+using quor::contract::QuorHostContract;  // the macro takes the suite's plain name
+
+std::unique_ptr<quor::contract::QuorHostContractSubject> makeLoopback() {
   return std::make_unique<LoopbackSubject>();
 }
-std::unique_ptr<QuorHostContractSubject> makeBrokenLoopback() {
+INSTANTIATE_TEST_SUITE_P(Loopback, QuorHostContract,
+                         ::testing::Values(quor::contract::QuorHostContractFactory{"Loopback",
+                                                                                   makeLoopback}),
+                         quor::contract::contractName);
+
+// A broken host that confirms its sends with sentTime 0: run only by the checks that expect it
+// to fail (the contract must catch it).
+std::unique_ptr<quor::contract::QuorHostContractSubject> makeBrokenLoopback() {
   return std::make_unique<LoopbackSubject>(true);
 }
-
-INSTANTIATE_TEST_SUITE_P(Loopback, QuorHostContract,
-                         ::testing::Values(QuorHostContractFactory{"Loopback", makeLoopback}),
-                         contractName);
-// Run only by the tests that expect it to fail (tests/CMakeLists.txt): the contract must catch
-// a host that never stamps its sends.
 INSTANTIATE_TEST_SUITE_P(BrokenStamps, QuorHostContract,
-                         ::testing::Values(QuorHostContractFactory{"StampsNothing",
-                                                                   makeBrokenLoopback}),
-                         contractName);
-
-}  // namespace
-}  // namespace quor::contract
+                         ::testing::Values(quor::contract::QuorHostContractFactory{
+                             "StampsNothing", makeBrokenLoopback}),
+                         quor::contract::contractName);

@@ -6,7 +6,7 @@
 #include <mutex>
 #include <thread>
 
-#include "contract/QuorHostContract.h"
+#include "QuorHostContract/QuorHostContract.h"
 
 namespace quor::contract {
 namespace {
@@ -245,4 +245,6 @@ TEST_P(QuorHostContract, PostsToTheMainThreadRunOneAtATimeInOrder) {
 }
 
 }  // namespace
+int linkHostContractDuties() { return 1; }
+
 }  // namespace quor::contract
