@@ -8,6 +8,7 @@
 
 #include "AllocationCounter.h"
 #include "EmptyVirtual.h"
+#include "KXJsonTree.h"
 #include "QuorCustomerService/QuorCustomerService.h"
 #include "QuorDeskSimulator/QuorDeskSimulator.h"
 #include "QuorLoopbackHost/QuorLoopbackHost.h"
@@ -147,6 +148,18 @@ void BM_Parse(benchmark::State& state, int type) {
   }
   state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * body.size()));
 }
+
+// The library's own parse (the linear tree builder with the depth limit), of which a decode is
+// made: parse plus reading the fields.
+void BM_ParseTree(benchmark::State& state, int type) {
+  const std::string& body = bodyOf(type);
+  for (auto _ : state) {
+    auto json = KXJsonTree::parse(body, 128);
+    benchmark::DoNotOptimize(&json);
+  }
+  state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * body.size()));
+}
+BENCHMARK_CAPTURE(BM_ParseTree, KXCSHandShakeResponseMessage, 0);
 
 #define QUOR_DECODE_BENCHMARKS(Type, index)                        \
   void BM_Decode_##Type(benchmark::State& state, bool writeInfo) { \

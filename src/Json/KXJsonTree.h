@@ -5,7 +5,9 @@
 // Header-only, so that the library and the tools (desk simulator, replay) share it.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -218,10 +220,21 @@ class KXJsonTree {
       entries.swap(kept);
     }
 
+    // Pairwise over at most kScan keys; a key's length and its first and last bytes, packed in
+    // one number, rule most pairs out without reading the keys.
     static bool anyRepeated(const Entries& entries) {
-      for (std::size_t i = 1; i < entries.size(); ++i) {
+      uint64_t prints[32];
+      const std::size_t n = std::min<std::size_t>(entries.size(), 32);
+      for (std::size_t i = 0; i < n; ++i) {
+        const std::string& key = entries[i].first;
+        prints[i] = key.empty() ? 0
+                                : (uint64_t{key.size()} << 16) |
+                                      (uint64_t{static_cast<unsigned char>(key.front())} << 8) |
+                                      static_cast<unsigned char>(key.back());
+      }
+      for (std::size_t i = 1; i < n; ++i) {
         for (std::size_t j = 0; j < i; ++j) {
-          if (entries[j].first == entries[i].first) return true;
+          if (prints[j] == prints[i] && entries[j].first == entries[i].first) return true;
         }
       }
       return false;

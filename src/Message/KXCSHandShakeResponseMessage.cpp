@@ -10,20 +10,6 @@ namespace {
 
 using Reader = KXJsonReader;
 
-// Each object entry of the array under `key` of `object`, in order; a missing or non-array
-// value gives no entries, and entries that are not objects are skipped.
-template <class Item, class Make>
-std::shared_ptr<const std::vector<std::shared_ptr<Item>>> readList(const KXDictionary* object,
-                                                                   const char* key, Make make) {
-  auto list = std::make_shared<std::vector<std::shared_ptr<Item>>>();
-  if (const KXDictionary* entries = Reader::array(Reader::find(object, key))) {
-    for (const auto& entry : *entries) {
-      if (entry.is_object()) list->push_back(make(entry));
-    }
-  }
-  return list;
-}
-
 std::shared_ptr<KXCustomerServiceGroupItem> makeGroup(const KXDictionary& entry) {
   auto group = std::make_shared<KXCustomerServiceGroupItem>();
   group->setGroupId(Reader::string(entry, "id"));
@@ -39,70 +25,150 @@ std::shared_ptr<KXEvaluateItem> makeEvaluateItem(const KXDictionary& entry) {
   return item;
 }
 
+// The keys of the response's "data" read by the decoder, found in one pass.
+enum DataKey {
+  kSid,
+  kUid,
+  kPid,
+  kCompanyName,
+  kIsBlack,
+  kServiceType,
+  kAdminTipTime,
+  kAdminTipWord,
+  kUserTipTime,
+  kUserTipWord,
+  kSuspendWhenQuit,
+  kDisableLocation,
+  kRobotName,
+  kRobotIcon,
+  kRobotWelcome,
+  kNotAutoCha,
+  kRobotSessionNoEva,
+  kHumanSessionNoEva,
+  kGroups,
+  kEvaluateList,
+  kEvaConf,
+  kLeaveMsgConf,
+  kAnnounceMsgFlag,
+  kAnnounceMsg,
+  kAnnounceClickFlag,
+  kAnnounceClickUrl,
+  kDataKeys
+};
+
+const Reader::Keys<kDataKeys>& dataKeys() {
+  static const Reader::Keys<kDataKeys> keys({"sid",
+                                             "uid",
+                                             "pid",
+                                             "companyName",
+                                             "isblack",
+                                             "serviceType",
+                                             "adminTipTime",
+                                             "adminTipWord",
+                                             "userTipTime",
+                                             "userTipWord",
+                                             "suspendWhenQuit",
+                                             "disableLocation",
+                                             "robotName",
+                                             "robotIcon",
+                                             "robotWelcome",
+                                             "notAutoCha",
+                                             "robotSessionNoEva",
+                                             "humanSessionNoEva",
+                                             "groups",
+                                             "evaluateList",
+                                             "evaConf",
+                                             "leaveMsgConf",
+                                             "announceMsgFlag",
+                                             "announceMsg",
+                                             "announceClickFlag",
+                                             "announceClickUrl"});
+  return keys;
+}
+
+// Each object entry of the array `value`, in order; a missing or non-array value gives no
+// entries, and entries that are not objects are skipped.
+template <class Item, class Make>
+std::shared_ptr<const std::vector<std::shared_ptr<Item>>> readList(const KXDictionary* value,
+                                                                   Make make) {
+  auto list = std::make_shared<std::vector<std::shared_ptr<Item>>>();
+  if (const KXDictionary* entries = Reader::array(value)) {
+    list->reserve(entries->size());
+    for (const auto& entry : *entries) {
+      if (entry.is_object()) list->push_back(make(entry));
+    }
+  }
+  return list;
+}
+
 }  // namespace
 
 KX_RECEIVED_CONTENT_TYPE(KXCSHandShakeResponseMessage, "KX:CsHsR", 0)
 
 void KXCSHandShakeResponseMessage::decodeWithData(const KXData& data) {
   if (!data) return;
-  const auto body =
+  auto body =
       Reader::readBody(data, KX_LOG_TAG, "ERROR: KXCSHandShakeResponseMessage JSON is nil!!");
   // Both lists are present from here on, even when the body does not parse.
   groupList_ = std::make_shared<std::vector<std::shared_ptr<KXCustomerServiceGroupItem>>>();
   leaveMessageNativeInfo_ = std::make_shared<std::vector<std::shared_ptr<KXCSLeaveMessageItem>>>();
   if (!body) return;
 
+  // Logged before the configuration's dictionaries are moved out of the body below.
+  KXLog::info(KX_LOG_TAG, "KX:CsHsR JSON is : %@", {*body});
   code_ = Reader::integer(*body, "status");
   msg_ = Reader::string(*body, "msg");
   if (code_ != 0) {
     // Values of the wrong JSON type where an object is expected read as missing.
-    const KXDictionary* d = Reader::object(Reader::find(&*body, "data"));
-    cid_ = Reader::string(Reader::find(d, "sid"));
-    uid_ = Reader::string(Reader::find(d, "uid"));
-    pid_ = Reader::string(Reader::find(d, "pid"));
-    companyName_ = Reader::string(Reader::find(d, "companyName"));
-    isBlack_ = Reader::boolean(Reader::find(d, "isblack"));
-    type_ = Reader::integer(Reader::find(d, "serviceType"));
-    adminTipTime_ = Reader::integer(Reader::find(d, "adminTipTime"));
-    adminTipWord_ = Reader::string(Reader::find(d, "adminTipWord"));
-    userTipTime_ = Reader::integer(Reader::find(d, "userTipTime"));
-    userTipWord_ = Reader::string(Reader::find(d, "userTipWord"));
+    // The body is this decoder's own: strings and dictionaries kept whole are moved out of it.
+    const auto found = body->find("data");
+    KXDictionary* data = found != body->end() && found->is_object() ? &*found : nullptr;
+    const auto d = dataKeys().find(data);
+    cid_ = Reader::takenString(d[kSid]);
+    uid_ = Reader::takenString(d[kUid]);
+    pid_ = Reader::takenString(d[kPid]);
+    companyName_ = Reader::takenString(d[kCompanyName]);
+    isBlack_ = Reader::boolean(d[kIsBlack]);
+    type_ = Reader::integer(d[kServiceType]);
+    adminTipTime_ = Reader::integer(d[kAdminTipTime]);
+    adminTipWord_ = Reader::takenString(d[kAdminTipWord]);
+    userTipTime_ = Reader::integer(d[kUserTipTime]);
+    userTipWord_ = Reader::takenString(d[kUserTipWord]);
     // The key's presence decides, not its value: a present false does not fall back.
-    const KXDictionary* suspend = Reader::find(d, "suspendWhenQuit");
-    suspendWhenQuit_ = suspend ? Reader::boolean(suspend) : KXHost::suspendWhenLeave();
-    disableLocation_ = Reader::integer(Reader::find(d, "disableLocation"));
-    robotName_ = Reader::string(Reader::find(d, "robotName"));
-    robotLogo_ = Reader::string(Reader::find(d, "robotIcon"));
-    robotHelloWord_ = Reader::string(Reader::find(d, "robotWelcome"));
-    requiredChangMode_ = Reader::boolean(Reader::find(d, "notAutoCha"));
-    robotSessionNoEva_ = Reader::boolean(Reader::find(d, "robotSessionNoEva"));
-    humanSessionNoEva_ = Reader::boolean(Reader::find(d, "humanSessionNoEva"));
-    groupList_ = readList<KXCustomerServiceGroupItem>(d, "groups", makeGroup);
-    humanEvaluationItems_ = readList<KXEvaluateItem>(d, "evaluateList", makeEvaluateItem);
+    suspendWhenQuit_ =
+        d[kSuspendWhenQuit] ? Reader::boolean(d[kSuspendWhenQuit]) : KXHost::suspendWhenLeave();
+    disableLocation_ = Reader::integer(d[kDisableLocation]);
+    robotName_ = Reader::takenString(d[kRobotName]);
+    robotLogo_ = Reader::takenString(d[kRobotIcon]);
+    robotHelloWord_ = Reader::takenString(d[kRobotWelcome]);
+    requiredChangMode_ = Reader::boolean(d[kNotAutoCha]);
+    robotSessionNoEva_ = Reader::boolean(d[kRobotSessionNoEva]);
+    humanSessionNoEva_ = Reader::boolean(d[kHumanSessionNoEva]);
+    groupList_ = readList<KXCustomerServiceGroupItem>(d[kGroups], makeGroup);
+    humanEvaluationItems_ = readList<KXEvaluateItem>(d[kEvaluateList], makeEvaluateItem);
 
-    const KXDictionary* evaConf = Reader::object(Reader::find(d, "evaConf"));
-    evaConfig_ = Reader::shared(evaConf);
+    evaConfig_ = Reader::taken(Reader::object(d[kEvaConf]) ? d[kEvaConf] : nullptr);
+    const KXDictionary* evaConf = evaConfig_.get();
     evaEntryPoint_ = Reader::widenedInteger(Reader::find(evaConf, "evaEntryPoint"));
     evaType_ = Reader::widenedInteger(Reader::find(evaConf, "evaType"));
     reportResolveStatus_ = Reader::integer(Reader::find(evaConf, "reportResolveStatus"));
 
-    const KXDictionary* leaveMsgConf = Reader::object(Reader::find(d, "leaveMsgConf"));
+    const KXDictionary* leaveMsgConf = Reader::object(d[kLeaveMsgConf]);
     leaveMessageType_ = Reader::widenedInteger(Reader::find(leaveMsgConf, "type"));
     if (const KXDictionary* customConf = Reader::object(Reader::find(leaveMsgConf, "customConf"))) {
       leaveMessageWebUrl_ = Reader::string(Reader::find(customConf, "url"));
     }
-    auto nativeInfo = readList<KXCSLeaveMessageItem>(leaveMsgConf, "defaultConf",
+    auto nativeInfo = readList<KXCSLeaveMessageItem>(Reader::find(leaveMsgConf, "defaultConf"),
                                                      KXCSLeaveMessageItem::modelWithDic);
 
-    if (Reader::integer(Reader::find(d, "announceMsgFlag")) != 0) {
-      announceMsg_ = Reader::string(Reader::find(d, "announceMsg"));
-      if (Reader::integer(Reader::find(d, "announceClickFlag")) != 0) {
-        announceClickUrl_ = Reader::string(Reader::find(d, "announceClickUrl"));
+    if (Reader::integer(d[kAnnounceMsgFlag]) != 0) {
+      announceMsg_ = Reader::takenString(d[kAnnounceMsg]);
+      if (Reader::integer(d[kAnnounceClickFlag]) != 0) {
+        announceClickUrl_ = Reader::takenString(d[kAnnounceClickUrl]);
       }
     }
     leaveMessageNativeInfo_ = std::move(nativeInfo);
   }
-  KXLog::info(KX_LOG_TAG, "KX:CsHsR JSON is : %@", {*body});
 }
 
 }  // namespace quor

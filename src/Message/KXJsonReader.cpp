@@ -145,4 +145,15 @@ std::shared_ptr<const KXDictionary> KXJsonReader::shared(const KXDictionary* val
   return std::make_shared<const KXDictionary>(*value);
 }
 
+KXString KXJsonReader::takenString(KXDictionary* value) {
+  if (value != nullptr && value->is_string())
+    return std::move(value->get_ref<KXDictionary::string_t&>());
+  return string(value);
+}
+
+std::shared_ptr<const KXDictionary> KXJsonReader::taken(KXDictionary* value) {
+  if (value == nullptr || value->is_null()) return nullptr;
+  return std::make_shared<const KXDictionary>(std::move(*value));
+}
+
 }  // namespace quor

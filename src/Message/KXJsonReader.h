@@ -1,6 +1,9 @@
 // Reads received bodies: parsing with the library's limits and the lenient value coercions.
 #pragma once
 
+#include <algorithm>
+#include <array>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -48,6 +51,10 @@ class KXJsonReader {
   static KXString string(const KXDictionary* value);
   // A JSON value kept as is, shared; absent when missing or null.
   static std::shared_ptr<const KXDictionary> shared(const KXDictionary* value);
+  // The same, moving the value out of a body the caller owns (it is null there afterwards).
+  static std::shared_ptr<const KXDictionary> taken(KXDictionary* value);
+  // string(), moving a string's text out of a body the caller owns instead of copying it.
+  static KXString takenString(KXDictionary* value);
 
   // The same readings of the value under `key` of `object`.
   static int32_t integer(const KXDictionary& object, const char* key) {
@@ -59,6 +66,42 @@ class KXJsonReader {
   static KXString string(const KXDictionary& object, const char* key) {
     return string(find(&object, key));
   }
+
+  // A fixed set of keys whose values are looked up in one pass over an object: each of the
+  // object's keys is found among them by a binary search (by length, then bytes), instead of a
+  // linear search of the object per key. For decoders that read many fields of one object.
+  template <std::size_t N>
+  class Keys {
+   public:
+    explicit Keys(const std::array<std::string_view, N>& names) : names_(names) {
+      for (std::size_t i = 0; i < N; ++i) order_[i] = i;
+      std::sort(order_.begin(), order_.end(),
+                [this](std::size_t a, std::size_t b) { return less(names_[a], names_[b]); });
+    }
+
+    // The value under each name of `object` (null when missing), in the order of the names.
+    // An object the caller owns gives values it may take (moved out).
+    std::array<KXDictionary*, N> find(KXDictionary* object) const {
+      std::array<KXDictionary*, N> values{};
+      if (object == nullptr || !object->is_object()) return values;
+      for (auto it = object->begin(); it != object->end(); ++it) {
+        const std::string_view key = it.key();
+        const auto at = std::lower_bound(order_.begin(), order_.end(), key,
+                                         [this](std::size_t index, std::string_view wanted) {
+                                           return less(names_[index], wanted);
+                                         });
+        if (at != order_.end() && names_[*at] == key) values[*at] = &it.value();
+      }
+      return values;
+    }
+
+   private:
+    static bool less(std::string_view a, std::string_view b) {
+      return a.size() != b.size() ? a.size() < b.size() : a < b;
+    }
+    std::array<std::string_view, N> names_;
+    std::array<std::size_t, N> order_{};
+  };
 };
 
 }  // namespace quor
