@@ -56,33 +56,33 @@ enum DataKey {
   kDataKeys
 };
 
-const Reader::Keys<kDataKeys>& dataKeys() {
-  static const Reader::Keys<kDataKeys> keys({"sid",
-                                             "uid",
-                                             "pid",
-                                             "companyName",
-                                             "isblack",
-                                             "serviceType",
-                                             "adminTipTime",
-                                             "adminTipWord",
-                                             "userTipTime",
-                                             "userTipWord",
-                                             "suspendWhenQuit",
-                                             "disableLocation",
-                                             "robotName",
-                                             "robotIcon",
-                                             "robotWelcome",
-                                             "notAutoCha",
-                                             "robotSessionNoEva",
-                                             "humanSessionNoEva",
-                                             "groups",
-                                             "evaluateList",
-                                             "evaConf",
-                                             "leaveMsgConf",
-                                             "announceMsgFlag",
-                                             "announceMsg",
-                                             "announceClickFlag",
-                                             "announceClickUrl"});
+const Reader::Keys& dataKeys() {
+  static const Reader::Keys keys({"sid",
+                                  "uid",
+                                  "pid",
+                                  "companyName",
+                                  "isblack",
+                                  "serviceType",
+                                  "adminTipTime",
+                                  "adminTipWord",
+                                  "userTipTime",
+                                  "userTipWord",
+                                  "suspendWhenQuit",
+                                  "disableLocation",
+                                  "robotName",
+                                  "robotIcon",
+                                  "robotWelcome",
+                                  "notAutoCha",
+                                  "robotSessionNoEva",
+                                  "humanSessionNoEva",
+                                  "groups",
+                                  "evaluateList",
+                                  "evaConf",
+                                  "leaveMsgConf",
+                                  "announceMsgFlag",
+                                  "announceMsg",
+                                  "announceClickFlag",
+                                  "announceClickUrl"});
   return keys;
 }
 
@@ -123,7 +123,8 @@ void KXCSHandShakeResponseMessage::decodeWithData(const KXData& data) {
     // The body is this decoder's own: strings and dictionaries kept whole are moved out of it.
     const auto found = body->find("data");
     KXDictionary* data = found != body->end() && found->is_object() ? &*found : nullptr;
-    const auto d = dataKeys().find(data);
+    KXDictionary* d[kDataKeys];
+    dataKeys().find(data, d);
     cid_ = Reader::takenString(d[kSid]);
     uid_ = Reader::takenString(d[kUid]);
     pid_ = Reader::takenString(d[kPid]);

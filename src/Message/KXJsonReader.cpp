@@ -1,5 +1,6 @@
 #include "Message/KXJsonReader.h"
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 
@@ -154,6 +155,33 @@ KXString KXJsonReader::takenString(KXDictionary* value) {
 std::shared_ptr<const KXDictionary> KXJsonReader::taken(KXDictionary* value) {
   if (value == nullptr || value->is_null()) return nullptr;
   return std::make_shared<const KXDictionary>(std::move(*value));
+}
+
+namespace {
+
+bool shorterOrBefore(std::string_view a, std::string_view b) {
+  return a.size() != b.size() ? a.size() < b.size() : a < b;
+}
+
+}  // namespace
+
+KXJsonReader::Keys::Keys(std::initializer_list<std::string_view> names) : names_(names) {
+  order_.resize(names_.size());
+  for (std::size_t i = 0; i < order_.size(); ++i) order_[i] = i;
+  std::sort(order_.begin(), order_.end(),
+            [this](std::size_t a, std::size_t b) { return shorterOrBefore(names_[a], names_[b]); });
+}
+
+void KXJsonReader::Keys::find(KXDictionary* object, KXDictionary** values) const {
+  std::fill(values, values + names_.size(), nullptr);
+  if (object == nullptr || !object->is_object()) return;
+  for (auto& [key, value] : object->get_ref<KXDictionary::object_t&>()) {
+    const auto at = std::lower_bound(order_.begin(), order_.end(), std::string_view(key),
+                                     [this](std::size_t index, std::string_view wanted) {
+                                       return shorterOrBefore(names_[index], wanted);
+                                     });
+    if (at != order_.end() && names_[*at] == key) values[*at] = &value;
+  }
 }
 
 }  // namespace quor

@@ -1,13 +1,13 @@
 // Reads received bodies: parsing with the library's limits and the lenient value coercions.
 #pragma once
 
-#include <algorithm>
-#include <array>
 #include <cstddef>
 #include <cstdint>
+#include <initializer_list>
 #include <memory>
 #include <optional>
 #include <string_view>
+#include <vector>
 
 #include "QuorCustomerService/Host/KXTypes.h"
 
@@ -70,37 +70,17 @@ class KXJsonReader {
   // A fixed set of keys whose values are looked up in one pass over an object: each of the
   // object's keys is found among them by a binary search (by length, then bytes), instead of a
   // linear search of the object per key. For decoders that read many fields of one object.
-  template <std::size_t N>
   class Keys {
    public:
-    explicit Keys(const std::array<std::string_view, N>& names) : names_(names) {
-      for (std::size_t i = 0; i < N; ++i) order_[i] = i;
-      std::sort(order_.begin(), order_.end(),
-                [this](std::size_t a, std::size_t b) { return less(names_[a], names_[b]); });
-    }
-
-    // The value under each name of `object` (null when missing), in the order of the names.
-    // An object the caller owns gives values it may take (moved out).
-    std::array<KXDictionary*, N> find(KXDictionary* object) const {
-      std::array<KXDictionary*, N> values{};
-      if (object == nullptr || !object->is_object()) return values;
-      for (auto it = object->begin(); it != object->end(); ++it) {
-        const std::string_view key = it.key();
-        const auto at = std::lower_bound(order_.begin(), order_.end(), key,
-                                         [this](std::size_t index, std::string_view wanted) {
-                                           return less(names_[index], wanted);
-                                         });
-        if (at != order_.end() && names_[*at] == key) values[*at] = &it.value();
-      }
-      return values;
-    }
+    explicit Keys(std::initializer_list<std::string_view> names);
+    std::size_t size() const { return names_.size(); }
+    // Fills values[i] with the value under the i-th name of `object` (null when missing); an
+    // object the caller owns gives values it may take (moved out). `values` has size() places.
+    void find(KXDictionary* object, KXDictionary** values) const;
 
    private:
-    static bool less(std::string_view a, std::string_view b) {
-      return a.size() != b.size() ? a.size() < b.size() : a < b;
-    }
-    std::array<std::string_view, N> names_;
-    std::array<std::size_t, N> order_{};
+    std::vector<std::string_view> names_;
+    std::vector<std::size_t> order_;
   };
 };
 
