@@ -14,6 +14,7 @@
 #include "Support/KXHost.h"
 #include "Support/KXMainThread.h"
 #include "Support/KXSendOutcome.h"
+#include "Support/KXTexts.h"
 
 namespace quor {
 namespace {
@@ -102,7 +103,7 @@ void KXCustomerServiceClient::startCustomerService(
       // and stops the service even when that callback throws.
       outcome.once([this, onError, kefuId](int64_t errorCode, std::shared_ptr<KXMessage>) {
         KXMainThread::post([this, onError, kefuId, errorCode] {
-          KXCallbackGuard::call(onError, errorCode, "连接客服失败!");
+          KXCallbackGuard::call(onError, errorCode, KXTexts::kConnectFailed);
           stopCustomerService(kefuId);
         });
       }));
@@ -194,7 +195,7 @@ void KXCustomerServiceClient::evaluateCustomerService(const KXString& kefuId,
   setEvaluationIdentifiers(*evaluation, knownledgeId, session);
   evaluation->setResolveStatus(robotValue ? 1 : 0);
   evaluation->setSuggest(suggest);
-  evaluation->setType(0);
+  evaluation->setType(KXCSEvaluationRobot);
   KXHost::send(kefuId, std::move(evaluation));
 }
 
@@ -207,7 +208,7 @@ void KXCustomerServiceClient::evaluateCustomerService(const KXString& kefuId,
   setEvaluationIdentifiers(*evaluation, dialogId, session);
   evaluation->setSource(starValue);
   evaluation->setSuggest(suggest);
-  evaluation->setType(1);
+  evaluation->setType(KXCSEvaluationAgent);
   evaluation->setResolveStatus(resolveStatusOf(resolveStatus, session));
   KXHost::send(kefuId, std::move(evaluation));
 }
@@ -219,7 +220,7 @@ void KXCustomerServiceClient::evaluateCustomerService(
   auto evaluation = std::make_shared<KXCSEvaluateMessage>();
   setEvaluationIdentifiers(*evaluation, dialogId, session);
   // Marked as a human rating only while talking to a human agent.
-  if (currentCSModeType() == KXCSModeHuman) evaluation->setType(1);
+  if (currentCSModeType() == KXCSModeHuman) evaluation->setType(KXCSEvaluationAgent);
   evaluation->setSource(starValue);
   evaluation->setSuggest(suggest);
   evaluation->setResolveStatus(resolveStatusOf(resolveStatus, session));

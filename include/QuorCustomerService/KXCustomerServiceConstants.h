@@ -21,4 +21,35 @@ enum KXCSServiceType : int32_t {
   KXCSServiceTypeHumanFirst = 4,
 };
 
+// The handshake response's status ("status" of KX:CsHsR): 0 refuses the service, any other
+// value accepts it.
+constexpr int32_t KXCSHandShakeRefused = 0;
+
+// The desk's answer to an agent request: the "status" of KX:CsChaR's "data".
+enum KXCSChangeModeResult : int32_t {
+  KXCSChangeModeAgentServes = 1,       // an agent takes the customer
+  KXCSChangeModeNoAgent = 2,           // no agent available
+  KXCSChangeModeRefused = 3,           // refused: the customer is blocked
+  KXCSChangeModeAlreadyWithAgent = 4,  // the customer is already with an agent
+};
+
+// What the desk's end (KX:CsEnd) does, by its "code".
+enum KXCSTerminateCode : int32_t {
+  KXCSTerminateEndService = 0,   // the service is over
+  KXCSTerminateBackToRobot = 1,  // the agent hands the customer back to the robot
+};
+
+// Who serves now, by the desk's update (KX:CsUpdate's "serviceStatus").
+enum KXCSUpdateStatus : int32_t {
+  KXCSUpdateRobotServes = 1,
+  KXCSUpdateAgentServes = 2,
+  KXCSUpdateClosed = 3,
+};
+
+// What a rating (KX:CsEva's "type") rates.
+enum KXCSEvaluationType : int32_t {
+  KXCSEvaluationRobot = 0,
+  KXCSEvaluationAgent = 1,
+};
+
 }  // namespace quor

@@ -9,6 +9,7 @@
 #include "Support/KXCallbackGuard.h"
 #include "Support/KXHost.h"
 #include "Support/KXMainThread.h"
+#include "Support/KXTexts.h"
 
 namespace quor {
 namespace {
@@ -91,10 +92,10 @@ void KXControlMessageHandler::handShakeResponse(
     const std::shared_ptr<KXCSHandShakeResponseMessage>& response, const Session& session) {
   if (!session) return;
   const KXCSHandShakeResponseMessage& r = *response;
-  if (r.code() == 0) {
+  if (r.code() == KXCSHandShakeRefused) {
     KXMainThread::post([session, response] {
       KXCallbackGuard::call(session->errorBlock(), response->code(),
-                            nonEmpty(response->msg()) ? *response->msg() : "连接客服失败!");
+                            nonEmpty(response->msg()) ? *response->msg() : KXTexts::kConnectFailed);
     });
     return;
   }
@@ -133,11 +134,11 @@ void KXControlMessageHandler::changeModeResponse(const std::shared_ptr<KXMessage
   KXSessionHook::agentAnswer(message->targetId(), response.result(), session->type(),
                              response.errMsg());
   switch (response.result()) {
-    case 1:
-    case 4:
+    case KXCSChangeModeAgentServes:
+    case KXCSChangeModeAlreadyWithAgent:
       reportMode(session, KXCSModeHuman);
       break;
-    case 2: {
+    case KXCSChangeModeNoAgent: {
       const int32_t type = session->type();
       if (type == KXCSServiceTypeHumanFirst) {
         // No agent: a human-first service falls back to the robot.
@@ -152,10 +153,10 @@ void KXControlMessageHandler::changeModeResponse(const std::shared_ptr<KXMessage
       }
       break;
     }
-    case 3:
-      client_.notifyCustomerService(message->targetId(),
-                                    response.errMsg() ? response.errMsg() : KXString("你已被拉黑"),
-                                    true);
+    case KXCSChangeModeRefused:
+      client_.notifyCustomerService(
+          message->targetId(), response.errMsg() ? response.errMsg() : KXString(KXTexts::kBlocked),
+          true);
       break;
     default:
       break;
@@ -181,13 +182,13 @@ void KXControlMessageHandler::terminate(const KXMessage& message, const KXCSTerm
   if (!session || session->isQuited()) return;
   if (end.cid() && session->cid() != end.cid()) return;  // another conversation's end
   if (nonEmpty(end.msg())) client_.notifyCustomerService(message.targetId(), end.msg(), true);
-  if (end.code() == 0) {
+  if (end.code() == KXCSTerminateEndService) {
     KXMainThread::post([client = &client_, session, text = end.msg(), kefuId = message.targetId()] {
       // The stop follows in every case, also when the quit callback throws.
-      KXCallbackGuard::call(session->quitBlock(), nonEmpty(text) ? *text : "客服会话已结束!");
+      KXCallbackGuard::call(session->quitBlock(), nonEmpty(text) ? *text : KXTexts::kServiceEnded);
       client->stopCustomerService(kefuId);
     });
-  } else if (end.code() == 1) {
+  } else if (end.code() == KXCSTerminateBackToRobot) {
     reportMode(session, KXCSModeRobotFirst);
   }
 }
@@ -197,14 +198,14 @@ void KXControlMessageHandler::update(const KXCSUpdateMessage& update, const Sess
   KXMainThread::post([client = &client_, session, status = update.serviceStatus()] {
     if (!session) return;
     KXCSModeType mode;
-    if (status == 2) {
+    if (status == KXCSUpdateAgentServes) {
       mode = KXCSModeHuman;
-    } else if (status == 1) {
+    } else if (status == KXCSUpdateRobotServes) {
       const int32_t type = session->type();
       const bool humanPossible =
           type == KXCSServiceTypeRobotFirst || type == KXCSServiceTypeHumanFirst;
       mode = humanPossible ? KXCSModeRobotFirst : KXCSModeRobotOnly;
-    } else if (status == 3) {
+    } else if (status == KXCSUpdateClosed) {
       mode = KXCSModeNoService;
     } else {
       return;

@@ -21,6 +21,10 @@ namespace quor {
 
 class KXJsonTree {
  public:
+  // The nesting limit of every body, profile and trace line read: values nested deeper do not
+  // parse, so nothing later (a log line, a copy) recurses deeper than this.
+  static constexpr int kMaxDepth = 128;
+
   using Object = KXDictionary::object_t;
   using Entries = Object::Container;
 

@@ -14,7 +14,7 @@ KXData KXCSEvaluateMessage::encode() {
   // An extra nested too deeply to be written is refused before anything copies it (a copy
   // recurses as deep as the value).
   const bool hasExtra = extra_ && extra_->is_object() && !extra_->empty();
-  if (hasExtra && KXJsonTree::nestsDeeperThan(*extra_, KXJsonReader::kMaxDepth - 1)) {
+  if (hasExtra && KXJsonTree::nestsDeeperThan(*extra_, KXJsonTree::kMaxDepth - 1)) {
     return std::nullopt;
   }
   KXDictionary body = KXDictionary::object();

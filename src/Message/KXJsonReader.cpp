@@ -60,7 +60,7 @@ int32_t truncatedDouble(double value) {
 std::optional<KXDictionary> KXJsonReader::parseObject(const std::string& bytes) {
   // Deeper bodies do not parse: writing such a value out later (a log line, say) would recurse
   // that deep.
-  auto root = KXJsonTree::parse(bytes, kMaxDepth);
+  auto root = KXJsonTree::parse(bytes, KXJsonTree::kMaxDepth);
   if (!root || !root->is_object()) return std::nullopt;
   return root;
 }

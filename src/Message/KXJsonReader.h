@@ -17,9 +17,6 @@ namespace quor {
 // JSON value that may be null (a missing key) and never throws.
 class KXJsonReader {
  public:
-  // Values nested deeper than this make a body unparsable.
-  static constexpr int kMaxDepth = 128;
-
   // The body as a JSON object; absent when the bytes are not JSON, not valid UTF-8, nested too
   // deeply, or their top level is not an object.
   static std::optional<KXDictionary> parseObject(const std::string& bytes);

@@ -7,7 +7,7 @@ namespace quor {
 
 KXData KXJsonWriter::write(const KXDictionary& value) {
   try {
-    if (KXJsonTree::nestsDeeperThan(value, KXJsonReader::kMaxDepth)) return std::nullopt;
+    if (KXJsonTree::nestsDeeperThan(value, KXJsonTree::kMaxDepth)) return std::nullopt;
     return value.dump();
   } catch (...) {
     return std::nullopt;

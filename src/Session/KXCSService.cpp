@@ -14,6 +14,7 @@
 #include "Support/KXHost.h"
 #include "Support/KXMainThread.h"
 #include "Support/KXSendOutcome.h"
+#include "Support/KXTexts.h"
 
 namespace quor {
 namespace {
@@ -203,7 +204,7 @@ class KXCSService::Core : public std::enable_shared_from_this<Core> {
     next.state = State::Connected;
     next.config = config;
     next.reason = config && config->isBlack() ? Reason::Blocked : Reason::None;
-    if (next.reason == Reason::Blocked) next.text = "你已被拉黑";
+    if (next.reason == Reason::Blocked) next.text = KXTexts::kBlocked;
     move(next);
   }
 
@@ -213,7 +214,8 @@ class KXCSService::Core : public std::enable_shared_from_this<Core> {
     const auto [given, held] = resolve(handshake);
     const bool live = reporting(handshake);
     // A refusal leaves the service running in the client: stop it here.
-    if (code == 0 && (live || given == GivenUp::Ended)) client().stopCustomerService(deskId);
+    if (code == KXCSHandShakeRefused && (live || given == GivenUp::Ended))
+      client().stopCustomerService(deskId);
     if (held) queue().release(this);
     if (!live) return;
     detach();
@@ -221,7 +223,8 @@ class KXCSService::Core : public std::enable_shared_from_this<Core> {
     next.state = State::Failed;
     next.code = code;
     next.text = text;
-    next.reason = code == 0 ? Reason::HandshakeRefused : Reason::ConnectionFailed;
+    next.reason =
+        code == KXCSHandShakeRefused ? Reason::HandshakeRefused : Reason::ConnectionFailed;
     move(next);
   }
 
@@ -261,22 +264,23 @@ class KXCSService::Core : public std::enable_shared_from_this<Core> {
   // agent (2) a robot-first service goes back to its robot; a refusal (3) goes back to the
   // robot in a robot-first service and ends a service that has no robot to go back to.
   void onAgentAnswer(int32_t result, int32_t serviceType, const KXString& text) {
-    if (result != 2 && result != 3) return;
+    if (result != KXCSChangeModeNoAgent && result != KXCSChangeModeRefused) return;
     const KXCSServiceStatus now = snapshot();
     bool waiting = now.state == State::WaitingForAgent || now.state == State::ChoosingGroup;
     {
       std::lock_guard<std::mutex> lock(mutex);
       waiting = waiting || (now.state == State::Agent && !agentConfirmed);
-      if (result == 3 && running(now.state)) blocked = true;
+      if (result == KXCSChangeModeRefused && running(now.state)) blocked = true;
     }
     if (!waiting) return;
     KXCSServiceStatus next;
-    next.reason = result == 2 ? Reason::NoAgentAvailable : Reason::Blocked;
-    if (result == 3) next.text = text && !text->empty() ? *text : "你已被拉黑";
+    next.reason = result == KXCSChangeModeNoAgent ? Reason::NoAgentAvailable : Reason::Blocked;
+    if (result == KXCSChangeModeRefused)
+      next.text = text && !text->empty() ? *text : KXTexts::kBlocked;
     if (serviceType == KXCSServiceTypeRobotFirst) {
       next.state = State::Robot;
       next.canAskForAgent = true;
-    } else if (result == 3) {
+    } else if (result == KXCSChangeModeRefused) {
       detach();
       client().stopCustomerService(deskId);
       next.state = State::Ended;
@@ -314,7 +318,7 @@ class KXCSService::Core : public std::enable_shared_from_this<Core> {
     KXCSServiceStatus next;
     next.state = State::Failed;
     next.reason = Reason::Timeout;
-    next.text = "连接客服失败!";
+    next.text = KXTexts::kConnectFailed;
     move(next);
   }
 

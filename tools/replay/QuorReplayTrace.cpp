@@ -111,7 +111,7 @@ void QuorReplayTrace::onRegister(const KXMessageContentType& type) {
 void QuorReplayTrace::onSend(const QuorOutgoingSend& send) {
   KXDictionary body = nullptr;
   if (send.body) {
-    body = KXJsonTree::parse(*send.body, 128).value_or(KXDictionary(*send.body));
+    body = KXJsonTree::parse(*send.body, KXJsonTree::kMaxDepth).value_or(KXDictionary(*send.body));
   }
   event({{"ev", "send"},
          {"thread", send.thread},

@@ -16,9 +16,6 @@ namespace {
 
 using namespace quor;
 
-// The deepest script line: as deep as the library reads a body.
-constexpr int KXJsonReaderDepth = 128;
-
 // The callbacks a start passes, by their trace names.
 const std::set<std::string> kStartCallbacks = {"success",        "error",       "mode",
                                                "pullEvaluation", "selectGroup", "quit"};
@@ -402,7 +399,7 @@ int main(int argc, char** argv) {
     if (text.find_first_not_of(" \t\r") == std::string_view::npos) continue;
     try {
       // Lines nest as deep as the library reads bodies, and no deeper.
-      const auto line = KXJsonTree::parse(text, KXJsonReaderDepth, &problem);
+      const auto line = KXJsonTree::parse(text, KXJsonTree::kMaxDepth, &problem);
       if (!line) throw ScriptError("not JSON: " + problem);
       if (!line->is_object()) throw ScriptError("not a JSON object");
       replay.run(*line);

@@ -68,13 +68,10 @@ KXDictionary list(const KXDictionary& object, const char* key) {
   return value.is_array() ? value : KXDictionary::array();
 }
 
-// Profiles nest a few levels; anything deeper than the library reads is refused.
-constexpr int kMaxProfileDepth = 128;
-
 // A customer's body as JSON; null when absent, not JSON or nested too deeply.
 KXDictionary parsedBody(const QuorWireMessage& message) {
   if (!message.body) return nullptr;
-  return KXJsonTree::parse(*message.body, kMaxProfileDepth).value_or(nullptr);
+  return KXJsonTree::parse(*message.body, KXJsonTree::kMaxDepth).value_or(nullptr);
 }
 
 std::string lowered(std::string value) {
@@ -163,7 +160,7 @@ std::shared_ptr<QuorDeskSimulator> QuorDeskSimulator::fromFile(const std::string
                                                                std::string* error) {
   std::string problem;
   const auto bytes = QuorInputFile::read(path, &problem);
-  auto profile = bytes ? KXJsonTree::parse(*bytes, kMaxProfileDepth, &problem) : std::nullopt;
+  auto profile = bytes ? KXJsonTree::parse(*bytes, KXJsonTree::kMaxDepth, &problem) : std::nullopt;
   if (!profile) {
     if (error) *error = "desk profile: " + (bytes ? path + ": " : "") + problem;
     return nullptr;
@@ -259,7 +256,7 @@ void QuorDeskSimulator::endService(const std::string& content, int code) {
 void QuorDeskSimulator::updateService(int serviceStatus) {
   {
     std::lock_guard<std::mutex> lock(mutex_);
-    humanMode_ = serviceStatus == 2;
+    humanMode_ = serviceStatus == KXCSUpdateAgentServes;
   }
   send("KX:CsUpdate",
        {{"sid", "service-" + std::to_string(services_)}, {"serviceStatus", serviceStatus}},
@@ -300,7 +297,7 @@ void QuorDeskSimulator::onMessageFromClient(const QuorWireMessage& message) {
 KXDictionary QuorDeskSimulator::handShakeResponse() const {
   const KXDictionary& handshake = member(profile_, "handshake");
   if (flag(handshake, "fail")) {
-    return {{"status", 0}, {"msg", text(handshake, "message")}};
+    return {{"status", KXCSHandShakeRefused}, {"msg", text(handshake, "message")}};
   }
   const KXDictionary& robot = member(profile_, "robot");
   const KXDictionary& evaluation = member(profile_, "evaluation");
@@ -388,7 +385,7 @@ void QuorDeskSimulator::answerChangeMode(const KXDictionary& request) {
       std::lock_guard<std::mutex> lock(mutex_);
       groupAgent_ = groupAgent;
     }
-    KXDictionary data = {{"status", 1}};
+    KXDictionary data = {{"status", KXCSChangeModeAgentServes}};
     if (!member(evaluation, "satisfaction").is_null())
       data["satisfaction"] = member(evaluation, "satisfaction");
     {
@@ -403,9 +400,9 @@ void QuorDeskSimulator::answerChangeMode(const KXDictionary& request) {
       std::lock_guard<std::mutex> lock(mutex_);
       humanMode_ = false;
     }
-    send("KX:CsChaR", {{"code", 200}, {"data", {{"status", 2}}}}, deskId_);
+    send("KX:CsChaR", {{"code", 200}, {"data", {{"status", KXCSChangeModeNoAgent}}}}, deskId_);
   } else {
-    KXDictionary refusal = {{"code", 200}, {"data", {{"status", 3}}}};
+    KXDictionary refusal = {{"code", 200}, {"data", {{"status", KXCSChangeModeRefused}}}};
     send("KX:CsChaR", refusal, deskId_);
   }
 }
@@ -456,9 +453,9 @@ void QuorDeskSimulator::answerText(const std::string& question) {
 void QuorDeskSimulator::finishService() {
   const KXDictionary& end = member(profile_, "end");
   if (text(end, "mode", "end") == "suspend") {
-    updateService(3);
+    updateService(KXCSUpdateClosed);
   } else {
-    endService(text(end, "text"), 0);
+    endService(text(end, "text"), KXCSTerminateEndService);
   }
 }
 

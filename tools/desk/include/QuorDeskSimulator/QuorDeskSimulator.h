@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "QuorCustomerService/Host/KXTypes.h"
+#include "QuorCustomerService/KXCustomerServiceConstants.h"
 #include "QuorLoopbackHost/QuorLoopbackHost.h"
 #include "QuorLoopbackHost/QuorLoopbackPeer.h"
 
@@ -64,12 +65,12 @@ class QuorDeskSimulator : public QuorLoopbackPeer,
   bool suspended() const;
 
   // Makes the desk speak: a text from whoever serves (robot or agent), an evaluation request,
-  // the end of the service (code 0 ends it, 1 hands back to the robot), an update of the
-  // service state, a leave-message invitation.
+  // the end of the service (a KXCSTerminateCode: it ends, or hands back to the robot), an update of
+  // the service state, a leave-message invitation.
   void say(const std::string& text);
   void requestEvaluation();
-  void endService(const std::string& text, int code = 0);
-  void updateService(int serviceStatus);
+  void endService(const std::string& text, int code = KXCSTerminateEndService);
+  void updateService(int serviceStatus);  // a KXCSUpdateStatus
   void inviteLeaveMessage(const std::string& text);
 
   void onMessageFromClient(const QuorWireMessage& message) override;
