@@ -26,10 +26,7 @@ void setEvaluationIdentifiers(KXCSEvaluateMessage& message, const KXString& rate
   if (ratedId) {
     message.setCid(ratedId);
   } else if (session) {
-    const KXCSServiceIdentifiers ids = session->identifiers();
-    message.setCid(ids.cid);
-    message.setUid(ids.uid);
-    message.setPid(ids.pid);
+    message.setIdentifiers(session->identifiers());
   }
 }
 
@@ -112,11 +109,8 @@ void KXCustomerServiceClient::startCustomerService(
 void KXCustomerServiceClient::stopCustomerService(const KXString& kefuId) {
   auto session = state_->sessionFor(kefuId);
   if (session && session->suspendWhenQuit()) {
-    const KXCSServiceIdentifiers ids = session->identifiers();
     auto suspend = std::make_shared<KXCSSuspendMessage>();
-    suspend->setCid(ids.cid);
-    suspend->setUid(ids.uid);
-    suspend->setPid(ids.pid);
+    suspend->setIdentifiers(session->identifiers());
     KXHost::send(kefuId, std::move(suspend));
   }
   setKefuId(std::nullopt);
@@ -177,12 +171,7 @@ void KXCustomerServiceClient::sendChangeModelMessage(const KXString& kefuId,
                                                      const KXString& groupId) {
   auto session = state_->sessionFor(kefuId);
   auto changeMode = std::make_shared<KXCSChangeModeMessage>();
-  if (session) {
-    const KXCSServiceIdentifiers ids = session->identifiers();
-    changeMode->setCid(ids.cid);
-    changeMode->setUid(ids.uid);
-    changeMode->setPid(ids.pid);
-  }
+  if (session) changeMode->setIdentifiers(session->identifiers());
   changeMode->setGroupid(groupId);
   KXHost::send(kefuId, std::move(changeMode));
 }

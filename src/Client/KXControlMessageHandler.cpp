@@ -16,30 +16,6 @@ namespace {
 
 bool nonEmpty(const KXString& text) { return text && !text->empty(); }
 
-std::shared_ptr<KXCustomerServiceConfig> configurationOf(const KXCSHandShakeResponseMessage& r) {
-  auto config = std::make_shared<KXCustomerServiceConfig>();
-  config->setCompanyName(r.companyName());
-  config->setIsBlack(r.isBlack());
-  config->setRobotSessionNoEva(r.robotSessionNoEva());
-  config->setHumanSessionNoEva(r.humanSessionNoEva());
-  config->setHumanEvaluateItems(r.humanEvaluationItems());
-  config->setAdminTipTime(r.adminTipTime());
-  config->setAdminTipWord(r.adminTipWord());
-  config->setUserTipTime(r.userTipTime());
-  config->setUserTipWord(r.userTipWord());
-  config->setEvaEntryPoint(r.evaEntryPoint());
-  config->setReportResolveStatus(r.reportResolveStatus());
-  config->setLeaveMessageWebUrl(r.leaveMessageWebUrl());
-  config->setLeaveMessageNativeInfo(r.leaveMessageNativeInfo());
-  config->setLeaveMessageType(r.leaveMessageType());
-  config->setDisableLocation(r.disableLocation());
-  config->setEvaType(r.evaType());
-  config->setAnnounceMsg(r.announceMsg());
-  config->setAnnounceClickUrl(r.announceClickUrl());
-  // companyUrl is the application's own and stays unset.
-  return config;
-}
-
 KXCSModeType modeOfServiceType(int32_t type) {
   if (type == KXCSServiceTypeRobotOnly) return KXCSModeRobotOnly;
   if (type == KXCSServiceTypeRobotFirst) return KXCSModeRobotFirst;
@@ -100,7 +76,7 @@ void KXControlMessageHandler::handShakeResponse(
     return;
   }
 
-  auto config = configurationOf(r);
+  auto config = std::make_shared<KXCustomerServiceConfig>(r.configuration());
   session->updateFromHandShakeResponse(r);
 
   if (r.evaConfig()) KXCallbackGuard::call(session->evaConfigBlock(), r.evaConfig());

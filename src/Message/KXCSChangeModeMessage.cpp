@@ -9,7 +9,7 @@ KX_SENT_CONTENT_TYPE(KXCSChangeModeMessage, "KX:CsCha", 0)
 
 KXData KXCSChangeModeMessage::encode() {
   KXDictionary body = KXDictionary::object();
-  KXJsonWriter::putIdentifiers(body, uid_, cid_, pid_);
+  KXJsonWriter::putIdentifiers(body, ids_);
   KXJsonWriter::putString(body, "groupid", groupid_);
   return KXJsonWriter::write(body);
 }

@@ -18,7 +18,7 @@ KXData KXCSEvaluateMessage::encode() {
     return std::nullopt;
   }
   KXDictionary body = KXDictionary::object();
-  KXJsonWriter::putIdentifiers(body, uid_, cid_, pid_);
+  KXJsonWriter::putIdentifiers(body, ids_);
   body["source"] = source_;
   if (suggest_ && !suggest_->empty()) body["suggest"] = *suggest_;
   body["isresolve"] = resolveStatus_;

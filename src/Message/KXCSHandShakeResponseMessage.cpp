@@ -111,7 +111,8 @@ void KXCSHandShakeResponseMessage::decodeWithData(const KXData& data) {
       Reader::readBody(data, KX_LOG_TAG, "ERROR: KXCSHandShakeResponseMessage JSON is nil!!");
   // Both lists are present from here on, even when the body does not parse.
   groupList_ = std::make_shared<std::vector<std::shared_ptr<KXCustomerServiceGroupItem>>>();
-  leaveMessageNativeInfo_ = std::make_shared<std::vector<std::shared_ptr<KXCSLeaveMessageItem>>>();
+  config_.leaveMessageNativeInfo =
+      std::make_shared<std::vector<std::shared_ptr<KXCSLeaveMessageItem>>>();
   if (!body) return;
 
   // Logged before the configuration's dictionaries are moved out of the body below.
@@ -125,50 +126,50 @@ void KXCSHandShakeResponseMessage::decodeWithData(const KXData& data) {
     KXDictionary* data = found != body->end() && found->is_object() ? &*found : nullptr;
     KXDictionary* d[kDataKeys];
     dataKeys().find(data, d);
-    cid_ = Reader::takenString(d[kSid]);
-    uid_ = Reader::takenString(d[kUid]);
-    pid_ = Reader::takenString(d[kPid]);
-    companyName_ = Reader::takenString(d[kCompanyName]);
-    isBlack_ = Reader::boolean(d[kIsBlack]);
+    ids_.cid = Reader::takenString(d[kSid]);
+    ids_.uid = Reader::takenString(d[kUid]);
+    ids_.pid = Reader::takenString(d[kPid]);
+    config_.companyName = Reader::takenString(d[kCompanyName]);
+    config_.isBlack = Reader::boolean(d[kIsBlack]);
     type_ = Reader::integer(d[kServiceType]);
-    adminTipTime_ = Reader::integer(d[kAdminTipTime]);
-    adminTipWord_ = Reader::takenString(d[kAdminTipWord]);
-    userTipTime_ = Reader::integer(d[kUserTipTime]);
-    userTipWord_ = Reader::takenString(d[kUserTipWord]);
+    config_.adminTipTime = Reader::integer(d[kAdminTipTime]);
+    config_.adminTipWord = Reader::takenString(d[kAdminTipWord]);
+    config_.userTipTime = Reader::integer(d[kUserTipTime]);
+    config_.userTipWord = Reader::takenString(d[kUserTipWord]);
     // The key's presence decides, not its value: a present false does not fall back.
     suspendWhenQuit_ =
         d[kSuspendWhenQuit] ? Reader::boolean(d[kSuspendWhenQuit]) : KXHost::suspendWhenLeave();
-    disableLocation_ = Reader::integer(d[kDisableLocation]);
+    config_.disableLocation = Reader::integer(d[kDisableLocation]);
     robotName_ = Reader::takenString(d[kRobotName]);
     robotLogo_ = Reader::takenString(d[kRobotIcon]);
     robotHelloWord_ = Reader::takenString(d[kRobotWelcome]);
     requiredChangMode_ = Reader::boolean(d[kNotAutoCha]);
-    robotSessionNoEva_ = Reader::boolean(d[kRobotSessionNoEva]);
-    humanSessionNoEva_ = Reader::boolean(d[kHumanSessionNoEva]);
+    config_.robotSessionNoEva = Reader::boolean(d[kRobotSessionNoEva]);
+    config_.humanSessionNoEva = Reader::boolean(d[kHumanSessionNoEva]);
     groupList_ = readList<KXCustomerServiceGroupItem>(d[kGroups], makeGroup);
-    humanEvaluationItems_ = readList<KXEvaluateItem>(d[kEvaluateList], makeEvaluateItem);
+    config_.humanEvaluateItems = readList<KXEvaluateItem>(d[kEvaluateList], makeEvaluateItem);
 
     evaConfig_ = Reader::taken(Reader::object(d[kEvaConf]) ? d[kEvaConf] : nullptr);
     const KXDictionary* evaConf = evaConfig_.get();
-    evaEntryPoint_ = Reader::widenedInteger(Reader::find(evaConf, "evaEntryPoint"));
-    evaType_ = Reader::widenedInteger(Reader::find(evaConf, "evaType"));
-    reportResolveStatus_ = Reader::integer(Reader::find(evaConf, "reportResolveStatus"));
+    config_.evaEntryPoint = Reader::widenedInteger(Reader::find(evaConf, "evaEntryPoint"));
+    config_.evaType = Reader::widenedInteger(Reader::find(evaConf, "evaType"));
+    config_.reportResolveStatus = Reader::integer(Reader::find(evaConf, "reportResolveStatus"));
 
     const KXDictionary* leaveMsgConf = Reader::object(d[kLeaveMsgConf]);
-    leaveMessageType_ = Reader::widenedInteger(Reader::find(leaveMsgConf, "type"));
+    config_.leaveMessageType = Reader::widenedInteger(Reader::find(leaveMsgConf, "type"));
     if (const KXDictionary* customConf = Reader::object(Reader::find(leaveMsgConf, "customConf"))) {
-      leaveMessageWebUrl_ = Reader::string(Reader::find(customConf, "url"));
+      config_.leaveMessageWebUrl = Reader::string(Reader::find(customConf, "url"));
     }
     auto nativeInfo = readList<KXCSLeaveMessageItem>(Reader::find(leaveMsgConf, "defaultConf"),
                                                      KXCSLeaveMessageItem::modelWithDic);
 
     if (Reader::integer(d[kAnnounceMsgFlag]) != 0) {
-      announceMsg_ = Reader::takenString(d[kAnnounceMsg]);
+      config_.announceMsg = Reader::takenString(d[kAnnounceMsg]);
       if (Reader::integer(d[kAnnounceClickFlag]) != 0) {
-        announceClickUrl_ = Reader::takenString(d[kAnnounceClickUrl]);
+        config_.announceClickUrl = Reader::takenString(d[kAnnounceClickUrl]);
       }
     }
-    leaveMessageNativeInfo_ = std::move(nativeInfo);
+    config_.leaveMessageNativeInfo = std::move(nativeInfo);
   }
 }
 

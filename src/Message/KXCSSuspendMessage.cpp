@@ -9,7 +9,7 @@ KX_SENT_CONTENT_TYPE(KXCSSuspendMessage, "KX:CsSp", 0)
 
 KXData KXCSSuspendMessage::encode() {
   KXDictionary body = KXDictionary::object();
-  KXJsonWriter::putIdentifiers(body, uid_, cid_, pid_);
+  KXJsonWriter::putIdentifiers(body, ids_);
   return KXJsonWriter::write(body);
 }
 

@@ -6,21 +6,22 @@ namespace quor {
 
 // A getter copies under the lock; a setter swaps under the lock and lets the old value go
 // after it, so releasing an application's callback never runs under the lock.
-#define KX_LOCKED_PROPERTY(Type, name, Name)             \
+#define KX_LOCKED_MEMBER(Type, name, Name, member)       \
   Type KXCustomerServiceSession::name() const {          \
     std::lock_guard<std::mutex> lock(mutex_);            \
-    return name##_;                                      \
+    return member;                                       \
   }                                                      \
   void KXCustomerServiceSession::set##Name(Type value) { \
     {                                                    \
       std::lock_guard<std::mutex> lock(mutex_);          \
-      std::swap(name##_, value);                         \
+      std::swap(member, value);                          \
     }                                                    \
   }
+#define KX_LOCKED_PROPERTY(Type, name, Name) KX_LOCKED_MEMBER(Type, name, Name, name##_)
 
-KX_LOCKED_PROPERTY(KXString, uid, Uid)
-KX_LOCKED_PROPERTY(KXString, cid, Cid)
-KX_LOCKED_PROPERTY(KXString, pid, Pid)
+KX_LOCKED_MEMBER(KXString, uid, Uid, ids_.uid)
+KX_LOCKED_MEMBER(KXString, cid, Cid, ids_.cid)
+KX_LOCKED_MEMBER(KXString, pid, Pid, ids_.pid)
 KX_LOCKED_PROPERTY(bool, isQuited, IsQuited)
 KX_LOCKED_PROPERTY(bool, suspendWhenQuit, SuspendWhenQuit)
 KX_LOCKED_PROPERTY(KXCustomerServiceGroupList, groupList, GroupList)
@@ -38,21 +39,20 @@ KX_LOCKED_PROPERTY(KXQuitBlock, quitBlock, QuitBlock)
 KX_LOCKED_PROPERTY(KXEvaConfigBlock, evaConfigBlock, EvaConfigBlock)
 
 #undef KX_LOCKED_PROPERTY
+#undef KX_LOCKED_MEMBER
 
 KXCSServiceIdentifiers KXCustomerServiceSession::identifiers() const {
   std::lock_guard<std::mutex> lock(mutex_);
-  return {uid_, cid_, pid_};
+  return ids_;
 }
 
 void KXCustomerServiceSession::updateFromHandShakeResponse(const KXCSHandShakeResponseMessage& r) {
   // Read the response first: its getters copy, and nothing but the assignments runs locked.
-  KXString uid = r.uid(), cid = r.cid(), pid = r.pid();
+  KXCSServiceIdentifiers ids = r.identifiers();
   KXString helloWord = r.robotHelloWord(), name = r.robotName(), logo = r.robotLogo();
   KXCustomerServiceGroupList groups = r.groupList();
   std::lock_guard<std::mutex> lock(mutex_);
-  uid_.swap(uid);
-  cid_.swap(cid);
-  pid_.swap(pid);
+  std::swap(ids_, ids);
   type_ = r.type();
   robotHelloWord_.swap(helloWord);
   robotName_.swap(name);

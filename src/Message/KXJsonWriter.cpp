@@ -18,11 +18,10 @@ void KXJsonWriter::putString(KXDictionary& object, const char* key, const KXStri
   if (value) object[key] = *value;
 }
 
-void KXJsonWriter::putIdentifiers(KXDictionary& object, const KXString& uid, const KXString& cid,
-                                  const KXString& pid) {
-  putString(object, "uid", uid);
-  putString(object, "sid", cid);
-  putString(object, "pid", pid);
+void KXJsonWriter::putIdentifiers(KXDictionary& object, const KXCSServiceIdentifiers& ids) {
+  putString(object, "uid", ids.uid);
+  putString(object, "sid", ids.cid);
+  putString(object, "pid", ids.pid);
 }
 
 }  // namespace quor

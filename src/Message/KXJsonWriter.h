@@ -2,6 +2,7 @@
 #pragma once
 
 #include "QuorCustomerService/Host/KXTypes.h"
+#include "QuorCustomerService/Message/KXCSServiceIdentifiers.h"
 
 namespace quor {
 
@@ -13,8 +14,7 @@ class KXJsonWriter {
   // Puts `value` under `key` when it is present (an empty string is present).
   static void putString(KXDictionary& object, const char* key, const KXString& value);
   // The service identifiers of a request: "uid", "sid" (the cid) and "pid", each when present.
-  static void putIdentifiers(KXDictionary& object, const KXString& uid, const KXString& cid,
-                             const KXString& pid);
+  static void putIdentifiers(KXDictionary& object, const KXCSServiceIdentifiers& ids);
 };
 
 }  // namespace quor

@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "QuorCustomerService/Host/KXMessageContent.h"
+#include "QuorCustomerService/Message/KXCSServiceIdentifiers.h"
 #include "QuorCustomerService/QuorCustomerServiceExport.h"
 
 namespace quor {
@@ -22,19 +23,19 @@ class QUOR_CS_EXPORT KXCSChangeModeMessage : public KXMessageContent {
   // Sent only: does nothing.
   void decodeWithData(const KXData& data) override;
 
-  const KXString& uid() const { return uid_; }
-  void setUid(KXString uid) { uid_ = std::move(uid); }
-  const KXString& cid() const { return cid_; }
-  void setCid(KXString cid) { cid_ = std::move(cid); }
-  const KXString& pid() const { return pid_; }
-  void setPid(KXString pid) { pid_ = std::move(pid); }
+  const KXString& uid() const { return ids_.uid; }
+  void setUid(KXString uid) { ids_.uid = std::move(uid); }
+  const KXString& cid() const { return ids_.cid; }
+  void setCid(KXString cid) { ids_.cid = std::move(cid); }
+  const KXString& pid() const { return ids_.pid; }
+  void setPid(KXString pid) { ids_.pid = std::move(pid); }
+  const KXCSServiceIdentifiers& identifiers() const { return ids_; }
+  void setIdentifiers(KXCSServiceIdentifiers ids) { ids_ = std::move(ids); }
   const KXString& groupid() const { return groupid_; }
   void setGroupid(KXString groupid) { groupid_ = std::move(groupid); }
 
  private:
-  KXString uid_;
-  KXString cid_;
-  KXString pid_;
+  KXCSServiceIdentifiers ids_;
   KXString groupid_;
 };
 

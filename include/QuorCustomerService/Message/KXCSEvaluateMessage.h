@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "QuorCustomerService/Host/KXMessageContent.h"
+#include "QuorCustomerService/Message/KXCSServiceIdentifiers.h"
 #include "QuorCustomerService/QuorCustomerServiceExport.h"
 
 namespace quor {
@@ -23,12 +24,14 @@ class QUOR_CS_EXPORT KXCSEvaluateMessage : public KXMessageContent {
   // Sent only: does nothing.
   void decodeWithData(const KXData& data) override;
 
-  const KXString& uid() const { return uid_; }
-  void setUid(KXString uid) { uid_ = std::move(uid); }
-  const KXString& cid() const { return cid_; }
-  void setCid(KXString cid) { cid_ = std::move(cid); }
-  const KXString& pid() const { return pid_; }
-  void setPid(KXString pid) { pid_ = std::move(pid); }
+  const KXString& uid() const { return ids_.uid; }
+  void setUid(KXString uid) { ids_.uid = std::move(uid); }
+  const KXString& cid() const { return ids_.cid; }
+  void setCid(KXString cid) { ids_.cid = std::move(cid); }
+  const KXString& pid() const { return ids_.pid; }
+  void setPid(KXString pid) { ids_.pid = std::move(pid); }
+  const KXCSServiceIdentifiers& identifiers() const { return ids_; }
+  void setIdentifiers(KXCSServiceIdentifiers ids) { ids_ = std::move(ids); }
   // The star value.
   int32_t source() const { return source_; }
   void setSource(int32_t source) { source_ = source; }
@@ -48,9 +51,7 @@ class QUOR_CS_EXPORT KXCSEvaluateMessage : public KXMessageContent {
   void setExtra(std::shared_ptr<const KXDictionary> extra) { extra_ = std::move(extra); }
 
  private:
-  KXString uid_;
-  KXString cid_;
-  KXString pid_;
+  KXCSServiceIdentifiers ids_;
   int32_t source_ = 0;
   KXString suggest_;
   int32_t resolveStatus_ = 0;

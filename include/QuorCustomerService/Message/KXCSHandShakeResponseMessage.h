@@ -4,7 +4,9 @@
 #include <memory>
 
 #include "QuorCustomerService/Host/KXMessageContent.h"
+#include "QuorCustomerService/Message/KXCSConfiguration.h"
 #include "QuorCustomerService/Message/KXCSLeaveMessageItem.h"
+#include "QuorCustomerService/Message/KXCSServiceIdentifiers.h"
 #include "QuorCustomerService/Message/KXCustomerServiceGroupItem.h"
 #include "QuorCustomerService/Message/KXEvaluateItem.h"
 #include "QuorCustomerService/QuorCustomerServiceExport.h"
@@ -24,35 +26,40 @@ class QUOR_CS_EXPORT KXCSHandShakeResponseMessage : public KXMessageContent {
   KXData encode() override;
   void decodeWithData(const KXData& data) override;
 
+  // The service's identifiers and the desk's configuration, each as one record; the accessors
+  // below read and write them field by field.
+  const KXCSServiceIdentifiers& identifiers() const { return ids_; }
+  const KXCSConfiguration& configuration() const { return config_; }
+
   // Top-level "status": 0 means the desk could not open the service.
   int32_t code() const { return code_; }
   void setCode(int32_t code) { code_ = code; }
   const KXString& msg() const { return msg_; }
   void setMsg(KXString msg) { msg_ = std::move(msg); }
-  const KXString& uid() const { return uid_; }
-  void setUid(KXString uid) { uid_ = std::move(uid); }
+  const KXString& uid() const { return ids_.uid; }
+  void setUid(KXString uid) { ids_.uid = std::move(uid); }
   // The desk's "sid".
-  const KXString& cid() const { return cid_; }
-  void setCid(KXString cid) { cid_ = std::move(cid); }
-  const KXString& pid() const { return pid_; }
-  void setPid(KXString pid) { pid_ = std::move(pid); }
+  const KXString& cid() const { return ids_.cid; }
+  void setCid(KXString cid) { ids_.cid = std::move(cid); }
+  const KXString& pid() const { return ids_.pid; }
+  void setPid(KXString pid) { ids_.pid = std::move(pid); }
   const KXCustomerServiceGroupList& groupList() const { return groupList_; }
   void setGroupList(KXCustomerServiceGroupList groupList) { groupList_ = std::move(groupList); }
-  const KXString& companyName() const { return companyName_; }
-  void setCompanyName(KXString companyName) { companyName_ = std::move(companyName); }
-  bool isBlack() const { return isBlack_; }
-  void setIsBlack(bool isBlack) { isBlack_ = isBlack; }
+  const KXString& companyName() const { return config_.companyName; }
+  void setCompanyName(KXString companyName) { config_.companyName = std::move(companyName); }
+  bool isBlack() const { return config_.isBlack; }
+  void setIsBlack(bool isBlack) { config_.isBlack = isBlack; }
   // The service type, one of KXCSServiceType.
   int32_t type() const { return type_; }
   void setType(int32_t type) { type_ = type; }
-  int32_t adminTipTime() const { return adminTipTime_; }
-  void setAdminTipTime(int32_t adminTipTime) { adminTipTime_ = adminTipTime; }
-  const KXString& adminTipWord() const { return adminTipWord_; }
-  void setAdminTipWord(KXString adminTipWord) { adminTipWord_ = std::move(adminTipWord); }
-  int32_t userTipTime() const { return userTipTime_; }
-  void setUserTipTime(int32_t userTipTime) { userTipTime_ = userTipTime; }
-  const KXString& userTipWord() const { return userTipWord_; }
-  void setUserTipWord(KXString userTipWord) { userTipWord_ = std::move(userTipWord); }
+  int32_t adminTipTime() const { return config_.adminTipTime; }
+  void setAdminTipTime(int32_t adminTipTime) { config_.adminTipTime = adminTipTime; }
+  const KXString& adminTipWord() const { return config_.adminTipWord; }
+  void setAdminTipWord(KXString adminTipWord) { config_.adminTipWord = std::move(adminTipWord); }
+  int32_t userTipTime() const { return config_.userTipTime; }
+  void setUserTipTime(int32_t userTipTime) { config_.userTipTime = userTipTime; }
+  const KXString& userTipWord() const { return config_.userTipWord; }
+  void setUserTipWord(KXString userTipWord) { config_.userTipWord = std::move(userTipWord); }
   const KXString& robotName() const { return robotName_; }
   void setRobotName(KXString robotName) { robotName_ = std::move(robotName); }
   const KXString& robotLogo() const { return robotLogo_; }
@@ -62,42 +69,50 @@ class QUOR_CS_EXPORT KXCSHandShakeResponseMessage : public KXMessageContent {
   // "notAutoCha", taken with the same truth value.
   bool requiredChangMode() const { return requiredChangMode_; }
   void setRequiredChangMode(bool requiredChangMode) { requiredChangMode_ = requiredChangMode; }
-  bool robotSessionNoEva() const { return robotSessionNoEva_; }
-  void setRobotSessionNoEva(bool robotSessionNoEva) { robotSessionNoEva_ = robotSessionNoEva; }
-  bool humanSessionNoEva() const { return humanSessionNoEva_; }
-  void setHumanSessionNoEva(bool humanSessionNoEva) { humanSessionNoEva_ = humanSessionNoEva; }
-  const KXEvaluateItemList& humanEvaluationItems() const { return humanEvaluationItems_; }
+  bool robotSessionNoEva() const { return config_.robotSessionNoEva; }
+  void setRobotSessionNoEva(bool robotSessionNoEva) {
+    config_.robotSessionNoEva = robotSessionNoEva;
+  }
+  bool humanSessionNoEva() const { return config_.humanSessionNoEva; }
+  void setHumanSessionNoEva(bool humanSessionNoEva) {
+    config_.humanSessionNoEva = humanSessionNoEva;
+  }
+  const KXEvaluateItemList& humanEvaluationItems() const { return config_.humanEvaluateItems; }
   void setHumanEvaluationItems(KXEvaluateItemList humanEvaluationItems) {
-    humanEvaluationItems_ = std::move(humanEvaluationItems);
+    config_.humanEvaluateItems = std::move(humanEvaluationItems);
   }
   // "suspendWhenQuit" when the desk sends it, else the host's csSuspendWhenLeave.
   bool suspendWhenQuit() const { return suspendWhenQuit_; }
   void setSuspendWhenQuit(bool suspendWhenQuit) { suspendWhenQuit_ = suspendWhenQuit; }
-  uint64_t evaEntryPoint() const { return evaEntryPoint_; }
-  void setEvaEntryPoint(uint64_t evaEntryPoint) { evaEntryPoint_ = evaEntryPoint; }
-  int32_t reportResolveStatus() const { return reportResolveStatus_; }
+  uint64_t evaEntryPoint() const { return config_.evaEntryPoint; }
+  void setEvaEntryPoint(uint64_t evaEntryPoint) { config_.evaEntryPoint = evaEntryPoint; }
+  int32_t reportResolveStatus() const { return config_.reportResolveStatus; }
   void setReportResolveStatus(int32_t reportResolveStatus) {
-    reportResolveStatus_ = reportResolveStatus;
+    config_.reportResolveStatus = reportResolveStatus;
   }
-  int32_t disableLocation() const { return disableLocation_; }
-  void setDisableLocation(int32_t disableLocation) { disableLocation_ = disableLocation; }
-  uint64_t evaType() const { return evaType_; }
-  void setEvaType(uint64_t evaType) { evaType_ = evaType; }
-  uint64_t leaveMessageType() const { return leaveMessageType_; }
-  void setLeaveMessageType(uint64_t leaveMessageType) { leaveMessageType_ = leaveMessageType; }
-  const KXString& leaveMessageWebUrl() const { return leaveMessageWebUrl_; }
+  int32_t disableLocation() const { return config_.disableLocation; }
+  void setDisableLocation(int32_t disableLocation) { config_.disableLocation = disableLocation; }
+  uint64_t evaType() const { return config_.evaType; }
+  void setEvaType(uint64_t evaType) { config_.evaType = evaType; }
+  uint64_t leaveMessageType() const { return config_.leaveMessageType; }
+  void setLeaveMessageType(uint64_t leaveMessageType) {
+    config_.leaveMessageType = leaveMessageType;
+  }
+  const KXString& leaveMessageWebUrl() const { return config_.leaveMessageWebUrl; }
   void setLeaveMessageWebUrl(KXString leaveMessageWebUrl) {
-    leaveMessageWebUrl_ = std::move(leaveMessageWebUrl);
+    config_.leaveMessageWebUrl = std::move(leaveMessageWebUrl);
   }
-  const KXCSLeaveMessageItemList& leaveMessageNativeInfo() const { return leaveMessageNativeInfo_; }
+  const KXCSLeaveMessageItemList& leaveMessageNativeInfo() const {
+    return config_.leaveMessageNativeInfo;
+  }
   void setLeaveMessageNativeInfo(KXCSLeaveMessageItemList leaveMessageNativeInfo) {
-    leaveMessageNativeInfo_ = std::move(leaveMessageNativeInfo);
+    config_.leaveMessageNativeInfo = std::move(leaveMessageNativeInfo);
   }
-  const KXString& announceMsg() const { return announceMsg_; }
-  void setAnnounceMsg(KXString announceMsg) { announceMsg_ = std::move(announceMsg); }
-  const KXString& announceClickUrl() const { return announceClickUrl_; }
+  const KXString& announceMsg() const { return config_.announceMsg; }
+  void setAnnounceMsg(KXString announceMsg) { config_.announceMsg = std::move(announceMsg); }
+  const KXString& announceClickUrl() const { return config_.announceClickUrl; }
   void setAnnounceClickUrl(KXString announceClickUrl) {
-    announceClickUrl_ = std::move(announceClickUrl);
+    config_.announceClickUrl = std::move(announceClickUrl);
   }
   // The whole "evaConf" object; null when absent.
   const std::shared_ptr<const KXDictionary>& evaConfig() const { return evaConfig_; }
@@ -108,34 +123,15 @@ class QUOR_CS_EXPORT KXCSHandShakeResponseMessage : public KXMessageContent {
  private:
   int32_t code_ = 0;
   KXString msg_;
-  KXString uid_;
-  KXString cid_;
-  KXString pid_;
+  KXCSServiceIdentifiers ids_;
+  KXCSConfiguration config_;
   KXCustomerServiceGroupList groupList_;
-  KXString companyName_;
-  bool isBlack_ = false;
   int32_t type_ = 0;
-  int32_t adminTipTime_ = 0;
-  KXString adminTipWord_;
-  int32_t userTipTime_ = 0;
-  KXString userTipWord_;
   KXString robotName_;
   KXString robotLogo_;
   KXString robotHelloWord_;
   bool requiredChangMode_ = false;
-  bool robotSessionNoEva_ = false;
-  bool humanSessionNoEva_ = false;
-  KXEvaluateItemList humanEvaluationItems_;
   bool suspendWhenQuit_ = false;
-  uint64_t evaEntryPoint_ = 0;
-  int32_t reportResolveStatus_ = 0;
-  int32_t disableLocation_ = 0;
-  uint64_t evaType_ = 0;
-  uint64_t leaveMessageType_ = 0;
-  KXString leaveMessageWebUrl_;
-  KXCSLeaveMessageItemList leaveMessageNativeInfo_;
-  KXString announceMsg_;
-  KXString announceClickUrl_;
   std::shared_ptr<const KXDictionary> evaConfig_;
 };
 

@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "QuorCustomerService/Host/KXTypes.h"
+#include "QuorCustomerService/Message/KXCSConfiguration.h"
 #include "QuorCustomerService/Message/KXCSLeaveMessageItem.h"
 #include "QuorCustomerService/Message/KXEvaluateItem.h"
 #include "QuorCustomerService/QuorCustomerServiceExport.h"
@@ -15,76 +16,73 @@ namespace quor {
 // response; the application owns it from then on. Item lists are shared with the response.
 class QUOR_CS_EXPORT KXCustomerServiceConfig {
  public:
-  bool isBlack() const { return isBlack_; }
-  void setIsBlack(bool isBlack) { isBlack_ = isBlack; }
-  const KXString& companyName() const { return companyName_; }
-  void setCompanyName(KXString companyName) { companyName_ = std::move(companyName); }
+  KXCustomerServiceConfig() = default;
+  // The configuration as the response holds it; companyUrl stays unset.
+  explicit KXCustomerServiceConfig(KXCSConfiguration configuration)
+      : config_(std::move(configuration)) {}
+  const KXCSConfiguration& configuration() const { return config_; }
+
+  bool isBlack() const { return config_.isBlack; }
+  void setIsBlack(bool isBlack) { config_.isBlack = isBlack; }
+  const KXString& companyName() const { return config_.companyName; }
+  void setCompanyName(KXString companyName) { config_.companyName = std::move(companyName); }
   // Never set by the library: the property is the application's.
   const KXString& companyUrl() const { return companyUrl_; }
   void setCompanyUrl(KXString companyUrl) { companyUrl_ = std::move(companyUrl); }
-  bool robotSessionNoEva() const { return robotSessionNoEva_; }
-  void setRobotSessionNoEva(bool robotSessionNoEva) { robotSessionNoEva_ = robotSessionNoEva; }
-  bool humanSessionNoEva() const { return humanSessionNoEva_; }
-  void setHumanSessionNoEva(bool humanSessionNoEva) { humanSessionNoEva_ = humanSessionNoEva; }
-  const KXEvaluateItemList& humanEvaluateItems() const { return humanEvaluateItems_; }
+  bool robotSessionNoEva() const { return config_.robotSessionNoEva; }
+  void setRobotSessionNoEva(bool robotSessionNoEva) {
+    config_.robotSessionNoEva = robotSessionNoEva;
+  }
+  bool humanSessionNoEva() const { return config_.humanSessionNoEva; }
+  void setHumanSessionNoEva(bool humanSessionNoEva) {
+    config_.humanSessionNoEva = humanSessionNoEva;
+  }
+  const KXEvaluateItemList& humanEvaluateItems() const { return config_.humanEvaluateItems; }
   void setHumanEvaluateItems(KXEvaluateItemList humanEvaluateItems) {
-    humanEvaluateItems_ = std::move(humanEvaluateItems);
+    config_.humanEvaluateItems = std::move(humanEvaluateItems);
   }
-  int32_t adminTipTime() const { return adminTipTime_; }
-  void setAdminTipTime(int32_t adminTipTime) { adminTipTime_ = adminTipTime; }
-  const KXString& adminTipWord() const { return adminTipWord_; }
-  void setAdminTipWord(KXString adminTipWord) { adminTipWord_ = std::move(adminTipWord); }
-  int32_t userTipTime() const { return userTipTime_; }
-  void setUserTipTime(int32_t userTipTime) { userTipTime_ = userTipTime; }
-  const KXString& userTipWord() const { return userTipWord_; }
-  void setUserTipWord(KXString userTipWord) { userTipWord_ = std::move(userTipWord); }
-  uint64_t evaEntryPoint() const { return evaEntryPoint_; }
-  void setEvaEntryPoint(uint64_t evaEntryPoint) { evaEntryPoint_ = evaEntryPoint; }
-  uint64_t evaType() const { return evaType_; }
-  void setEvaType(uint64_t evaType) { evaType_ = evaType; }
-  int32_t reportResolveStatus() const { return reportResolveStatus_; }
+  int32_t adminTipTime() const { return config_.adminTipTime; }
+  void setAdminTipTime(int32_t adminTipTime) { config_.adminTipTime = adminTipTime; }
+  const KXString& adminTipWord() const { return config_.adminTipWord; }
+  void setAdminTipWord(KXString adminTipWord) { config_.adminTipWord = std::move(adminTipWord); }
+  int32_t userTipTime() const { return config_.userTipTime; }
+  void setUserTipTime(int32_t userTipTime) { config_.userTipTime = userTipTime; }
+  const KXString& userTipWord() const { return config_.userTipWord; }
+  void setUserTipWord(KXString userTipWord) { config_.userTipWord = std::move(userTipWord); }
+  uint64_t evaEntryPoint() const { return config_.evaEntryPoint; }
+  void setEvaEntryPoint(uint64_t evaEntryPoint) { config_.evaEntryPoint = evaEntryPoint; }
+  uint64_t evaType() const { return config_.evaType; }
+  void setEvaType(uint64_t evaType) { config_.evaType = evaType; }
+  int32_t reportResolveStatus() const { return config_.reportResolveStatus; }
   void setReportResolveStatus(int32_t reportResolveStatus) {
-    reportResolveStatus_ = reportResolveStatus;
+    config_.reportResolveStatus = reportResolveStatus;
   }
-  uint64_t leaveMessageType() const { return leaveMessageType_; }
-  void setLeaveMessageType(uint64_t leaveMessageType) { leaveMessageType_ = leaveMessageType; }
-  int32_t disableLocation() const { return disableLocation_; }
-  void setDisableLocation(int32_t disableLocation) { disableLocation_ = disableLocation; }
-  const KXString& leaveMessageWebUrl() const { return leaveMessageWebUrl_; }
+  uint64_t leaveMessageType() const { return config_.leaveMessageType; }
+  void setLeaveMessageType(uint64_t leaveMessageType) {
+    config_.leaveMessageType = leaveMessageType;
+  }
+  int32_t disableLocation() const { return config_.disableLocation; }
+  void setDisableLocation(int32_t disableLocation) { config_.disableLocation = disableLocation; }
+  const KXString& leaveMessageWebUrl() const { return config_.leaveMessageWebUrl; }
   void setLeaveMessageWebUrl(KXString leaveMessageWebUrl) {
-    leaveMessageWebUrl_ = std::move(leaveMessageWebUrl);
+    config_.leaveMessageWebUrl = std::move(leaveMessageWebUrl);
   }
-  const KXCSLeaveMessageItemList& leaveMessageNativeInfo() const { return leaveMessageNativeInfo_; }
+  const KXCSLeaveMessageItemList& leaveMessageNativeInfo() const {
+    return config_.leaveMessageNativeInfo;
+  }
   void setLeaveMessageNativeInfo(KXCSLeaveMessageItemList leaveMessageNativeInfo) {
-    leaveMessageNativeInfo_ = std::move(leaveMessageNativeInfo);
+    config_.leaveMessageNativeInfo = std::move(leaveMessageNativeInfo);
   }
-  const KXString& announceMsg() const { return announceMsg_; }
-  void setAnnounceMsg(KXString announceMsg) { announceMsg_ = std::move(announceMsg); }
-  const KXString& announceClickUrl() const { return announceClickUrl_; }
+  const KXString& announceMsg() const { return config_.announceMsg; }
+  void setAnnounceMsg(KXString announceMsg) { config_.announceMsg = std::move(announceMsg); }
+  const KXString& announceClickUrl() const { return config_.announceClickUrl; }
   void setAnnounceClickUrl(KXString announceClickUrl) {
-    announceClickUrl_ = std::move(announceClickUrl);
+    config_.announceClickUrl = std::move(announceClickUrl);
   }
 
  private:
-  bool isBlack_ = false;
-  KXString companyName_;
+  KXCSConfiguration config_;
   KXString companyUrl_;
-  bool robotSessionNoEva_ = false;
-  bool humanSessionNoEva_ = false;
-  KXEvaluateItemList humanEvaluateItems_;
-  int32_t adminTipTime_ = 0;
-  KXString adminTipWord_;
-  int32_t userTipTime_ = 0;
-  KXString userTipWord_;
-  uint64_t evaEntryPoint_ = 0;
-  uint64_t evaType_ = 0;
-  int32_t reportResolveStatus_ = 0;
-  uint64_t leaveMessageType_ = 0;
-  int32_t disableLocation_ = 0;
-  KXString leaveMessageWebUrl_;
-  KXCSLeaveMessageItemList leaveMessageNativeInfo_;
-  KXString announceMsg_;
-  KXString announceClickUrl_;
 };
 
 }  // namespace quor

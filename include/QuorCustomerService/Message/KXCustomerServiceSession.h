@@ -8,6 +8,7 @@
 
 #include "QuorCustomerService/Host/KXTypes.h"
 #include "QuorCustomerService/KXCustomerServiceConstants.h"
+#include "QuorCustomerService/Message/KXCSServiceIdentifiers.h"
 #include "QuorCustomerService/Message/KXCustomerServiceConfig.h"
 #include "QuorCustomerService/Message/KXCustomerServiceGroupItem.h"
 #include "QuorCustomerService/QuorCustomerServiceExport.h"
@@ -34,13 +35,6 @@ using KXQuitBlock = std::function<void(const std::string& message)>;
 using KXEvaConfigBlock = std::function<void(const std::shared_ptr<const KXDictionary>& evaConfig)>;
 
 class KXCSHandShakeResponseMessage;
-
-// The three identifiers of a service as the desk gave them, read together.
-struct KXCSServiceIdentifiers {
-  KXString uid;
-  KXString cid;
-  KXString pid;
-};
 
 // The record of one service with one desk: the identifiers from the desk's handshake response,
 // the robot's presentation, the flags that steer stopping and evaluation, and the
@@ -100,9 +94,7 @@ class QUOR_CS_EXPORT KXCustomerServiceSession {
 
  private:
   mutable std::mutex mutex_;
-  KXString uid_;
-  KXString cid_;
-  KXString pid_;
+  KXCSServiceIdentifiers ids_;
   bool isQuited_ = false;
   bool suspendWhenQuit_ = false;
   KXCustomerServiceGroupList groupList_;
