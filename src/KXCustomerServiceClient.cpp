@@ -1,5 +1,7 @@
 #include "QuorCustomerService/KXCustomerServiceClient.h"
 
+#include <nlohmann/json.hpp>
+
 #include "Client/KXClientState.h"
 #include "Client/KXControlMessageHandler.h"
 #include "Client/KXSessionHook.h"

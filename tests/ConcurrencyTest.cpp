@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 
 #include <atomic>
+#include <nlohmann/json.hpp>
 #include <thread>
 
 #include "support/ClientFixture.h"

@@ -3,6 +3,7 @@
 // still happens.
 #include <gmock/gmock.h>
 
+#include <nlohmann/json.hpp>
 #include <stdexcept>
 
 #include "support/ClientFixture.h"

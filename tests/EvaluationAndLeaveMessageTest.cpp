@@ -1,5 +1,6 @@
 // Ratings, the evaluation-configuration callback and leaving a message.
 #include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
 
 #include "support/ClientFixture.h"
 

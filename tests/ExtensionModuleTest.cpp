@@ -2,6 +2,7 @@
 // answers it forwards.
 #include <gmock/gmock.h>
 
+#include <nlohmann/json.hpp>
 #include <thread>
 
 #include "support/ClientFixture.h"

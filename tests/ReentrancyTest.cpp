@@ -1,6 +1,7 @@
 // The application may call any client operation from inside any of its callbacks: no deadlock,
 // and the effects come in order.
 #include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
 
 #include "support/ClientFixture.h"
 

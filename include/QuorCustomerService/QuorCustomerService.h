@@ -2,6 +2,9 @@
 // library's message channel. Include this one header to get the whole public API.
 #pragma once
 
+// The dictionary type in full: apps build and read KXDictionary values.
+#include <nlohmann/json.hpp>
+
 #include "QuorCustomerService/QuorCustomerServiceExport.h"
 
 #include "QuorCustomerService/Extension/KXCustomerServiceReceiveMessageDelegate.h"
@@ -41,6 +44,7 @@
 #include "QuorCustomerService/Message/KXCustomerServiceInfo.h"
 #include "QuorCustomerService/Message/KXCustomerServiceSession.h"
 #include "QuorCustomerService/Message/KXEvaluateItem.h"
+#include "QuorCustomerService/Session/KXCSConversationMessage.h"
 #include "QuorCustomerService/Session/KXCSService.h"
 
 // The library's version: the number 1.0 and the version text (for example "1.0.0").

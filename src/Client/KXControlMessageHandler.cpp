@@ -1,5 +1,7 @@
 #include "Client/KXControlMessageHandler.h"
 
+#include <nlohmann/json.hpp>
+
 #include "Client/KXSessionHook.h"
 
 #include "Message/KXJsonReader.h"

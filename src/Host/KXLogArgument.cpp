@@ -1,5 +1,7 @@
 #include "QuorCustomerService/Host/KXLogArgument.h"
 
+#include <nlohmann/json.hpp>
+
 namespace quor {
 
 std::string KXLogArgument::description() const {

@@ -1,5 +1,7 @@
 #include "QuorCustomerService/Message/KXCSEvaluateMessage.h"
 
+#include <nlohmann/json.hpp>
+
 #include "KXJsonTree.h"
 #include "Message/KXContentTypeDefinition.h"
 #include "Message/KXJsonReader.h"

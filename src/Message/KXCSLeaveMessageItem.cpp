@@ -1,5 +1,7 @@
 #include "QuorCustomerService/Message/KXCSLeaveMessageItem.h"
 
+#include <nlohmann/json.hpp>
+
 #include "Message/KXJsonReader.h"
 
 namespace quor {

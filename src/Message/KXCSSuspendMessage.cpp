@@ -1,5 +1,7 @@
 #include "QuorCustomerService/Message/KXCSSuspendMessage.h"
 
+#include <nlohmann/json.hpp>
+
 #include "Message/KXContentTypeDefinition.h"
 #include "Message/KXJsonWriter.h"
 

@@ -1,5 +1,7 @@
 #include "QuorCustomerService/Message/KXCSTerminateMessage.h"
 
+#include <nlohmann/json.hpp>
+
 #include "Message/KXContentTypeDefinition.h"
 #include "Message/KXJsonReader.h"
 #include "Support/KXLog.h"

@@ -1,5 +1,7 @@
 #include "QuorCustomerService/Message/KXCustomerServiceInfo.h"
 
+#include <nlohmann/json.hpp>
+
 #include "Message/KXJsonWriter.h"
 
 namespace quor {

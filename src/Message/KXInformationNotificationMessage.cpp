@@ -1,5 +1,7 @@
 #include "QuorCustomerService/Host/KXInformationNotificationMessage.h"
 
+#include <nlohmann/json.hpp>
+
 #include "Message/KXContentTypeDefinition.h"
 #include "Message/KXJsonReader.h"
 #include "Message/KXJsonWriter.h"

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <nlohmann/json.hpp>
 
 #include "KXJsonTree.h"
 #include "Support/KXLog.h"

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <initializer_list>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <string_view>
 #include <vector>

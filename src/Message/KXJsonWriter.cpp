@@ -1,5 +1,7 @@
 #include "Message/KXJsonWriter.h"
 
+#include <nlohmann/json.hpp>
+
 #include "KXJsonTree.h"
 #include "Message/KXJsonReader.h"
 

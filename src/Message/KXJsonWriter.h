@@ -2,6 +2,8 @@
 #pragma once
 
 #include "QuorCustomerService/Host/KXTypes.h"
+
+#include <nlohmann/json.hpp>
 #include "QuorCustomerService/Message/KXCSServiceIdentifiers.h"
 
 namespace quor {

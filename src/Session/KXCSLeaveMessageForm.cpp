@@ -1,6 +1,7 @@
 #include "Session/KXCSLeaveMessageForm.h"
 
 #include <cctype>
+#include <nlohmann/json.hpp>
 #include <unordered_map>
 
 namespace quor {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <mutex>
+#include <nlohmann/json.hpp>
 
 #include "Client/KXSessionHook.h"
 #include "QuorCustomerService/Host/KXTextMessage.h"

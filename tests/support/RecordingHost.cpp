@@ -2,6 +2,7 @@
 
 #include "KXJsonTree.h"
 
+#include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <thread>
 

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <nlohmann/json.hpp>
 
 #include "QuorXmppHost/QuorXmppErrors.h"
 #include "xmpp/XmppFixture.h"

@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <nlohmann/json.hpp>
 #include <string>
 
 #include "QuorDemoApp.h"

@@ -1,5 +1,7 @@
 #include "QuorReplayTrace.h"
 
+#include <nlohmann/json.hpp>
+
 #include "KXJsonTree.h"
 
 namespace quor {

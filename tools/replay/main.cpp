@@ -3,6 +3,7 @@
 // did (JSON Lines). See docs/replay.md.
 #include <cstdio>
 #include <map>
+#include <nlohmann/json.hpp>
 #include <set>
 #include <stdexcept>
 #include <string>

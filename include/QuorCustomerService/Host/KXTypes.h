@@ -1,7 +1,10 @@
 // Value types shared by the whole library: dictionaries, byte buffers and optional strings.
+// Only the dictionary's declaration is included here (the public headers take it by reference
+// or shared pointer); code that builds or reads dictionaries includes <nlohmann/json.hpp>, as
+// QuorCustomerService.h does.
 #pragma once
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 #include <optional>
 #include <string>
 

@@ -1,6 +1,7 @@
 #include "QuorXmppDesk/QuorXmppDesk.h"
 
 #include <iterator>
+#include <nlohmann/json.hpp>
 
 #include "QuorXmppHost/QuorDeskJid.h"
 
