@@ -1,6 +1,7 @@
 #include "QuorCustomerService/Extension/QuorCustomerServiceExtensionModule.h"
 
 #include <atomic>
+#include <mutex>
 
 #include "Client/KXSessionHook.h"
 #include "Message/KXMessageTypeTable.h"
@@ -48,6 +49,15 @@ void registerMessageTypes(const QuorCustomerServiceExtensionModule& module) {
 
 }  // namespace
 
+struct QuorCustomerServiceExtensionModule::State {
+  mutable std::mutex mutex;
+  std::vector<KXMessageContentType> messageTypeList;
+};
+
+QuorCustomerServiceExtensionModule::QuorCustomerServiceExtensionModule()
+    : state_(std::make_unique<State>()) {}
+QuorCustomerServiceExtensionModule::~QuorCustomerServiceExtensionModule() = default;
+
 QuorCustomerServiceExtensionModule& QuorCustomerServiceExtensionModule::loadQuorExtensionModule() {
   KXLog::info(KX_LOG_TAG, "QuorCustomerServiceExtensionModule loadQuorExtensionModule");
   // Made once and never destroyed, like the client it forwards to.
@@ -61,14 +71,14 @@ QuorCustomerServiceExtensionModule& QuorCustomerServiceExtensionModule::loadQuor
 }
 
 std::vector<KXMessageContentType> QuorCustomerServiceExtensionModule::messageTypeList() const {
-  std::lock_guard<std::mutex> lock(mutex_);
-  return messageTypeList_;
+  std::lock_guard<std::mutex> lock(state_->mutex);
+  return state_->messageTypeList;
 }
 
 void QuorCustomerServiceExtensionModule::setMessageTypeList(
     std::vector<KXMessageContentType> messageTypeList) {
-  std::lock_guard<std::mutex> lock(mutex_);
-  messageTypeList_.swap(messageTypeList);
+  std::lock_guard<std::mutex> lock(state_->mutex);
+  state_->messageTypeList.swap(messageTypeList);
 }
 
 void QuorCustomerServiceExtensionModule::destroyModule() {

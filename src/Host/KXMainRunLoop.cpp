@@ -1,7 +1,28 @@
 #include "QuorCustomerService/Host/KXMainRunLoop.h"
 
+#include <condition_variable>
+#include <deque>
+#include <mutex>
+
 namespace quor {
 
+struct KXMainRunLoop::Queue {
+  // The next closure, or null when none waits.
+  std::function<void()> take() {
+    std::lock_guard<std::mutex> lock(mutex);
+    if (closures.empty()) return nullptr;
+    auto closure = std::move(closures.front());
+    closures.pop_front();
+    return closure;
+  }
+
+  mutable std::mutex mutex;
+  std::condition_variable wake;
+  std::deque<std::function<void()>> closures;
+  bool quitRequested = false;
+};
+
+KXMainRunLoop::KXMainRunLoop() : queue_(std::make_unique<Queue>()) {}
 KXMainRunLoop::~KXMainRunLoop() = default;
 
 std::shared_ptr<KXMainRunLoop> KXMainRunLoop::defaultRunLoop() {
@@ -13,23 +34,15 @@ std::shared_ptr<KXMainRunLoop> KXMainRunLoop::defaultRunLoop() {
 void KXMainRunLoop::post(std::function<void()> closure) {
   if (!closure) return;
   {
-    std::lock_guard<std::mutex> lock(mutex_);
-    queue_.push_back(std::move(closure));
+    std::lock_guard<std::mutex> lock(queue_->mutex);
+    queue_->closures.push_back(std::move(closure));
   }
-  wake_.notify_one();
-}
-
-std::function<void()> KXMainRunLoop::take() {
-  std::lock_guard<std::mutex> lock(mutex_);
-  if (queue_.empty()) return nullptr;
-  auto closure = std::move(queue_.front());
-  queue_.pop_front();
-  return closure;
+  queue_->wake.notify_one();
 }
 
 std::size_t KXMainRunLoop::runUntilIdle() {
   std::size_t count = 0;
-  while (auto closure = take()) {
+  while (auto closure = queue_->take()) {
     closure();
     ++count;
   }
@@ -39,15 +52,16 @@ std::size_t KXMainRunLoop::runUntilIdle() {
 bool KXMainRunLoop::runOnce(std::chrono::milliseconds timeout) {
   std::function<void()> closure;
   {
-    std::unique_lock<std::mutex> lock(mutex_);
-    wake_.wait_for(lock, timeout, [this] { return !queue_.empty() || quitRequested_; });
-    if (quitRequested_) {
-      quitRequested_ = false;
+    std::unique_lock<std::mutex> lock(queue_->mutex);
+    queue_->wake.wait_for(lock, timeout,
+                          [this] { return !queue_->closures.empty() || queue_->quitRequested; });
+    if (queue_->quitRequested) {
+      queue_->quitRequested = false;
       return false;
     }
-    if (queue_.empty()) return false;
-    closure = std::move(queue_.front());
-    queue_.pop_front();
+    if (queue_->closures.empty()) return false;
+    closure = std::move(queue_->closures.front());
+    queue_->closures.pop_front();
   }
   closure();
   return true;
@@ -57,14 +71,15 @@ void KXMainRunLoop::run() {
   for (;;) {
     std::function<void()> closure;
     {
-      std::unique_lock<std::mutex> lock(mutex_);
-      wake_.wait(lock, [this] { return !queue_.empty() || quitRequested_; });
-      if (quitRequested_) {
-        quitRequested_ = false;
+      std::unique_lock<std::mutex> lock(queue_->mutex);
+      queue_->wake.wait(lock,
+                        [this] { return !queue_->closures.empty() || queue_->quitRequested; });
+      if (queue_->quitRequested) {
+        queue_->quitRequested = false;
         return;
       }
-      closure = std::move(queue_.front());
-      queue_.pop_front();
+      closure = std::move(queue_->closures.front());
+      queue_->closures.pop_front();
     }
     closure();
   }
@@ -72,15 +87,15 @@ void KXMainRunLoop::run() {
 
 void KXMainRunLoop::quit() {
   {
-    std::lock_guard<std::mutex> lock(mutex_);
-    quitRequested_ = true;
+    std::lock_guard<std::mutex> lock(queue_->mutex);
+    queue_->quitRequested = true;
   }
-  wake_.notify_all();
+  queue_->wake.notify_all();
 }
 
 std::size_t KXMainRunLoop::pendingCount() const {
-  std::lock_guard<std::mutex> lock(mutex_);
-  return queue_.size();
+  std::lock_guard<std::mutex> lock(queue_->mutex);
+  return queue_->closures.size();
 }
 
 }  // namespace quor

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <mutex>
+#include <memory>
 #include <vector>
 
 #include "QuorCustomerService/Host/QuorIMLibExtensionModule.h"
@@ -42,11 +42,11 @@ class QUOR_CS_EXPORT QuorCustomerServiceExtensionModule : public QuorIMLibExtens
   QuorCustomerServiceExtensionModule& operator=(const QuorCustomerServiceExtensionModule&) = delete;
 
  private:
-  QuorCustomerServiceExtensionModule() = default;
-  ~QuorCustomerServiceExtensionModule() override = default;
+  QuorCustomerServiceExtensionModule();
+  ~QuorCustomerServiceExtensionModule() override;
 
-  mutable std::mutex mutex_;
-  std::vector<KXMessageContentType> messageTypeList_;
+  struct State;  // the type list and its lock
+  std::unique_ptr<State> state_;
 };
 
 }  // namespace quor

@@ -1,12 +1,9 @@
 #pragma once
 
 #include <chrono>
-#include <condition_variable>
 #include <cstddef>
-#include <deque>
 #include <functional>
 #include <memory>
-#include <mutex>
 
 #include "QuorCustomerService/Host/KXMainThreadDispatcher.h"
 
@@ -18,8 +15,10 @@ namespace quor {
 // Closures run outside the queue's lock, so they may post further closures.
 class QUOR_CS_EXPORT KXMainRunLoop : public KXMainThreadDispatcher {
  public:
-  KXMainRunLoop() = default;
+  KXMainRunLoop();
   ~KXMainRunLoop() override;
+  KXMainRunLoop(const KXMainRunLoop&) = delete;
+  KXMainRunLoop& operator=(const KXMainRunLoop&) = delete;
 
   // The process-wide default run loop used when no dispatcher is installed.
   static std::shared_ptr<KXMainRunLoop> defaultRunLoop();
@@ -39,12 +38,8 @@ class QUOR_CS_EXPORT KXMainRunLoop : public KXMainThreadDispatcher {
   std::size_t pendingCount() const;
 
  private:
-  std::function<void()> take();
-
-  mutable std::mutex mutex_;
-  std::condition_variable wake_;
-  std::deque<std::function<void()>> queue_;
-  bool quitRequested_ = false;
+  struct Queue;  // the closures, their lock and the quit request
+  std::unique_ptr<Queue> queue_;
 };
 
 }  // namespace quor

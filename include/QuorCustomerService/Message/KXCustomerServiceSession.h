@@ -3,7 +3,6 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <string>
 
 #include "QuorCustomerService/Host/KXTypes.h"
@@ -44,6 +43,11 @@ class KXCSHandShakeResponseMessage;
 // host runs). Getters return copies.
 class QUOR_CS_EXPORT KXCustomerServiceSession {
  public:
+  KXCustomerServiceSession();
+  ~KXCustomerServiceSession();
+  KXCustomerServiceSession(const KXCustomerServiceSession&) = delete;
+  KXCustomerServiceSession& operator=(const KXCustomerServiceSession&) = delete;
+
   // uid, cid and pid as one consistent snapshot: never two of them from different handshakes.
   KXCSServiceIdentifiers identifiers() const;
   // Takes a successful handshake response's identifiers, type, robot fields, groups and flags
@@ -93,23 +97,8 @@ class QUOR_CS_EXPORT KXCustomerServiceSession {
   void setEvaConfigBlock(KXEvaConfigBlock block);
 
  private:
-  mutable std::mutex mutex_;
-  KXCSServiceIdentifiers ids_;
-  bool isQuited_ = false;
-  bool suspendWhenQuit_ = false;
-  KXCustomerServiceGroupList groupList_;
-  bool reportResolveStatus_ = false;
-  int32_t type_ = 0;
-  KXString robotName_;
-  KXString robotLogo_;
-  KXString robotHelloWord_;
-  KXModeTypeBlock modeTypeBlock_;
-  KXSuccessBlock successBlock_;
-  KXErrorBlock errorBlock_;
-  KXPullEvaluationBlock pullEvaluationBlock_;
-  KXSelectGroupBlock selectGroupBlock_;
-  KXQuitBlock quitBlock_;
-  KXEvaConfigBlock evaConfigBlock_;
+  struct State;  // every property and the lock that guards them
+  std::unique_ptr<State> state_;
 };
 
 }  // namespace quor
