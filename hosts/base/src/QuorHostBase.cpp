@@ -5,17 +5,12 @@
 #include "QuorCustomerService/Host/KXHostConstants.h"
 #include "QuorCustomerService/Host/KXInformationNotificationMessage.h"
 #include "QuorCustomerService/Host/KXTextMessage.h"
-#include "QuorHostBase/QuorRawContent.h"
 
 namespace quor {
 namespace {
 constexpr int32_t kDirectionSend = 1;
 thread_local std::string threadNameOfThisThread;
 }  // namespace
-
-uint32_t QuorRawContent::messagePersistentFlag() const {
-  return KXMessagePersistentFlagIsPersisted;
-}
 
 QuorHostBase::QuorHostBase()
     : mainRunLoop_(std::make_shared<KXMainRunLoop>()), logSink_([](const QuorLogEntry& entry) {
@@ -44,35 +39,13 @@ QuorIMLibExtensionModule& QuorHostBase::loadExtensionModule() {
   // The module registers its types with the host installed at its first load, once per
   // process: a host made later (another test, a new login) takes them from the module.
   for (const auto& type : module.messageTypeList()) {
-    bool known;
-    {
-      std::lock_guard<std::mutex> lock(mutex_);
-      known = types_.count(type.objectName()) != 0;
-    }
-    if (!known) registerMessageType(type);
+    if (!types_.knows(type.objectName())) registerMessageType(type);
   }
   loadExtensionModule(module);
   return module;
 }
 
-void QuorHostBase::loadExtensionModule(QuorIMLibExtensionModule& module) {
-  {
-    std::lock_guard<std::mutex> lock(mutex_);
-    for (auto* loaded : modules_) {
-      if (loaded == &module) return;
-    }
-  }
-  // Asked outside the lock: the module may log.
-  const auto signals = module.getSignalMessageClassList();
-  std::lock_guard<std::mutex> lock(mutex_);
-  for (const auto& type : signals) signals_.insert(type.objectName());
-  modules_.push_back(&module);
-}
-
-bool QuorHostBase::isSignal(const std::string& objectName) const {
-  std::lock_guard<std::mutex> lock(mutex_);
-  return signals_.count(objectName) != 0;
-}
+void QuorHostBase::loadExtensionModule(QuorIMLibExtensionModule& module) { modules_.load(module); }
 
 std::string QuorHostBase::threadName() {
   return threadNameOfThisThread.empty() ? "main" : threadNameOfThisThread;
@@ -141,11 +114,7 @@ std::shared_ptr<KXMessage> QuorHostBase::send(int32_t conversationType, const KX
   return record;
 }
 
-void QuorHostBase::registerMessageType(const KXMessageContentType& type) {
-  std::lock_guard<std::mutex> lock(mutex_);
-  if (types_.count(type.objectName()) == 0) registrationOrder_.push_back(type.objectName());
-  types_[type.objectName()] = type;
-}
+void QuorHostBase::registerMessageType(const KXMessageContentType& type) { types_.add(type); }
 
 void QuorHostBase::setLogSink(LogSink sink, int32_t maxLevel) {
   std::lock_guard<std::mutex> lock(mutex_);
@@ -180,34 +149,24 @@ void QuorHostBase::registerHostTypes() {
   QuorHostBase::registerMessageType(KXMessageContentType::of<KXInformationNotificationMessage>());
 }
 
-std::vector<QuorIMLibExtensionModule*> QuorHostBase::loadedModules() const {
-  std::lock_guard<std::mutex> lock(mutex_);
-  return modules_;
-}
+std::vector<KXMessageContentType> QuorHostBase::registeredTypes() const { return types_.types(); }
 
-std::vector<KXMessageContentType> QuorHostBase::registeredTypes() const {
-  std::lock_guard<std::mutex> lock(mutex_);
-  std::vector<KXMessageContentType> types;
-  for (const auto& name : registrationOrder_) types.push_back(types_.at(name));
-  return types;
-}
-
-std::shared_ptr<KXMessageContent> QuorHostBase::contentFor(const std::string& objectName) const {
-  KXMessageContentType type;
-  {
-    std::lock_guard<std::mutex> lock(mutex_);
-    const auto it = types_.find(objectName);
-    if (it != types_.end()) type = it->second;
-  }
-  if (auto content = type.create()) return content;
-  return std::make_shared<QuorRawContent>(objectName);
-}
-
-bool QuorHostBase::offerToModules(const std::shared_ptr<KXMessage>& message, bool offline) const {
-  bool held = false;
-  for (auto* module : loadedModules())
-    held = module->didHoldReceivedMessage(message, offline) || held;
-  return held;
+bool QuorHostBase::receive(const QuorReceivedMessage& received) {
+  auto content = contentFor(received.objectName);
+  content->decodeWithData(received.body);
+  auto message =
+      std::make_shared<KXMessage>(received.conversationType, received.targetId,
+                                  KXMessageDirectionReceive, received.messageId, content);
+  message->setSenderUserId(received.senderUserId);
+  message->setSentTime(received.sentTime);
+  message->setObjectName(received.objectName);
+  // Every module is offered every message; a held message or a signal goes no further.
+  if (modules_.offer(message, received.offline)) return true;
+  if (modules_.isSignal(received.objectName)) return false;
+  const bool persisted = content->messagePersistentFlag() & KXMessagePersistentFlagIsPersisted;
+  if (persisted && !storeReceived(message, received)) return false;
+  notifyListeners(message);
+  return false;
 }
 
 }  // namespace quor

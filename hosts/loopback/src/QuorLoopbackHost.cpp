@@ -109,18 +109,22 @@ void QuorLoopbackHost::receiveAsync(QuorWireMessage message) {
 
 bool QuorLoopbackHost::deliver(QuorWireMessage wire) {
   if (auto watcher = observer()) watcher->onWire(wire, false);
-  auto content = contentFor(wire.objectName);
-  content->decodeWithData(wire.body);
-  auto message = std::make_shared<KXMessage>(wire.conversationType, wire.targetId,
-                                             KXMessageDirectionReceive, wire.messageId, content);
-  message->setSenderUserId(wire.senderUserId);
-  message->setSentTime(wire.sentTime);
-  message->setObjectName(wire.objectName);
-  if (offerToModules(message, wire.offline)) return true;
-  if (isSignal(wire.objectName)) return false;
-  if (content->messagePersistentFlag() & KXMessagePersistentFlagIsPersisted) store(message);
-  notifyListeners(message);
-  return false;
+  QuorReceivedMessage received;
+  received.conversationType = wire.conversationType;
+  received.targetId = wire.targetId;
+  received.senderUserId = wire.senderUserId;
+  received.objectName = wire.objectName;
+  received.body = wire.body;
+  received.sentTime = wire.sentTime;
+  received.messageId = wire.messageId;
+  received.offline = wire.offline;
+  return QuorHostBase::receive(received);
+}
+
+bool QuorLoopbackHost::storeReceived(const std::shared_ptr<KXMessage>& message,
+                                     const QuorReceivedMessage&) {
+  store(message);
+  return true;
 }
 
 std::shared_ptr<KXMessage> QuorLoopbackHost::insertIncomingMessage(

@@ -186,36 +186,37 @@ void QuorXmppHost::onLog(int32_t level, const std::string& area, const std::stri
 }
 
 void QuorXmppHost::deliver(const QuorXmppPayload& payload) {
-  const std::string originKey = originKeyOf(payload);
-  if (!originKey.empty() && seenBefore(originKey)) return;
+  QuorReceivedMessage received;
+  received.storeKey = originKeyOf(payload);
+  if (!received.storeKey.empty() && seenBefore(received.storeKey)) return;
   observeWire(payload, false);
-  const std::string deskId = QuorDeskJid::fromJid(payload.peer, deskDomain_);
-  auto content = contentFor(payload.objectName);
-  content->decodeWithData(payload.body);
-  auto message = std::make_shared<KXMessage>(KXConversationTypeCustomerService, deskId,
-                                             KXMessageDirectionReceive, 0, content);
-  message->setSenderUserId(payload.sender.empty() ? deskId : payload.sender);
-  message->setSentTime(payload.stamp > 0 ? payload.stamp : QuorXmppStanza::wallClockMs());
-  message->setObjectName(payload.objectName);
-  if (offerToModules(message, payload.offline) || isSignal(payload.objectName)) return;
-  if (isStored(content)) {
-    QuorStoredMessage stored{0,
-                             message->conversationType(),
-                             deskId,
-                             KXMessageDirectionReceive,
-                             message->senderUserId(),
-                             payload.objectName,
-                             payload.body,
-                             message->sentTime(),
-                             0,
-                             QuorDeliveryStatus::Sent,
-                             {}};
-    const auto inserted = store(stored, originKey, message);
-    // Stored before, by an earlier run of the host: the application has seen it.
-    if (inserted == QuorMessageStore::Insert::Duplicate) return;
-    if (inserted == QuorMessageStore::Insert::Stored) message->setMessageId(stored.id);
-  }
-  notifyListeners(message);
+  received.targetId = QuorDeskJid::fromJid(payload.peer, deskDomain_);
+  received.senderUserId = payload.sender.empty() ? received.targetId : KXString(payload.sender);
+  received.objectName = payload.objectName;
+  received.body = payload.body;
+  received.sentTime = payload.stamp > 0 ? payload.stamp : QuorXmppStanza::wallClockMs();
+  received.offline = payload.offline;
+  receive(received);
+}
+
+bool QuorXmppHost::storeReceived(const std::shared_ptr<KXMessage>& message,
+                                 const QuorReceivedMessage& received) {
+  QuorStoredMessage stored{0,
+                           message->conversationType(),
+                           received.targetId.value_or(""),
+                           KXMessageDirectionReceive,
+                           message->senderUserId(),
+                           received.objectName,
+                           received.body,
+                           message->sentTime(),
+                           0,
+                           QuorDeliveryStatus::Sent,
+                           {}};
+  const auto inserted = store(stored, received.storeKey, message);
+  // Stored before, by an earlier run of the host: the application has seen it.
+  if (inserted == QuorMessageStore::Insert::Duplicate) return false;
+  if (inserted == QuorMessageStore::Insert::Stored) message->setMessageId(stored.id);
+  return true;
 }
 
 void QuorXmppHost::setWireObserver(WireObserver observer) {

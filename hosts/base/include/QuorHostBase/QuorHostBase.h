@@ -2,10 +2,8 @@
 
 #include <atomic>
 #include <functional>
-#include <map>
 #include <memory>
 #include <mutex>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -16,22 +14,25 @@
 #include "QuorCustomerService/Host/KXMainRunLoop.h"
 #include "QuorCustomerService/Host/KXMainThreadDispatcher.h"
 #include "QuorHostBase/QuorLogEntry.h"
+#include "QuorHostBase/QuorModuleSet.h"
 #include "QuorHostBase/QuorOutgoingSend.h"
 #include "QuorHostBase/QuorPendingSend.h"
+#include "QuorHostBase/QuorReceivedMessage.h"
+#include "QuorHostBase/QuorTypeRegistry.h"
 
 namespace quor {
 
 // What every host in this repository shares: installing itself as the library's core client,
-// logger, local configuration and main dispatcher; the table of registered message types and
-// the fresh instance per received message; the bookkeeping of a send (its record, its encoded
-// body, closures reported at most once); the loaded extension modules and offering each
-// received message to them; the local setting csSuspendWhenLeave.
+// logger, local configuration and main dispatcher; the registered message types
+// (QuorTypeRegistry) and the loaded extension modules (QuorModuleSet); the bookkeeping of a send
+// (its record, its encoded body, closures reported at most once); the one receive pipeline
+// (decode, offer to the modules, drop signals, store, hand on to the listeners); the local
+// setting csSuspendWhenLeave; the application's message listeners; the main thread, a run loop
+// the application drains unless a host posts elsewhere; thread names for records and log
+// entries.
 //
-// the application's message listeners; the main thread, a run loop the application drains
-// unless a host posts elsewhere; thread names for records and log entries.
-//
-// A host adds its transport (transmit()) and its store (insertIncomingMessage(),
-// onReceiveFakeMessage()).
+// A host adds its transport (transmit(), and receive() for what arrives) and its store
+// (storeReceived(), insertIncomingMessage(), onReceiveFakeMessage()).
 //
 // Threads: every operation may be called from any thread. The base holds its lock only for its
 // own bookkeeping, never while it calls the library, a closure, a listener or a derived class.
@@ -113,19 +114,28 @@ class QuorHostBase : public KXCoreClient,
   virtual void observeLog(const QuorLogEntry& /*entry*/) {}
 
   // A fresh instance of the type registered under `objectName`, or a QuorRawContent.
-  std::shared_ptr<KXMessageContent> contentFor(const std::string& objectName) const;
+  std::shared_ptr<KXMessageContent> contentFor(const std::string& objectName) const {
+    return types_.contentFor(objectName);
+  }
+  // The receive pipeline, on the host's delivery thread: decodes the message into a fresh
+  // content, offers it to every loaded module, and unless one held it or it is a signal, stores
+  // it (storeReceived(), for contents that are persisted) and hands it to the listeners.
+  // Returns whether a module held it.
+  bool receive(const QuorReceivedMessage& received);
+  // Stores a received, persisted message; `message` may take the store's id. False when the
+  // store already had it (an earlier run saw it): the listeners are not told again. The
+  // default stores nothing.
+  virtual bool storeReceived(const std::shared_ptr<KXMessage>& /*message*/,
+                             const QuorReceivedMessage& /*received*/) {
+    return true;
+  }
   // Registers the host's own contents, text and grey notice, so that a text from the desk
   // decodes into a KXTextMessage.
   void registerHostTypes();
   // The loaded extension modules, in load order.
-  std::vector<QuorIMLibExtensionModule*> loadedModules() const;
+  std::vector<QuorIMLibExtensionModule*> loadedModules() const { return modules_.modules(); }
   // Passes an entry to the sink (when its level passes the filter) and to observeLog().
   void writeEntry(const QuorLogEntry& entry);
-  // Whether a loaded module named `objectName` a signal type: such messages are never stored
-  // and never shown to the application's listeners.
-  bool isSignal(const std::string& objectName) const;
-  // Offers a received message to each loaded module; true when one of them holds it.
-  bool offerToModules(const std::shared_ptr<KXMessage>& message, bool offline) const;
   // Hands a message to the application's listeners on the main thread.
   void notifyListeners(const std::shared_ptr<KXMessage>& message);
 
@@ -138,10 +148,8 @@ class QuorHostBase : public KXCoreClient,
 
   const std::shared_ptr<KXMainRunLoop> mainRunLoop_;
   mutable std::mutex mutex_;
-  std::map<std::string, KXMessageContentType> types_;
-  std::vector<std::string> registrationOrder_;
-  std::vector<QuorIMLibExtensionModule*> modules_;
-  std::set<std::string> signals_;
+  QuorTypeRegistry types_;
+  QuorModuleSet modules_;
   std::vector<MessageListener> listeners_;
   LogSink logSink_;
   int32_t logMaxLevel_ = 2;

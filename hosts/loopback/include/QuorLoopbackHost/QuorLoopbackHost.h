@@ -80,6 +80,8 @@ class QuorLoopbackHost : public QuorHostBase {
   struct WaitingSend;
   void report(const std::shared_ptr<WaitingSend>& waiting, bool ok, int64_t errorCode);
   bool deliver(QuorWireMessage message);
+  bool storeReceived(const std::shared_ptr<KXMessage>& message,
+                     const QuorReceivedMessage& received) override;
   void store(const std::shared_ptr<KXMessage>& message);
   std::shared_ptr<QuorLoopbackObserver> observer() const;
 

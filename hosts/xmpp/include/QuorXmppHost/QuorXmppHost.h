@@ -146,6 +146,8 @@ class QuorXmppHost : public QuorHostBase, private QuorXmppConnection::Events {
   void onLog(int32_t level, const std::string& area, const std::string& text) override;
 
   void deliver(const QuorXmppPayload& payload);
+  bool storeReceived(const std::shared_ptr<KXMessage>& message,
+                     const QuorReceivedMessage& received) override;
   // Whether a message with this origin key was taken before (and remembers it if not).
   bool seenBefore(const std::string& originKey);
   std::shared_ptr<KXMessage> recordOf(const QuorStoredMessage& stored) const;
