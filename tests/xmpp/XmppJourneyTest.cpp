@@ -1,5 +1,10 @@
 // Whole services over a real XMPP server: the customer on QuorXmppHost, the desk simulator on
 // the same server.
+#include <unistd.h>
+
+#include <filesystem>
+
+#include "QuorPrivateServer/QuorChildProcess.h"
 #include "xmpp/XmppFixture.h"
 
 namespace quor::test {
@@ -47,6 +52,30 @@ INSTANTIATE_TEST_SUITE_P(
         ServiceTypeCase{R"({"serviceType": 4, "switchToHumanAtStart": true, "groups": null})",
                         {"success", "mode(2)", "mode(2)"},
                         "Hello, this is Lin from After-sales. Let me look at your order."}));
+
+#ifdef QUOR_CS_DEMO_PROGRAM
+// The demo reaches a server and a desk that run already, as a developer points it at their own.
+TEST_F(XmppFixture, TheDemoReachesAnExistingServerAndDesk) {
+  startDesk();
+  const std::string output =
+      ::testing::TempDir() + "/demo-existing-" + std::to_string(::getpid()) + ".txt";
+  std::string error;
+  auto demo = QuorChildProcess::start(
+      {QUOR_CS_DEMO_PROGRAM, "--server", "127.0.0.1:" + std::to_string(server->port()), "--desk",
+       QuorDeskJid::toJid("quor-shop", "localhost"), "--account", "alice@localhost", "--password",
+       "alice-pw"},
+      output, &error);
+  ASSERT_TRUE(demo) << error;
+  const bool completed = demo->waitForOutput("Journey complete.", 0, kPatience * 3, &error);
+  const std::string transcript = QuorChildProcess::readFile(output);
+  demo.reset();
+  std::filesystem::remove(output);
+  ASSERT_TRUE(completed) << error;
+  EXPECT_NE(transcript.find("Connecting to 127.0.0.1:"), std::string::npos) << transcript;
+  EXPECT_NE(transcript.find("mode: human agent"), std::string::npos) << transcript;
+  EXPECT_NE(transcript.find("Ava: Orders ship"), std::string::npos) << transcript;
+}
+#endif
 
 }  // namespace
 }  // namespace quor::test

@@ -11,32 +11,106 @@
 namespace quor {
 namespace {
 
-const char* modeName(KXCSModeType mode) {
-  switch (mode) {
-    case KXCSModeNoService:
-      return "no service";
-    case KXCSModeRobotOnly:
-      return "robot only";
-    case KXCSModeHuman:
-      return "human agent";
-    case KXCSModeRobotFirst:
-      return "robot first, an agent can be asked for";
-  }
-  return "unknown";
-}
-
 void status(const std::string& line) { std::printf("  * %s\n", line.c_str()); }
 
 }  // namespace
 
-QuorDemoApp::QuorDemoApp(QuorHostBase& host, std::string deskId, std::function<void()> settle,
+// What the customer sees: every report of the service, printed as it comes.
+class QuorDemoApp::Screen : public KXCSServiceObserver {
+ public:
+  void onStateChanged(const KXCSServiceStatus& s) override {
+    using State = KXCSServiceState;
+    switch (s.state) {
+      case State::Connected:
+        config = s.config;
+        status("connected to " +
+               (config ? config->companyName().value_or("the desk") : "the desk"));
+        if (config && config->announceMsg()) status("announcement: " + *config->announceMsg());
+        if (s.reason == KXCSServiceReason::Blocked) status("the desk says: " + s.text);
+        break;
+      case State::Robot:
+        status(
+            std::string("mode: ") +
+            (s.canAskForAgent ? "robot first, an agent can be asked for" : "robot only") +
+            (s.reason == KXCSServiceReason::NoAgentAvailable ? " (no agent was available)" : ""));
+        break;
+      case State::ChoosingGroup: {
+        std::string names;
+        for (const auto& group : *s.groups) {
+          names += (names.empty() ? "" : ", ") + group->name().value_or("?") + " [" +
+                   group->groupId().value_or("") + "]" + (group->online() ? "" : " (offline)");
+        }
+        status("choose a group: " + names);
+        groups = s.groups;
+        break;
+      }
+      case State::WaitingForAgent:
+        status("waiting for an agent");
+        break;
+      case State::Agent:
+        status("mode: human agent");
+        break;
+      case State::Ended:
+        status("service ended: " + (s.text.empty() ? toString(s.reason) : s.text));
+        ended = true;
+        break;
+      case State::Failed:
+        status("could not connect (" + std::to_string(s.code) + "): " + s.text);
+        failed = true;
+        break;
+      case State::NotStarted:
+      case State::Connecting:
+        break;
+    }
+  }
+  void onRatingRequested(const KXString& dialogId) override {
+    status("the desk asks for a rating of " + dialogId.value_or("the dialog"));
+  }
+  void onMessageLeft(bool sent, int64_t value) override {
+    status(sent ? "message left (id " + std::to_string(value) + ")"
+                : "leaving the message failed: " + std::to_string(value));
+  }
+  void onMessage(const KXCSConversationMessage& line) override {
+    switch (line.author) {
+      case KXCSMessageAuthor::Customer:
+        std::printf("You: %s\n", line.text.c_str());
+        break;
+      case KXCSMessageAuthor::Notice:
+        std::printf("  -- %s --\n", line.text.c_str());
+        break;
+      case KXCSMessageAuthor::Robot:
+      case KXCSMessageAuthor::Agent:
+        std::printf("%s: %s\n", line.senderName.empty() ? "Desk" : line.senderName.c_str(),
+                    line.text.c_str());
+        break;
+    }
+  }
+  void onMessageDelivery(const KXCSConversationMessage& line) override {
+    if (line.delivery == KXCSDelivery::Failed)
+      status("not sent (" + std::to_string(line.errorCode) + "): " + line.text);
+  }
+
+  std::shared_ptr<KXCustomerServiceConfig> config;
+  KXCustomerServiceGroupList groups;
+  bool ended = false;
+  bool failed = false;
+};
+
+QuorDemoApp::QuorDemoApp(std::string deskId, std::function<void()> settle,
                          const KXDictionary* profile)
-    : host_(host),
-      deskId_(std::move(deskId)),
+    : deskId_(std::move(deskId)),
       settle_(std::move(settle)),
       profile_(profile ? *profile : KXDictionary()),
-      client_(KXCustomerServiceClient::sharedCustomerServiceClient()) {
-  host_.addMessageListener([](const std::shared_ptr<KXMessage>& message) { show(*message); });
+      screen_(std::make_shared<Screen>()),
+      service_(KXCSService::make(deskId_, screen_)) {}
+
+QuorDemoApp::~QuorDemoApp() {
+  service_.reset();
+  settle_();
+}
+
+void QuorDemoApp::refused(KXCSServiceResult result) {
+  status(std::string("not now: ") + KXCSService::resultName(result));
 }
 
 bool QuorDemoApp::start() {
@@ -45,82 +119,54 @@ bool QuorDemoApp::start() {
   info->setName("Mei");
   info->setPage("orders");
   std::printf("Opening customer service with desk %s\n", deskId_.c_str());
-  client_.startCustomerService(
-      deskId_, info,
-      [this](std::shared_ptr<KXCustomerServiceConfig> config) {
-        config_ = config;
-        status("connected to " + config->companyName().value_or("the desk"));
-        if (config->announceMsg()) status("announcement: " + *config->announceMsg());
-      },
-      [this](int64_t code, const std::string& text) {
-        status("could not connect (" + std::to_string(code) + "): " + text);
-        failed_ = true;
-      },
-      [](KXCSModeType mode) { status(std::string("mode: ") + modeName(mode)); },
-      [this](const KXString& dialogId) {
-        status("the desk asks for a rating of " + dialogId.value_or("the dialog"));
-        pendingDialog_ = dialogId;
-      },
-      [this](const KXCustomerServiceGroupList& groups) {
-        std::string names;
-        for (const auto& group : *groups) {
-          names += (names.empty() ? "" : ", ") + group->name().value_or("?") + " [" +
-                   group->groupId().value_or("") + "]" + (group->online() ? "" : " (offline)");
-        }
-        status("choose a group: " + names);
-        groups_ = groups;
-      },
-      [this](const std::string& text) {
-        status("service ended: " + text);
-        ended_ = true;
-      });
-  client_.getHumanEvaluateCustomerServiceConfig([](const std::shared_ptr<const KXDictionary>&) {});
+  service_->start(info, std::chrono::seconds(15));
   settle_();
-  return !failed_ && config_;
+  return !screen_->failed && screen_->config;
 }
 
 void QuorDemoApp::say(const std::string& text) {
-  std::printf("You: %s\n", text.c_str());
-  host_.sendMessage(KXConversationTypeCustomerService, deskId_,
-                    KXTextMessage::messageWithContent(text), std::nullopt, std::nullopt, nullptr,
-                    nullptr);
+  const auto result = service_->sendText(text);
+  if (result != KXCSServiceResult::Done) refused(result);
   settle_();
 }
 
 void QuorDemoApp::askForAgent() {
   std::printf("You: (asks for a human agent)\n");
-  client_.switchToHumanMode(deskId_);
+  const auto result = service_->askForAgent();
+  if (result != KXCSServiceResult::Done) refused(result);
   settle_();
 }
 
 void QuorDemoApp::chooseGroup(const std::string& groupId) {
   std::printf("You: (chooses the group %s)\n", groupId.c_str());
-  client_.selectCustomerServiceGroup(deskId_, groupId);
+  const auto result = service_->chooseGroup(groupId);
+  if (result != KXCSServiceResult::Done) refused(result);
   settle_();
 }
 
 void QuorDemoApp::rate(int stars, const std::string& suggestion) {
   std::printf("You: (rates the agent %d stars: \"%s\")\n", stars, suggestion.c_str());
-  client_.evaluateCustomerService(deskId_, pendingDialog_, stars, suggestion, 1);
+  KXCSAgentRating rating;
+  rating.stars = stars;
+  rating.suggestion = suggestion;
+  rating.resolved = 1;
+  const auto result = service_->rateAgent(rating);
+  if (result != KXCSServiceResult::Done) refused(result);
   settle_();
 }
 
 void QuorDemoApp::leaveMessage(const KXDictionary& form) {
   std::printf("You: (leaves a message: %s)\n", form.dump().c_str());
-  client_.leaveMessageCustomerService(
-      deskId_, std::make_shared<const KXDictionary>(form),
-      [this](int64_t id) {
-        host_.post([id] { status("message left (id " + std::to_string(id) + ")"); });
-      },
-      [this](int64_t code, int64_t) {
-        host_.post([code] { status("leaving the message failed: " + std::to_string(code)); });
-      });
+  const auto check = service_->leaveMessage(form);
+  for (const auto& [field, problem] : check.fieldErrors) status(field + ": " + problem);
+  if (check.webFormUrl) status("the desk takes messages on " + *check.webFormUrl);
+  if (check.result != KXCSServiceResult::Done) refused(check.result);
   settle_();
 }
 
 void QuorDemoApp::stop() {
   std::printf("You: (closes the service)\n");
-  client_.stopCustomerService(deskId_);
+  service_->end();
   settle_();
 }
 
@@ -131,7 +177,8 @@ int QuorDemoApp::runJourney() {
   }
   for (const auto& question : robotQuestions()) say(question);
   askForAgent();
-  if (groups_ && !groups_->empty()) chooseGroup(*groups_->back()->groupId());
+  if (screen_->groups && !screen_->groups->empty())
+    chooseGroup(*screen_->groups->back()->groupId());
   if (profile_.is_null()) {
     say("I would like to return order 1024.");
     say("When do I get my money back?");
@@ -144,8 +191,9 @@ int QuorDemoApp::runJourney() {
   // for every field.
   KXDictionary form = KXDictionary::object();
   std::unordered_set<std::string> named;
-  if (config_ && config_->leaveMessageNativeInfo()) {
-    for (const auto& field : *config_->leaveMessageNativeInfo()) {
+  const auto& config = screen_->config;
+  if (config && config->leaveMessageNativeInfo()) {
+    for (const auto& field : *config->leaveMessageNativeInfo()) {
       const std::string name = field && field->name() ? *field->name() : "field";
       if (!named.insert(name).second) continue;
       form.get_ref<KXDictionary::object_t&>().emplace_back(
@@ -155,7 +203,7 @@ int QuorDemoApp::runJourney() {
     }
   }
   leaveMessage(form);
-  if (!ended_) stop();
+  if (!screen_->ended) stop();
   std::printf("Journey complete.\n");
   return 0;
 }
@@ -165,7 +213,8 @@ int QuorDemoApp::runInteractive() {
   std::printf(
       "Type a message, or: /human, /group ID, /rate STARS [TEXT], /leave TEXT, /stop, /quit\n");
   std::string line;
-  while (!ended_ && std::printf("> ") && std::fflush(stdout) == 0 && std::getline(std::cin, line)) {
+  while (!screen_->ended && std::printf("> ") && std::fflush(stdout) == 0 &&
+         std::getline(std::cin, line)) {
     std::istringstream words(line);
     std::string command;
     words >> command;
@@ -215,8 +264,9 @@ std::vector<std::string> QuorDemoApp::robotQuestions() const {
 
 int QuorDemoApp::bestStars() const {
   int best = 0;
-  if (config_ && config_->humanEvaluateItems()) {
-    for (const auto& option : *config_->humanEvaluateItems()) {
+  const auto& config = screen_->config;
+  if (config && config->humanEvaluateItems()) {
+    for (const auto& option : *config->humanEvaluateItems()) {
       if (option) best = std::max(best, static_cast<int>(option->value()));
     }
   }
@@ -235,34 +285,7 @@ void QuorDemoApp::rateFromInput(const std::string& input) {
     std::printf("  * /rate takes a number of stars: /rate STARS [TEXT]\n");
     return;
   }
-  std::string offered;
-  bool allowed =
-      !config_ || !config_->humanEvaluateItems() || config_->humanEvaluateItems()->empty();
-  if (config_ && config_->humanEvaluateItems()) {
-    for (const auto& option : *config_->humanEvaluateItems()) {
-      if (!option) continue;
-      allowed = allowed || option->value() == stars;
-      offered += (offered.empty() ? "" : ", ") + std::to_string(option->value());
-    }
-  }
-  if (!allowed) {
-    std::printf("  * the desk offers only these ratings: %s\n", offered.c_str());
-    return;
-  }
   rate(static_cast<int>(stars), suggestion);
-}
-
-void QuorDemoApp::show(const KXMessage& message) {
-  if (auto* text = dynamic_cast<KXTextMessage*>(message.content().get())) {
-    const auto& sender = text->senderUserInfo();
-    const std::string name = sender && sender->name() ? *sender->name() : "Desk";
-    std::printf("%s: %s\n", name.c_str(), text->content().value_or("").c_str());
-  } else if (auto* notice =
-                 dynamic_cast<KXInformationNotificationMessage*>(message.content().get())) {
-    std::printf("  -- %s --\n", notice->message().value_or("").c_str());
-  } else if (auto* digest = message.content().get(); digest && digest->conversationDigest()) {
-    std::printf("  [%s] %s\n", digest->objectName().c_str(), digest->conversationDigest()->c_str());
-  }
 }
 
 }  // namespace quor

@@ -35,26 +35,44 @@ std::unique_ptr<QuorXmppDemo> QuorXmppDemo::start(const Options& options, std::s
   std::printf("Started processes: server pid %d, desk pid %d\n",
               static_cast<int>(demo->server_->pid()), static_cast<int>(demo->desk_->pid()));
 
+  if (!demo->startCustomer(demo->server_->account("mei", "mei-secret"), "", options.wire, error))
+    return nullptr;
+  return demo;
+}
+
+std::unique_ptr<QuorXmppDemo> QuorXmppDemo::connect(const QuorXmppOptions& account,
+                                                    const std::string& deskDomain, bool wire,
+                                                    std::string* error) {
+  std::unique_ptr<QuorXmppDemo> demo(new QuorXmppDemo());
+  std::printf("Connecting to %s:%d as %s\n", account.server.c_str(), account.port,
+              account.jid.c_str());
+  if (!demo->startCustomer(account, deskDomain, wire, error)) return nullptr;
+  return demo;
+}
+
+bool QuorXmppDemo::startCustomer(const QuorXmppOptions& account, const std::string& deskDomain,
+                                 bool wire, std::string* error) {
   QuorXmppHost::Options host;
-  host.connection = demo->server_->account("mei", "mei-secret");
-  demo->host_ = QuorXmppHost::create(host, error);
-  if (!demo->host_) return nullptr;
-  demo->host_->install();
-  if (options.wire) {
-    QuorXmppHost* customer = demo->host_.get();
-    demo->host_->setWireObserver([customer](const QuorXmppPayload& payload, bool fromClient) {
+  host.connection = account;
+  host.deskDomain = deskDomain;
+  host_ = QuorXmppHost::create(host, error);
+  if (!host_) return false;
+  host_->install();
+  if (wire) {
+    QuorXmppHost* customer = host_.get();
+    host_->setWireObserver([customer](const QuorXmppPayload& payload, bool fromClient) {
       const std::string line = std::string("    ") + (fromClient ? ">> " : "<< ") +
                                payload.objectName + " " + payload.body.value_or("(no body)");
       customer->post([line] { std::printf("%s\n", line.c_str()); });
     });
   }
-  demo->host_->loadExtensionModule();
-  demo->host_->connect();
-  if (!demo->host_->waitUntilOnline(kPatience)) {
-    if (error) *error = "the customer could not log in";
-    return nullptr;
+  host_->loadExtensionModule();
+  host_->connect();
+  if (!host_->waitUntilOnline(kPatience)) {
+    if (error) *error = "the customer could not log in as " + account.jid;
+    return false;
   }
-  return demo;
+  return true;
 }
 
 bool QuorXmppDemo::startDesk(const Options& options, std::string* error) {

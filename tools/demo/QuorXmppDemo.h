@@ -10,8 +10,9 @@
 namespace quor {
 
 // The demo over XMPP: a private Prosody server started for the run, the desk program
-// (quor-cs-desk) as one client of it and the customer's QuorXmppHost as the other. The
-// destructor stops the desk and the server and leaves no process behind.
+// (quor-cs-desk) as one client of it and the customer's QuorXmppHost as the other; or the
+// customer alone on a server and with a desk that run already. The destructor stops what it
+// started and leaves no process behind.
 //
 // Threads: used from the main thread, which settle() drains.
 class QuorXmppDemo {
@@ -24,6 +25,11 @@ class QuorXmppDemo {
   };
   // A running setup, or null with the reason in `error`.
   static std::unique_ptr<QuorXmppDemo> start(const Options& options, std::string* error);
+  // The customer on an existing server (`account`: its address, JID and password), with the
+  // desks of `deskDomain`; null with the reason in `error`.
+  static std::unique_ptr<QuorXmppDemo> connect(const QuorXmppOptions& account,
+                                               const std::string& deskDomain, bool wire,
+                                               std::string* error);
   ~QuorXmppDemo();
 
   QuorXmppHost& host() { return *host_; }
@@ -33,6 +39,8 @@ class QuorXmppDemo {
  private:
   QuorXmppDemo() = default;
   bool startDesk(const Options& options, std::string* error);
+  bool startCustomer(const QuorXmppOptions& account, const std::string& deskDomain, bool wire,
+                     std::string* error);
 
   std::unique_ptr<QuorPrivateServer> server_;
   std::shared_ptr<QuorXmppHost> host_;

@@ -2,7 +2,10 @@
 //
 //   quor-cs-demo                  the scripted journey, in one process (the loopback host)
 //   quor-cs-demo --xmpp           the same over a private XMPP server started for the run, with
-//                                 the desk program (quor-cs-desk) as the other client
+//                                 the desk program (quor-cs-desk, beside this executable) as the
+//                                 other client
+//   quor-cs-demo --server HOST:PORT --desk JID --account JID --password PASSWORD
+//                                 the same with a server and a desk that run already
 //   quor-cs-demo --interactive    a terminal chat with the desk (type /help)
 //   quor-cs-demo --profile FILE   another desk profile
 //   quor-cs-demo --wire           also print every message that crosses the channel
@@ -12,6 +15,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <nlohmann/json.hpp>
 #include <string>
 
@@ -19,6 +23,7 @@
 #include "QuorDeskSimulator/QuorDeskSimulator.h"
 #include "QuorLoopbackHost/QuorLoopbackHost.h"
 #include "QuorXmppDemo.h"
+#include "QuorXmppHost/QuorDeskJid.h"
 
 namespace {
 
@@ -38,7 +43,22 @@ struct Arguments {
   bool wire = false;
   bool xmpp = false;
   std::string profilePath;
+  // An existing server and desk: all four are given together.
+  std::string server;  // HOST:PORT
+  std::string deskJid;
+  std::string account;
+  std::string password;
 };
+
+constexpr const char* kUsage =
+    "usage: quor-cs-demo [--xmpp] [--interactive] [--profile FILE] [--wire]\n"
+    "       quor-cs-demo --server HOST:PORT --desk JID --account JID --password PASSWORD\n"
+    "                    [--interactive] [--wire]\n";
+
+std::string domainOf(const std::string& jid) {
+  const auto at = jid.find('@');
+  return at == std::string::npos ? jid : jid.substr(at + 1, jid.find('/', at) - at - 1);
+}
 
 // The chosen profile, which the journey is made from; null for the built-in desk.
 const KXDictionary* profileOf(const std::shared_ptr<QuorDeskSimulator>& desk,
@@ -59,7 +79,7 @@ int runInProcess(const std::shared_ptr<QuorDeskSimulator>& desk, const Arguments
   int result;
   {
     QuorDemoApp app(
-        *host, desk->deskId(), [&host] { host->settle(); }, profileOf(desk, arguments));
+        desk->deskId(), [&host] { host->settle(); }, profileOf(desk, arguments));
     result = play(app, arguments);
   }
   QuorLoopbackHost::uninstall();
@@ -83,15 +103,31 @@ int runOverXmpp(const std::shared_ptr<QuorDeskSimulator>& desk, const Arguments&
     return 1;
   }
   QuorDemoApp app(
-      demo->host(), desk->deskId(), [&demo] { demo->settle(); }, profileOf(desk, arguments));
+      desk->deskId(), [&demo] { demo->settle(); }, profileOf(desk, arguments));
+  return play(app, arguments);
+}
+
+int runAgainstExisting(const Arguments& arguments) {
+  QuorXmppOptions account;
+  account.jid = arguments.account;
+  account.password = arguments.password;
+  const auto colon = arguments.server.rfind(':');
+  account.server = arguments.server.substr(0, colon);
+  account.port = static_cast<uint16_t>(std::atoi(arguments.server.c_str() + colon + 1));
+  account.trustSelfSignedCertificate = true;  // a development server's own certificate
+  const std::string deskDomain = domainOf(arguments.deskJid);
+  std::string error;
+  auto demo = QuorXmppDemo::connect(account, deskDomain, arguments.wire, &error);
+  if (!demo) {
+    std::fprintf(stderr, "quor-cs-demo: %s\n", error.c_str());
+    return 1;
+  }
+  QuorDemoApp app(QuorDeskJid::fromJid(arguments.deskJid, deskDomain), [&demo] { demo->settle(); });
   return play(app, arguments);
 }
 
 int usage(const char* problem) {
-  std::fprintf(stderr,
-               "quor-cs-demo: %s\n"
-               "usage: quor-cs-demo [--xmpp] [--interactive] [--profile FILE] [--wire]\n",
-               problem);
+  std::fprintf(stderr, "quor-cs-demo: %s\n%s", problem, kUsage);
   return 2;
 }
 
@@ -107,15 +143,37 @@ int main(int argc, char** argv) {
       arguments.wire = true;
     } else if (arg == "--xmpp") {
       arguments.xmpp = true;
-    } else if (arg == "--profile") {
-      if (i + 1 >= argc) return usage("--profile needs a file");
-      arguments.profilePath = argv[++i];
+    } else if (arg == "--profile" || arg == "--server" || arg == "--desk" || arg == "--account" ||
+               arg == "--password") {
+      if (i + 1 >= argc) return usage((arg + " needs a value").c_str());
+      const std::string value = argv[++i];
+      (arg == "--profile"   ? arguments.profilePath
+       : arg == "--server"  ? arguments.server
+       : arg == "--desk"    ? arguments.deskJid
+       : arg == "--account" ? arguments.account
+                            : arguments.password) = value;
     } else if (arg == "--help" || arg == "-h") {
-      std::printf("usage: quor-cs-demo [--xmpp] [--interactive] [--profile FILE] [--wire]\n");
+      std::printf("%s", kUsage);
       return 0;
     } else {
       return usage(("unknown option " + arg).c_str());
     }
+  }
+
+  const bool existing = !arguments.server.empty() || !arguments.deskJid.empty() ||
+                        !arguments.account.empty() || !arguments.password.empty();
+  if (existing) {
+    const auto colon = arguments.server.rfind(':');
+    if (arguments.server.empty() || arguments.deskJid.empty() || arguments.account.empty() ||
+        arguments.password.empty())
+      return usage("--server, --desk, --account and --password go together");
+    if (colon == std::string::npos || colon == 0 ||
+        std::atoi(arguments.server.c_str() + colon + 1) <= 0 ||
+        std::atoi(arguments.server.c_str() + colon + 1) > 65535)
+      return usage("--server takes HOST:PORT");
+    if (arguments.xmpp || !arguments.profilePath.empty())
+      return usage("--xmpp and --profile start their own desk: not with --server");
+    return runAgainstExisting(arguments);
   }
 
   std::string error;
