@@ -46,7 +46,10 @@ class XmppFixture : public ::testing::Test {
  protected:
   void SetUp() override {
     QuorPrivateServer::Options options;
-    options.accounts = {{"alice", "alice-pw"}, {"bob", "bob-pw"}, {deskLocalPart(), "desk-pw"}};
+    options.accounts = {{"alice", "alice-pw"},
+                        {"bob", "bob-pw"},
+                        {deskLocalPart(), "desk-pw"},
+                        {"python-desk", "python-pw"}};
     std::string error;
     server = QuorPrivateServer::start(options, &error);
     ASSERT_TRUE(server) << error;

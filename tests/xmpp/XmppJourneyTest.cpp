@@ -54,26 +54,66 @@ INSTANTIATE_TEST_SUITE_P(
                         "Hello, this is Lin from After-sales. Let me look at your order."}));
 
 #ifdef QUOR_CS_DEMO_PROGRAM
+class DemoAgainstADesk : public XmppFixture {
+ protected:
+  // Runs the demo's journey as alice against the desk `deskJid` on this test's server; its
+  // transcript, or "" when it did not complete.
+  std::string journey(const std::string& deskJid) {
+    const std::string output = scratch("demo");
+    std::string error;
+    auto demo = QuorChildProcess::start(
+        {QUOR_CS_DEMO_PROGRAM, "--server", "127.0.0.1:" + std::to_string(server->port()), "--desk",
+         deskJid, "--account", "alice@localhost", "--password", "alice-pw"},
+        output, &error);
+    EXPECT_TRUE(demo) << error;
+    const bool completed =
+        demo && demo->waitForOutput("Journey complete.", 0, kPatience * 3, &error);
+    EXPECT_TRUE(completed) << error;
+    return completed ? QuorChildProcess::readFile(output) : "";
+  }
+  // A file of this test's own under the test's temporary directory, removed at the end.
+  std::string scratch(const std::string& name) {
+    files_.push_back(::testing::TempDir() + "/" + name + "-" + std::to_string(::getpid()) + ".txt");
+    return files_.back();
+  }
+  void TearDown() override {
+    XmppFixture::TearDown();
+    for (const auto& path : files_) std::filesystem::remove(path);
+  }
+
+ private:
+  std::vector<std::string> files_;
+};
+
 // The demo reaches a server and a desk that run already, as a developer points it at their own.
-TEST_F(XmppFixture, TheDemoReachesAnExistingServerAndDesk) {
+TEST_F(DemoAgainstADesk, AnExistingServerAndDesk) {
   startDesk();
-  const std::string output =
-      ::testing::TempDir() + "/demo-existing-" + std::to_string(::getpid()) + ".txt";
-  std::string error;
-  auto demo = QuorChildProcess::start(
-      {QUOR_CS_DEMO_PROGRAM, "--server", "127.0.0.1:" + std::to_string(server->port()), "--desk",
-       QuorDeskJid::toJid("quor-shop", "localhost"), "--account", "alice@localhost", "--password",
-       "alice-pw"},
-      output, &error);
-  ASSERT_TRUE(demo) << error;
-  const bool completed = demo->waitForOutput("Journey complete.", 0, kPatience * 3, &error);
-  const std::string transcript = QuorChildProcess::readFile(output);
-  demo.reset();
-  std::filesystem::remove(output);
-  ASSERT_TRUE(completed) << error;
+  const std::string transcript = journey(QuorDeskJid::toJid("quor-shop", "localhost"));
   EXPECT_NE(transcript.find("Connecting to 127.0.0.1:"), std::string::npos) << transcript;
   EXPECT_NE(transcript.find("mode: human agent"), std::string::npos) << transcript;
   EXPECT_NE(transcript.find("Ava: Orders ship"), std::string::npos) << transcript;
+}
+
+// The desk of docs/protocol.md ("a desk in 50 lines"), written in Python from the protocol
+// alone, serves the demo's customer.
+TEST_F(DemoAgainstADesk, ThePythonDeskOfTheProtocolGuide) {
+  std::string error;
+  const std::string deskOutput = scratch("python-desk");
+  auto desk =
+      QuorChildProcess::start({"/usr/bin/python3", QUOR_CS_PYTHON_DESK, "python-desk@localhost",
+                               "python-pw", "127.0.0.1", std::to_string(server->port())},
+                              deskOutput, &error);
+  ASSERT_TRUE(desk) << error;
+  ASSERT_TRUE(desk->waitForOutput("desk: serving as", 0, kPatience, &error)) << error;
+  const std::string transcript = journey("python-desk@localhost");
+  EXPECT_NE(transcript.find("connected to Python Desk"), std::string::npos)
+      << transcript << QuorChildProcess::readFile(deskOutput);
+  EXPECT_NE(transcript.find("Echo: Hi, I am Echo. Say something!"), std::string::npos)
+      << transcript;
+  EXPECT_NE(transcript.find("Desk: You said: Where is my order?"), std::string::npos) << transcript;
+  EXPECT_NE(transcript.find("Ada: Hello, this is Ada. How can I help?"), std::string::npos)
+      << transcript;
+  EXPECT_NE(transcript.find("mode: human agent"), std::string::npos) << transcript;
 }
 #endif
 
