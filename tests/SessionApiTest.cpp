@@ -365,6 +365,38 @@ TEST_F(SessionApi, TheLeaveMessageFormIsCheckedBeforeAnythingIsSent) {
   EXPECT_EQ(recorder->left[0].rfind("sent ", 0), 0u);
 }
 
+// Each verification the form knows, through leaveMessage(): what passes and what fails.
+TEST_F(SessionApi, EachFormVerificationAcceptsAndRefuses) {
+  const struct {
+    const char* verification;
+    const char* value;
+    bool passes;
+  } cases[] = {
+      {"mobile", "13800000000", true}, {"mobile", "23800000000", false},
+      {"mobile", "1380000000", false}, {"phone", "+86 10-1234 5678", true},
+      {"phone", "12", false},          {"phone", "call me", false},
+      {"tel", "010 12345678", true},   {"email", "mei@shop.example", true},
+      {"email", "mei@shop", false},    {"email", "me i@shop.example", false},
+      {"number", "0042", true},        {"number", "4.2", false},
+      {"postcode", "anything", true},  // a check the library does not know passes
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(std::string(c.verification) + " " + c.value);
+    const std::string profile = std::string(R"({"leaveMessage": {"fields": [{"name": "f",
+        "verification": ")") + c.verification +
+                                R"("}]}})";
+    auto simulator = desk(profile.c_str());
+    service = open(simulator->deskId());
+    const auto check = service->leaveMessage({{"f", c.value}});
+    EXPECT_EQ(check.result == Result::Done, c.passes);
+    if (!c.passes) {
+      EXPECT_EQ(check.fieldErrors.at("f"), c.verification);
+    }
+    service->end();
+    host->settle();
+  }
+}
+
 // The loopback host has one peer: this one hands each message to the desk it is addressed to.
 class DeskRouter : public QuorLoopbackPeer {
  public:
