@@ -19,6 +19,10 @@ class QUOR_CS_EXPORT KXCustomerServiceInfo {
   // their own names; "userInfo" only when it has an entry. Absent when the body cannot be
   // written (a string that is not valid UTF-8).
   KXData encode() const;
+  // The information in the shape encode() writes ({"userInfo": {...}, "contactInfo": {...},
+  // "requestInfo": {...}}, every key optional); values that are not strings (a list for
+  // "listUrl") are left out. For callers that hold the information as JSON (the C API).
+  static std::shared_ptr<KXCustomerServiceInfo> fromBody(const KXDictionary& body);
 
   const KXString& userId() const { return userId_; }
   void setUserId(KXString userId) { userId_ = std::move(userId); }
@@ -77,6 +81,7 @@ class QUOR_CS_EXPORT KXCustomerServiceInfo {
   void setProductId(KXString productId) { productId_ = std::move(productId); }
 
  private:
+  struct Fields;
   KXString userId_;
   KXString nickName_;
   KXString loginName_;

@@ -1,0 +1,66 @@
+// What the C layer's functions share: the border every call crosses (nothing thrown passes
+// it), strings the caller frees, JSON texts read with the library's limits.
+#pragma once
+
+#include <cstdlib>
+#include <cstring>
+#include <exception>
+#include <new>
+#include <optional>
+#include <string>
+
+#include "KXJsonTree.h"
+#include "QuorCustomerService/QuorCustomerService.h"
+#include "QuorCustomerService/quor_cs.h"
+
+namespace quor::capi {
+
+// Runs `call` and returns its result; memory running out gives QUOR_CS_ERROR_MEMORY, any other
+// exception QUOR_CS_ERROR_INTERNAL (logged). For calls that return a result code.
+template <class Call>
+int guarded(Call&& call) noexcept {
+  try {
+    return call();
+  } catch (const std::bad_alloc&) {
+    return QUOR_CS_ERROR_MEMORY;
+  } catch (const std::exception& error) {
+    try {
+      if (auto logger = KXFwLog::getInstance())
+        logger->write(2, 0, "quor_cs", "ERROR: the C API caught: %@", {error.what()});
+    } catch (...) {
+    }
+    return QUOR_CS_ERROR_INTERNAL;
+  } catch (...) {
+    return QUOR_CS_ERROR_INTERNAL;
+  }
+}
+
+// The same for calls that return nothing or a value: `fallback` when anything was thrown.
+template <class Result, class Call>
+Result guardedValue(Result fallback, Call&& call) noexcept {
+  try {
+    return call();
+  } catch (...) {
+    return fallback;
+  }
+}
+
+// A copy of `text` in memory the caller frees with quor_cs_free(); NULL when memory ran out.
+inline char* ownedCopy(const std::string& text) noexcept {
+  char* copy = static_cast<char*>(std::malloc(text.size() + 1));
+  if (copy) std::memcpy(copy, text.c_str(), text.size() + 1);
+  return copy;
+}
+
+// Writes `text` to `*out` when `out` is not NULL.
+inline void give(char** out, const std::optional<std::string>& text) noexcept {
+  if (out) *out = text ? ownedCopy(*text) : nullptr;
+}
+
+// The JSON text `text` parsed with the library's depth limit; absent when it does not parse.
+inline std::optional<KXDictionary> parsed(const char* text) {
+  if (!text) return std::nullopt;
+  return KXJsonTree::parse(text, KXJsonTree::kMaxDepth);
+}
+
+}  // namespace quor::capi

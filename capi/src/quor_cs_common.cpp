@@ -1,0 +1,34 @@
+// The C layer's version, names and memory.
+#include "QuorCApi.h"
+
+extern "C" {
+
+const char* quor_cs_version(void) { return QuorCustomerServiceVersionString; }
+
+const char* quor_cs_result_name(int result) {
+  switch (result) {
+    case QUOR_CS_ERROR_ARGUMENT:
+      return "ErrorArgument";
+    case QUOR_CS_ERROR_MEMORY:
+      return "ErrorMemory";
+    case QUOR_CS_ERROR_INTERNAL:
+      return "ErrorInternal";
+    case QUOR_CS_OK:
+      return "OK";
+    default:
+      // The session API's results keep their C++ names.
+      return quor::KXCSService::resultName(static_cast<quor::KXCSServiceResult>(result));
+  }
+}
+
+const char* quor_cs_state_name(int state) {
+  return quor::KXCSService::stateName(static_cast<quor::KXCSServiceState>(state));
+}
+
+const char* quor_cs_reason_name(int reason) {
+  return quor::KXCSService::reasonName(static_cast<quor::KXCSServiceReason>(reason));
+}
+
+void quor_cs_free(char* text) { std::free(text); }
+
+}  // extern "C"

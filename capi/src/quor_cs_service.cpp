@@ -1,0 +1,303 @@
+// The session API in C: a service handle owns its KXCSService and a C++ observer that turns
+// each report into the C structs and calls the app's function pointers.
+#include <vector>
+
+#include "QuorCApi.h"
+
+namespace quor::capi {
+namespace {
+
+// The configuration as the JSON object the C header describes (the C++ accessors' names).
+std::string configJson(const KXCustomerServiceConfig& config) {
+  const KXCSConfiguration& c = config.configuration();
+  KXDictionary json = KXDictionary::object();
+  const auto put = [&json](const char* key, const KXString& value) {
+    if (value) json[key] = *value;
+  };
+  put("companyName", c.companyName);
+  json["isBlack"] = c.isBlack;
+  json["robotSessionNoEva"] = c.robotSessionNoEva;
+  json["humanSessionNoEva"] = c.humanSessionNoEva;
+  KXDictionary options = KXDictionary::array();
+  if (c.humanEvaluateItems) {
+    for (const auto& item : *c.humanEvaluateItems) {
+      if (!item) continue;
+      KXDictionary option = {{"value", item->value()}};
+      if (item->describe()) option["describe"] = *item->describe();
+      options.push_back(std::move(option));
+    }
+  }
+  json["humanEvaluateItems"] = std::move(options);
+  json["adminTipTime"] = c.adminTipTime;
+  put("adminTipWord", c.adminTipWord);
+  json["userTipTime"] = c.userTipTime;
+  put("userTipWord", c.userTipWord);
+  json["evaEntryPoint"] = c.evaEntryPoint;
+  json["evaType"] = c.evaType;
+  json["reportResolveStatus"] = c.reportResolveStatus;
+  json["leaveMessageType"] = c.leaveMessageType;
+  json["disableLocation"] = c.disableLocation;
+  put("leaveMessageWebUrl", c.leaveMessageWebUrl);
+  KXDictionary fields = KXDictionary::array();
+  if (c.leaveMessageNativeInfo) {
+    for (const auto& item : *c.leaveMessageNativeInfo) {
+      if (!item) continue;
+      KXDictionary field = {{"required", item->required()}, {"max", item->max()}};
+      const auto putField = [&field](const char* key, const KXString& value) {
+        if (value) field[key] = *value;
+      };
+      putField("title", item->title());
+      putField("name", item->name());
+      putField("type", item->type());
+      putField("defaultText", item->defaultText());
+      putField("verification", item->verification());
+      fields.push_back(std::move(field));
+    }
+  }
+  json["leaveMessageNativeInfo"] = std::move(fields);
+  put("announceMsg", c.announceMsg);
+  put("announceClickUrl", c.announceClickUrl);
+  return json.dump(-1, ' ', false, KXDictionary::error_handler_t::replace);
+}
+
+// A status with the storage its C view points into.
+struct StatusView {
+  explicit StatusView(const KXCSServiceStatus& status) {
+    text = status.text;
+    if (status.config) config = configJson(*status.config);
+    if (status.groups) {
+      for (const auto& group : *status.groups) {
+        if (!group) continue;
+        ids.push_back(group->groupId().value_or(""));
+        names.push_back(group->name().value_or(""));
+        online.push_back(group->online());
+      }
+    }
+    for (std::size_t i = 0; i < ids.size(); ++i)
+      groups.push_back({ids[i].c_str(), names[i].c_str(), online[i] ? 1 : 0});
+    view.state = static_cast<int>(status.state);
+    view.reason = static_cast<int>(status.reason);
+    view.can_ask_for_agent = status.canAskForAgent ? 1 : 0;
+    view.code = status.code;
+    view.text = text.c_str();
+    view.group_count = groups.size();
+    view.groups = groups.empty() ? nullptr : groups.data();
+    view.config_json = config ? config->c_str() : nullptr;
+  }
+  StatusView(const StatusView&) = delete;
+  StatusView& operator=(const StatusView&) = delete;
+
+  std::string text;
+  std::optional<std::string> config;
+  std::vector<std::string> ids, names;
+  std::vector<bool> online;
+  std::vector<quor_cs_group> groups;
+  quor_cs_status view{};
+};
+
+quor_cs_message messageView(const KXCSConversationMessage& line) {
+  quor_cs_message view{};
+  view.sequence = line.sequence;
+  view.author = static_cast<int>(line.author);
+  view.delivery = static_cast<int>(line.delivery);
+  view.text = line.text.c_str();
+  view.sender_name = line.senderName.c_str();
+  view.message_id = line.messageId;
+  view.sent_time = line.sentTime;
+  view.error_code = line.errorCode;
+  return view;
+}
+
+// The app's function pointers behind the C++ observer interface. Runs on the main thread.
+class CObserver : public KXCSServiceObserver {
+ public:
+  explicit CObserver(const quor_cs_observer& functions) : f_(functions) {}
+
+  void onStateChanged(const KXCSServiceStatus& status) override {
+    if (!f_.on_state_changed) return;
+    const StatusView view(status);
+    f_.on_state_changed(f_.user, &view.view);
+  }
+  void onRatingRequested(const KXString& dialogId) override {
+    if (f_.on_rating_requested)
+      f_.on_rating_requested(f_.user, dialogId ? dialogId->c_str() : nullptr);
+  }
+  void onEvaluationSettings(const KXDictionary& settings) override {
+    if (!f_.on_evaluation_settings) return;
+    const std::string json = settings.dump(-1, ' ', false, KXDictionary::error_handler_t::replace);
+    f_.on_evaluation_settings(f_.user, json.c_str());
+  }
+  void onMessageLeft(bool sent, int64_t value) override {
+    if (f_.on_message_left) f_.on_message_left(f_.user, sent ? 1 : 0, value);
+  }
+  void onMessage(const KXCSConversationMessage& line) override {
+    if (!f_.on_message) return;
+    const quor_cs_message view = messageView(line);
+    f_.on_message(f_.user, &view);
+  }
+  void onMessageDelivery(const KXCSConversationMessage& line) override {
+    if (!f_.on_message_delivery) return;
+    const quor_cs_message view = messageView(line);
+    f_.on_message_delivery(f_.user, &view);
+  }
+  void onUnreadCountChanged(uint64_t unread) override {
+    if (f_.on_unread_count_changed) f_.on_unread_count_changed(f_.user, unread);
+  }
+  void release() {
+    if (f_.release) f_.release(f_.user);
+  }
+
+ private:
+  const quor_cs_observer f_;
+};
+
+}  // namespace
+}  // namespace quor::capi
+
+struct quor_cs_service {
+  std::shared_ptr<quor::capi::CObserver> observer;
+  std::shared_ptr<quor::KXCSService> service;
+  std::unique_ptr<quor::capi::StatusView> lastStatus;  // what quor_cs_service_status() showed
+};
+
+namespace {
+
+using namespace quor;
+
+int result(KXCSServiceResult value) { return static_cast<int>(value); }
+
+// Runs `call` on a live service; QUOR_CS_ERROR_ARGUMENT for a NULL handle.
+template <class Call>
+int onService(quor_cs_service* service, Call&& call) {
+  if (!service) return QUOR_CS_ERROR_ARGUMENT;
+  return capi::guarded([&] { return call(*service->service); });
+}
+
+KXString optionalText(const char* text) { return text ? KXString(text) : std::nullopt; }
+
+}  // namespace
+
+extern "C" {
+
+quor_cs_service* quor_cs_service_create(const char* desk_id, const quor_cs_observer* observer) {
+  if (!desk_id || !observer) return nullptr;
+  return capi::guardedValue<quor_cs_service*>(nullptr, [&] {
+    auto made = std::make_unique<quor_cs_service>();
+    made->observer = std::make_shared<capi::CObserver>(*observer);
+    made->service = KXCSService::make(desk_id, made->observer);
+    return made.release();
+  });
+}
+
+void quor_cs_service_destroy(quor_cs_service* service) {
+  if (!service) return;
+  capi::guarded([service] {
+    service->service.reset();  // ends a running service; nothing more is reported
+    auto observer = std::move(service->observer);
+    if (observer) observer->release();
+    return QUOR_CS_OK;
+  });
+  delete service;
+}
+
+int quor_cs_service_start(quor_cs_service* service, const char* customer_json, int64_t timeout_ms) {
+  std::shared_ptr<KXCustomerServiceInfo> info;
+  if (customer_json) {
+    const auto body = capi::parsed(customer_json);
+    if (!body || !body->is_object()) return QUOR_CS_ERROR_ARGUMENT;
+    info = KXCustomerServiceInfo::fromBody(*body);
+  }
+  return onService(service, [&](KXCSService& s) {
+    return result(s.start(info, std::chrono::milliseconds(timeout_ms > 0 ? timeout_ms : 0)));
+  });
+}
+
+int quor_cs_service_ask_for_agent(quor_cs_service* service) {
+  return onService(service, [](KXCSService& s) { return result(s.askForAgent()); });
+}
+
+int quor_cs_service_choose_group(quor_cs_service* service, const char* group_id) {
+  if (!group_id) return QUOR_CS_ERROR_ARGUMENT;
+  return onService(service, [&](KXCSService& s) { return result(s.chooseGroup(group_id)); });
+}
+
+int quor_cs_service_rate_robot(quor_cs_service* service, const char* knowledge_id, int resolved,
+                               const char* suggestion) {
+  return onService(service, [&](KXCSService& s) {
+    KXCSRobotRating rating;
+    rating.knowledgeId = optionalText(knowledge_id);
+    rating.resolved = resolved != 0;
+    rating.suggestion = optionalText(suggestion);
+    return result(s.rateRobot(rating));
+  });
+}
+
+int quor_cs_service_rate_agent(quor_cs_service* service, const char* dialog_id, int32_t stars,
+                               const char* suggestion, uint64_t resolved, const char* tags,
+                               const char* extra_json) {
+  std::shared_ptr<const KXDictionary> extra;
+  if (extra_json) {
+    auto parsed = capi::parsed(extra_json);
+    if (!parsed || !parsed->is_object()) return QUOR_CS_ERROR_ARGUMENT;
+    extra = std::make_shared<const KXDictionary>(std::move(*parsed));
+  }
+  return onService(service, [&](KXCSService& s) {
+    KXCSAgentRating rating;
+    rating.dialogId = optionalText(dialog_id);
+    rating.stars = stars;
+    rating.suggestion = optionalText(suggestion);
+    rating.resolved = resolved;
+    rating.tags = optionalText(tags);
+    rating.extra = extra;
+    return result(s.rateAgent(rating));
+  });
+}
+
+int quor_cs_service_leave_message(quor_cs_service* service, const char* values_json,
+                                  char** field_errors_json, char** web_form_url) {
+  capi::give(field_errors_json, std::nullopt);
+  capi::give(web_form_url, std::nullopt);
+  const auto values = capi::parsed(values_json);
+  if (!values || !values->is_object()) return QUOR_CS_ERROR_ARGUMENT;
+  return onService(service, [&](KXCSService& s) {
+    const KXCSLeaveMessageCheck check = s.leaveMessage(*values);
+    if (!check.fieldErrors.empty()) {
+      KXDictionary errors = KXDictionary::object();
+      for (const auto& [field, problem] : check.fieldErrors) errors[field] = problem;
+      capi::give(field_errors_json, errors.dump());
+    }
+    capi::give(web_form_url, check.webFormUrl);
+    return result(check.result);
+  });
+}
+
+int quor_cs_service_end(quor_cs_service* service) {
+  return onService(service, [](KXCSService& s) { return result(s.end()); });
+}
+
+int quor_cs_service_send_text(quor_cs_service* service, const char* text) {
+  if (!text) return QUOR_CS_ERROR_ARGUMENT;
+  return onService(service, [&](KXCSService& s) { return result(s.sendText(text)); });
+}
+
+uint64_t quor_cs_service_unread_count(const quor_cs_service* service) {
+  return service ? service->service->unreadCount() : 0;
+}
+
+void quor_cs_service_mark_read(quor_cs_service* service) {
+  onService(service, [](KXCSService& s) {
+    s.markRead();
+    return QUOR_CS_OK;
+  });
+}
+
+int quor_cs_service_status(quor_cs_service* service, quor_cs_status* status) {
+  if (!status) return QUOR_CS_ERROR_ARGUMENT;
+  return onService(service, [&](KXCSService& s) {
+    service->lastStatus = std::make_unique<capi::StatusView>(s.status());
+    *status = service->lastStatus->view;
+    return QUOR_CS_OK;
+  });
+}
+
+}  // extern "C"

@@ -1,0 +1,253 @@
+/* The C API of QuorCustomerService: one stable ABI for C, Swift, Kotlin and Java (JNI), Python
+ * (cffi, ctypes), Dart FFI and C#. Plain C99: opaque handles, C types only, error codes instead
+ * of exceptions (nothing thrown ever crosses it). Library: libquor_cs (docs/c-api.md).
+ *
+ * Strings are UTF-8 and NUL-terminated. A string the caller passes is read during the call
+ * only. A string the library passes to a callback is valid during that callback only. A string
+ * the library returns through an out-parameter (char**) belongs to the caller, who frees it with
+ * quor_cs_free(). JSON texts hold one JSON value (an object unless said otherwise).
+ *
+ * Threads: call the service functions on the app's main thread. Callbacks of an observer run
+ * on the main thread: through the dispatcher the app installs with quor_cs_set_dispatcher(),
+ * else through the installed host's (the test kit's: quor_cs_kit_settle() runs them). */
+#ifndef QUOR_CS_H
+#define QUOR_CS_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+/* The C API's functions are exported by libquor_cs; QUOR_CS_C_BUILDING is set while it builds. */
+#if defined(_WIN32)
+#if defined(QUOR_CS_C_BUILDING)
+#define QUOR_CS_C_API __declspec(dllexport)
+#else
+#define QUOR_CS_C_API __declspec(dllimport)
+#endif
+#else
+#define QUOR_CS_C_API __attribute__((visibility("default")))
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* The C API's version: the major changes only with an incompatible change (docs/c-api.md). */
+#define QUOR_CS_C_API_MAJOR 1
+#define QUOR_CS_C_API_MINOR 0
+
+/* "1.0.0": the library's version text. Static storage. */
+QUOR_CS_C_API const char* quor_cs_version(void);
+
+/* What a call did. 0 to 12 are the session API's own results (nothing was sent unless
+ * QUOR_CS_OK); the negative codes are the C layer's. */
+typedef enum quor_cs_result {
+  QUOR_CS_OK = 0,
+  QUOR_CS_ALREADY_STARTED = 1,     /* start while a service runs */
+  QUOR_CS_NOT_CONNECTED = 2,       /* the desk has not answered (or the service is over) */
+  QUOR_CS_AGENT_NOT_OFFERED = 3,   /* no agent in this service, or one serves already */
+  QUOR_CS_ALREADY_WITH_AGENT = 4,  /* an agent serves or is awaited */
+  QUOR_CS_BLOCKED = 5,             /* the desk blocked the customer */
+  QUOR_CS_NOT_CHOOSING_GROUP = 6,  /* no groups were offered */
+  QUOR_CS_GROUP_NOT_OFFERED = 7,   /* that group id was not offered */
+  QUOR_CS_RATING_NOT_OFFERED = 8,  /* the configuration turns this rating off */
+  QUOR_CS_NO_DIALOG_TO_RATE = 9,   /* no dialog given and the desk never asked */
+  QUOR_CS_STARS_NOT_OFFERED = 10,  /* stars not among the evaluation options */
+  QUOR_CS_INVALID_FORM = 11,       /* leave-message values fail the form (see field errors) */
+  QUOR_CS_EMPTY_TEXT = 12,         /* send_text with "" */
+  QUOR_CS_ERROR_ARGUMENT = -1,     /* a required pointer is NULL, or a JSON text does not parse */
+  QUOR_CS_ERROR_MEMORY = -2,       /* memory ran out */
+  QUOR_CS_ERROR_INTERNAL = -3      /* anything else; logged */
+} quor_cs_result;
+
+/* The name of a result ("OK", "NotConnected", "ErrorArgument"); "?" for another value. */
+QUOR_CS_C_API const char* quor_cs_result_name(int result);
+
+/* Frees a string the library returned. NULL is ignored. */
+QUOR_CS_C_API void quor_cs_free(char* text);
+
+/* ---- The main thread -------------------------------------------------------------------- */
+
+/* One closure of the library, to be run on the main thread. */
+typedef struct quor_cs_task quor_cs_task;
+/* The app's dispatcher: queues `task` for its main thread (Android's Looper, iOS's main queue,
+ * a desktop loop). Called on any thread, never blocking for long. */
+typedef void (*quor_cs_post_fn)(void* user, quor_cs_task* task);
+
+/* Installs the app's dispatcher; the library's main-thread work goes through it from then on.
+ * NULL `post` goes back to the installed host's (or the library's own run loop). */
+QUOR_CS_C_API void quor_cs_set_dispatcher(quor_cs_post_fn post, void* user);
+/* Runs a posted task on the calling (main) thread and frees it. Exactly once per task. */
+QUOR_CS_C_API void quor_cs_run_task(quor_cs_task* task);
+/* Frees a posted task without running it (a loop shutting down). */
+QUOR_CS_C_API void quor_cs_drop_task(quor_cs_task* task);
+
+/* ---- The session API: one service with one desk ---------------------------------------- */
+
+typedef enum quor_cs_state {
+  QUOR_CS_STATE_NOT_STARTED = 0,
+  QUOR_CS_STATE_CONNECTING = 1,
+  QUOR_CS_STATE_CONNECTED = 2,
+  QUOR_CS_STATE_ROBOT = 3,
+  QUOR_CS_STATE_CHOOSING_GROUP = 4,
+  QUOR_CS_STATE_WAITING_FOR_AGENT = 5,
+  QUOR_CS_STATE_AGENT = 6,
+  QUOR_CS_STATE_ENDED = 7,
+  QUOR_CS_STATE_FAILED = 8
+} quor_cs_state;
+
+typedef enum quor_cs_reason {
+  QUOR_CS_REASON_NONE = 0,
+  QUOR_CS_REASON_CONNECTION_FAILED = 1,
+  QUOR_CS_REASON_HANDSHAKE_REFUSED = 2,
+  QUOR_CS_REASON_TIMEOUT = 3,
+  QUOR_CS_REASON_DESK_ENDED = 4,
+  QUOR_CS_REASON_BLOCKED = 5,
+  QUOR_CS_REASON_NO_AGENT_AVAILABLE = 6,
+  QUOR_CS_REASON_STOPPED_BY_APP = 7
+} quor_cs_reason;
+
+/* "Connecting", "NoAgentAvailable": the C++ API's names; "?" for another value. */
+QUOR_CS_C_API const char* quor_cs_state_name(int state);
+QUOR_CS_C_API const char* quor_cs_reason_name(int reason);
+
+/* One group the desk offers. */
+typedef struct quor_cs_group {
+  const char* id;
+  const char* name; /* "" when the desk gave none */
+  int online;
+} quor_cs_group;
+
+/* A state change. Strings and groups are valid during the callback, or until the next
+ * quor_cs_service_status() call on the same service. */
+typedef struct quor_cs_status {
+  int state;  /* quor_cs_state */
+  int reason; /* quor_cs_reason */
+  int can_ask_for_agent;
+  int64_t code;     /* Failed and Ended: the host's or the desk's code */
+  const char* text; /* the system's text; "" when none */
+  size_t group_count;
+  const quor_cs_group* groups; /* ChoosingGroup: the groups offered */
+  /* From Connected on: the desk's configuration as a JSON object (companyName, isBlack,
+   * robotSessionNoEva, humanSessionNoEva, humanEvaluateItems [{describe, value}],
+   * adminTipTime, adminTipWord, userTipTime, userTipWord, evaEntryPoint, evaType,
+   * reportResolveStatus, leaveMessageType, disableLocation, leaveMessageWebUrl,
+   * leaveMessageNativeInfo [{title, name, type, defaultText, required, verification, max}],
+   * announceMsg, announceClickUrl); NULL before. */
+  const char* config_json;
+} quor_cs_status;
+
+typedef enum quor_cs_author {
+  QUOR_CS_AUTHOR_CUSTOMER = 0,
+  QUOR_CS_AUTHOR_ROBOT = 1,
+  QUOR_CS_AUTHOR_AGENT = 2,
+  QUOR_CS_AUTHOR_NOTICE = 3
+} quor_cs_author;
+
+typedef enum quor_cs_delivery {
+  QUOR_CS_DELIVERY_RECEIVED = 0,
+  QUOR_CS_DELIVERY_SENDING = 1,
+  QUOR_CS_DELIVERY_SENT = 2,
+  QUOR_CS_DELIVERY_FAILED = 3
+} quor_cs_delivery;
+
+/* One line of the conversation. Strings are valid during the callback. */
+typedef struct quor_cs_message {
+  uint64_t sequence; /* 1, 2, 3 ... per service; a delivery update carries its line's */
+  int author;        /* quor_cs_author */
+  int delivery;      /* quor_cs_delivery */
+  const char* text;
+  const char* sender_name; /* "" when the desk gave none */
+  int64_t message_id;      /* the host's id, 0 when none */
+  int64_t sent_time;
+  int64_t error_code; /* Failed */
+} quor_cs_message;
+
+/* What a service reports. Every function may be NULL. All run on the main thread, one at a
+ * time, in order, and none after quor_cs_service_destroy() returned. */
+typedef struct quor_cs_observer {
+  void* user;
+  void (*on_state_changed)(void* user, const quor_cs_status* status);
+  /* The desk asks for a rating of the agent; dialog_id may be NULL. */
+  void (*on_rating_requested)(void* user, const char* dialog_id);
+  /* The desk's evaluation settings, a JSON object. */
+  void (*on_evaluation_settings)(void* user, const char* settings_json);
+  /* The outcome of quor_cs_service_leave_message(): sent (message id) or not (error code). */
+  void (*on_message_left)(void* user, int sent, int64_t message_id_or_error_code);
+  void (*on_message)(void* user, const quor_cs_message* message);
+  void (*on_message_delivery)(void* user, const quor_cs_message* message);
+  void (*on_unread_count_changed)(void* user, uint64_t unread);
+  /* Called once by quor_cs_service_destroy(), after the last callback: free `user` here. */
+  void (*release)(void* user);
+} quor_cs_observer;
+
+typedef struct quor_cs_service quor_cs_service;
+
+/* A service for `desk_id` reporting to `observer` (copied). NULL when an argument is NULL or
+ * memory ran out. Several services with different desks may run at once; keep one per desk. */
+QUOR_CS_C_API quor_cs_service* quor_cs_service_create(const char* desk_id,
+                                                       const quor_cs_observer* observer);
+/* Ends a running service (the desk gets its suspend when it asked for one), calls the
+ * observer's release, and frees the handle. NULL is ignored. */
+QUOR_CS_C_API void quor_cs_service_destroy(quor_cs_service* service);
+
+/* Sends the handshake. `customer_json` is the customer's information or NULL:
+ * {"userInfo": {"userId", "nickName", "loginName", "name", "grade", "gender", "birthday", "age",
+ * "profession", "portraitUrl", "province", "city", "memo"}, "contactInfo": {"mobileNo",
+ * "email", "address", "QQ", "weibo", "weixin"}, "requestInfo": {"page", "referrer", "enterUrl",
+ * "skillId", "listUrl": [...], "define", "productId"}}, every key optional, values strings.
+ * `timeout_ms` > 0: no answer in that time ends in Failed(Timeout). */
+QUOR_CS_C_API int quor_cs_service_start(quor_cs_service* service, const char* customer_json,
+                                         int64_t timeout_ms);
+QUOR_CS_C_API int quor_cs_service_ask_for_agent(quor_cs_service* service);
+QUOR_CS_C_API int quor_cs_service_choose_group(quor_cs_service* service, const char* group_id);
+/* knowledge_id may be NULL (the service's own identifiers are sent). */
+QUOR_CS_C_API int quor_cs_service_rate_robot(quor_cs_service* service, const char* knowledge_id,
+                                              int resolved, const char* suggestion);
+/* dialog_id NULL: the desk's last rating request. suggestion, tags and extra_json (an object
+ * merged into the rating) may be NULL; with tags or extra the tagged rating goes out. */
+QUOR_CS_C_API int quor_cs_service_rate_agent(quor_cs_service* service, const char* dialog_id,
+                                              int32_t stars, const char* suggestion,
+                                              uint64_t resolved, const char* tags,
+                                              const char* extra_json);
+/* Checks `values_json` (an object: field name -> value) against the desk's form and sends it.
+ * QUOR_CS_INVALID_FORM: *field_errors_json (when not NULL) gets an object field -> "required",
+ * "too long" or the failed check's name. QUOR_CS_OK with *web_form_url set: the desk takes
+ * messages on that page and nothing was sent. Both out-strings are the caller's (quor_cs_free);
+ * NULL when there is nothing to say. */
+QUOR_CS_C_API int quor_cs_service_leave_message(quor_cs_service* service,
+                                                 const char* values_json,
+                                                 char** field_errors_json, char** web_form_url);
+QUOR_CS_C_API int quor_cs_service_end(quor_cs_service* service);
+/* A line of text to the robot or agent (from Connected on). */
+QUOR_CS_C_API int quor_cs_service_send_text(quor_cs_service* service, const char* text);
+QUOR_CS_C_API uint64_t quor_cs_service_unread_count(const quor_cs_service* service);
+QUOR_CS_C_API void quor_cs_service_mark_read(quor_cs_service* service);
+/* The last state reported (or about to be); see quor_cs_status for how long it stays valid. */
+QUOR_CS_C_API int quor_cs_service_status(quor_cs_service* service, quor_cs_status* status);
+
+/* ---- The test kit: an in-process host and a scripted desk ------------------------------- */
+
+typedef struct quor_cs_kit quor_cs_kit;
+
+/* Installs the loopback host with the library's module and attaches a desk simulator made
+ * from `profile_json` (merged into the default profile; NULL: the default). NULL on a bad
+ * profile, with the reason in *error (the caller's; may be NULL). One kit at a time. */
+QUOR_CS_C_API quor_cs_kit* quor_cs_kit_create(const char* profile_json, char** error);
+/* Uninstalls the host and frees the kit. Destroy the kit's services first. */
+QUOR_CS_C_API void quor_cs_kit_destroy(quor_cs_kit* kit);
+/* The desk's id, valid while the kit lives. */
+QUOR_CS_C_API const char* quor_cs_kit_desk_id(const quor_cs_kit* kit);
+/* Runs the host's threads and its main queue until nothing more happens (on the main thread):
+ * the callbacks of the kit's services run here. */
+QUOR_CS_C_API void quor_cs_kit_settle(quor_cs_kit* kit);
+/* The desk speaks: a text from whoever serves; a rating request; the end (code 0) or a hand-back
+ * to the robot (code 1) with a closing text. */
+QUOR_CS_C_API int quor_cs_kit_desk_say(quor_cs_kit* kit, const char* text);
+QUOR_CS_C_API int quor_cs_kit_desk_request_rating(quor_cs_kit* kit);
+QUOR_CS_C_API int quor_cs_kit_desk_end(quor_cs_kit* kit, const char* text, int code);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* QUOR_CS_H */

@@ -1,0 +1,163 @@
+/* A whole service through the C API alone, against the test kit: the robot, a group, the agent,
+ * the conversation and its unread count, a rating, the desk's end; and the C layer's answers to
+ * bad arguments. Exits 0 when everything held, else prints what did not. */
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include "QuorCustomerService/quor_cs.h"
+
+static int failures = 0;
+#define CHECK(condition)                                                      \
+  do {                                                                        \
+    if (!(condition)) {                                                       \
+      fprintf(stderr, "%s:%d: failed: %s\n", __FILE__, __LINE__, #condition); \
+      ++failures;                                                             \
+    }                                                                         \
+  } while (0)
+
+/* What the app's screen keeps. */
+typedef struct screen {
+  char states[512]; /* "Connecting Connected Robot ..." */
+  char lines[2048]; /* "Robot:Hi ...|Customer:..." */
+  char first_group[64];
+  char last_dialog[64];
+  int company_in_config;
+  uint64_t unread;
+  int sent;
+  int released;
+} screen;
+
+static void append(char* to, size_t size, const char* text) {
+  strncat(to, text, size - strlen(to) - 1);
+}
+
+static void on_state_changed(void* user, const quor_cs_status* status) {
+  screen* s = user;
+  append(s->states, sizeof s->states, quor_cs_state_name(status->state));
+  append(s->states, sizeof s->states, " ");
+  if (status->state == QUOR_CS_STATE_CHOOSING_GROUP && status->group_count > 0)
+    snprintf(s->first_group, sizeof s->first_group, "%s", status->groups[0].id);
+  if (status->config_json && strstr(status->config_json, "\"companyName\":\"Quor Shop\""))
+    s->company_in_config = 1;
+}
+
+static void on_rating_requested(void* user, const char* dialog_id) {
+  screen* s = user;
+  snprintf(s->last_dialog, sizeof s->last_dialog, "%s", dialog_id ? dialog_id : "");
+}
+
+static void on_message(void* user, const quor_cs_message* message) {
+  static const char* authors[] = {"Customer", "Robot", "Agent", "Notice"};
+  screen* s = user;
+  append(s->lines, sizeof s->lines, authors[message->author]);
+  append(s->lines, sizeof s->lines, ":");
+  append(s->lines, sizeof s->lines, message->text);
+  append(s->lines, sizeof s->lines, "|");
+}
+
+static void on_message_delivery(void* user, const quor_cs_message* message) {
+  screen* s = user;
+  if (message->delivery == QUOR_CS_DELIVERY_SENT && message->message_id != 0) ++s->sent;
+}
+
+static void on_unread(void* user, uint64_t unread) { ((screen*)user)->unread = unread; }
+static void on_release(void* user) { ((screen*)user)->released = 1; }
+
+int main(void) {
+  char* error = NULL;
+  quor_cs_kit* kit;
+  quor_cs_service* service;
+  quor_cs_observer observer;
+  quor_cs_status status;
+  screen s;
+  char* field_errors = NULL;
+  char* web_form = NULL;
+
+  CHECK(strcmp(quor_cs_version(), "1.0.0") == 0);
+  CHECK(quor_cs_kit_create("{not json", &error) == NULL);
+  CHECK(error != NULL && strstr(error, "not a JSON object") != NULL);
+  quor_cs_free(error);
+
+  kit = quor_cs_kit_create(
+      "{\"evaluation\": {\"askAfterAgentReplies\": 1}, \"end\": {\"afterEvaluation\": true}}",
+      &error);
+  CHECK(kit != NULL && error == NULL);
+  if (!kit) return 1;
+
+  memset(&s, 0, sizeof s);
+  memset(&observer, 0, sizeof observer);
+  observer.user = &s;
+  observer.on_state_changed = on_state_changed;
+  observer.on_rating_requested = on_rating_requested;
+  observer.on_message = on_message;
+  observer.on_message_delivery = on_message_delivery;
+  observer.on_unread_count_changed = on_unread;
+  observer.release = on_release;
+  CHECK(quor_cs_service_create(NULL, &observer) == NULL);
+  service = quor_cs_service_create(quor_cs_kit_desk_id(kit), &observer);
+  CHECK(service != NULL);
+
+  /* Refused before the desk answered; bad arguments are errors, never crashes. */
+  CHECK(quor_cs_service_send_text(service, "hello") == QUOR_CS_NOT_CONNECTED);
+  CHECK(quor_cs_service_send_text(service, NULL) == QUOR_CS_ERROR_ARGUMENT);
+  CHECK(quor_cs_service_start(service, "[1,2]", 0) == QUOR_CS_ERROR_ARGUMENT);
+  CHECK(quor_cs_service_ask_for_agent(NULL) == QUOR_CS_ERROR_ARGUMENT);
+  CHECK(strcmp(quor_cs_result_name(QUOR_CS_GROUP_NOT_OFFERED), "GroupNotOffered") == 0);
+  CHECK(strcmp(quor_cs_result_name(QUOR_CS_ERROR_ARGUMENT), "ErrorArgument") == 0);
+
+  CHECK(quor_cs_service_start(service,
+                              "{\"userInfo\": {\"userId\": \"c-7\", \"name\": \"Mei\"}, "
+                              "\"requestInfo\": {\"page\": \"orders\"}}",
+                              15000) == QUOR_CS_OK);
+  quor_cs_kit_settle(kit);
+  CHECK(quor_cs_service_status(service, &status) == QUOR_CS_OK);
+  CHECK(status.state == QUOR_CS_STATE_ROBOT && status.can_ask_for_agent);
+  CHECK(status.config_json != NULL);
+  CHECK(s.company_in_config);
+
+  CHECK(quor_cs_service_send_text(service, "Where is my order?") == QUOR_CS_OK);
+  quor_cs_kit_settle(kit);
+  CHECK(s.sent == 1);
+  CHECK(quor_cs_service_unread_count(service) == 2 && s.unread == 2);
+  quor_cs_service_mark_read(service);
+  quor_cs_kit_settle(kit);
+  CHECK(s.unread == 0);
+
+  CHECK(quor_cs_service_ask_for_agent(service) == QUOR_CS_OK);
+  quor_cs_kit_settle(kit);
+  CHECK(strcmp(s.first_group, "sales") == 0);
+  CHECK(quor_cs_service_choose_group(service, "nobody") == QUOR_CS_GROUP_NOT_OFFERED);
+  CHECK(quor_cs_service_choose_group(service, s.first_group) == QUOR_CS_OK);
+  quor_cs_kit_settle(kit);
+  CHECK(quor_cs_service_leave_message(service, "{\"phone\": \"12\"}", &field_errors, &web_form) ==
+        QUOR_CS_INVALID_FORM);
+  CHECK(field_errors != NULL && strstr(field_errors, "\"phone\":\"mobile\"") != NULL);
+  CHECK(web_form == NULL);
+  quor_cs_free(field_errors);
+  CHECK(quor_cs_service_send_text(service, "I want to return it") == QUOR_CS_OK);
+  quor_cs_kit_settle(kit);
+  CHECK(s.last_dialog[0] != '\0');
+  CHECK(quor_cs_service_rate_agent(service, NULL, 3, "ok", 1, NULL, NULL) ==
+        QUOR_CS_STARS_NOT_OFFERED);
+  CHECK(quor_cs_service_rate_agent(service, NULL, 5, "great", 1, NULL, "{\"channel\": \"c\"}") ==
+        QUOR_CS_OK);
+  quor_cs_kit_settle(kit);
+
+  CHECK(strcmp(s.states, "Connecting Connected Robot ChoosingGroup WaitingForAgent Agent Ended ") ==
+        0);
+  CHECK(strstr(s.lines,
+               "Robot:Hi, I am Ava, the Quor Shop assistant. How can I help?|"
+               "Customer:Where is my order?|Robot:Orders ship") != NULL);
+  CHECK(strstr(s.lines, "Agent:Hello, this is Kai from Sales. How can I help?|") != NULL);
+  CHECK(strstr(s.lines, "Notice:Thank you for contacting Quor Shop. Goodbye!|") != NULL);
+  CHECK(quor_cs_service_status(service, &status) == QUOR_CS_OK);
+  CHECK(status.state == QUOR_CS_STATE_ENDED && status.reason == QUOR_CS_REASON_DESK_ENDED);
+
+  quor_cs_service_destroy(service);
+  CHECK(s.released == 1);
+  quor_cs_kit_destroy(kit);
+  if (failures)
+    fprintf(stderr, "%d checks failed; states: %s\nlines: %s\n", failures, s.states, s.lines);
+  return failures ? 1 : 0;
+}
