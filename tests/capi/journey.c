@@ -64,6 +64,64 @@ static void on_message_delivery(void* user, const quor_cs_message* message) {
 static void on_unread(void* user, uint64_t unread) { ((screen*)user)->unread = unread; }
 static void on_release(void* user) { ((screen*)user)->released = 1; }
 
+/* The app's own main loop: a queue of tasks it runs when it likes. */
+typedef struct app_loop {
+  quor_cs_task* tasks[256];
+  int count;
+  int posted;
+} app_loop;
+
+static void post_task(void* user, quor_cs_task* task) {
+  app_loop* loop = user;
+  ++loop->posted;
+  if (loop->count < 256) {
+    loop->tasks[loop->count++] = task;
+  } else {
+    quor_cs_drop_task(task);
+  }
+}
+
+/* Runs the kit's threads and the app's queue until both are quiet. */
+static void settle_with(quor_cs_kit* kit, app_loop* loop) {
+  int round;
+  for (round = 0; round < 50; ++round) {
+    int i, count;
+    quor_cs_kit_settle(kit);
+    count = loop->count;
+    if (count == 0) return;
+    loop->count = 0;
+    for (i = 0; i < count; ++i) quor_cs_run_task(loop->tasks[i]);
+  }
+}
+
+/* With the app's dispatcher installed, the service reports through the app's tasks only. */
+static void journey_on_the_apps_loop(void) {
+  app_loop loop;
+  screen s;
+  quor_cs_observer observer;
+  quor_cs_kit* kit = quor_cs_kit_create("{\"serviceType\": 1}", NULL);
+  quor_cs_service* service;
+  memset(&loop, 0, sizeof loop);
+  memset(&s, 0, sizeof s);
+  memset(&observer, 0, sizeof observer);
+  CHECK(kit != NULL);
+  if (!kit) return;
+  quor_cs_set_dispatcher(post_task, &loop);
+  observer.user = &s;
+  observer.on_state_changed = on_state_changed;
+  service = quor_cs_service_create(quor_cs_kit_desk_id(kit), &observer);
+  CHECK(quor_cs_service_start(service, NULL, 0) == QUOR_CS_OK);
+  quor_cs_kit_settle(kit);
+  CHECK(strcmp(s.states, "") == 0); /* nothing before the app ran its tasks */
+  settle_with(kit, &loop);
+  CHECK(strcmp(s.states, "Connecting Connected Robot ") == 0);
+  CHECK(loop.posted > 0);
+  quor_cs_service_destroy(service);
+  settle_with(kit, &loop);
+  quor_cs_set_dispatcher(NULL, NULL);
+  quor_cs_kit_destroy(kit);
+}
+
 int main(void) {
   char* error = NULL;
   quor_cs_kit* kit;
@@ -157,6 +215,8 @@ int main(void) {
   quor_cs_service_destroy(service);
   CHECK(s.released == 1);
   quor_cs_kit_destroy(kit);
+
+  journey_on_the_apps_loop();
   if (failures)
     fprintf(stderr, "%d checks failed; states: %s\nlines: %s\n", failures, s.states, s.lines);
   return failures ? 1 : 0;
