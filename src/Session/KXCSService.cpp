@@ -83,7 +83,9 @@ class KXCSService::Core : public std::enable_shared_from_this<Core> {
     };
     listener.handshakeSent = [onMain] { onMain([](Core& c) { c.onHandshakeSent(); }); };
     listener.conversationMessage = [onMain](const std::shared_ptr<KXMessage>& message) {
-      onMain([message](Core& c) { c.onConversationMessage(*message); });
+      // A copy made here, on the reporting thread: the host may still change the record (its
+      // store's id) after the modules saw it.
+      onMain([line = KXMessage(*message)](Core& c) { c.onConversationMessage(line); });
     };
     KXSessionHook::listen(deskId, this, std::move(listener));
   }

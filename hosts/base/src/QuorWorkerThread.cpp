@@ -34,11 +34,13 @@ QuorWorkerThread::~QuorWorkerThread() {
 }
 
 void QuorWorkerThread::post(std::function<void()> work) {
+  // The work may destroy this object before the notification below: the state stays alive.
+  const std::shared_ptr<State> state = state_;
   {
-    std::lock_guard<std::mutex> lock(state_->mutex);
-    state_->queue.push_back(std::move(work));
+    std::lock_guard<std::mutex> lock(state->mutex);
+    state->queue.push_back(std::move(work));
   }
-  state_->changed.notify_all();
+  state->changed.notify_all();
 }
 
 void QuorWorkerThread::runAndWait(const std::function<void()>& work) {

@@ -27,8 +27,9 @@ struct KXCSConversationMessage {
   std::string text;
   // The sender's display name when the desk gave one (the robot's name), else empty.
   std::string senderName;
-  // The host's message id (0 when the host gave none), its sent time (received lines), and the
-  // host's error code (Failed).
+  // The host's message id as the line reached the library (0 when the host gave none yet: a
+  // host that stores a received message numbers it afterwards; a sent line's id comes with
+  // Sent), its sent time (received lines), and the host's error code (Failed).
   int64_t messageId = 0;
   int64_t sentTime = 0;
   int64_t errorCode = 0;
