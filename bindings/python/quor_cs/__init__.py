@@ -1,0 +1,395 @@
+"""QuorCustomerService for Python: customer service over an IM channel, through the C API.
+
+    import quor_cs
+
+    class Screen(quor_cs.Observer):
+        def on_state_changed(self, status):
+            print(status.state.name)
+        def on_message(self, line):
+            print(line.author.name, line.text)
+
+    kit = quor_cs.Kit()                      # the test kit: a host and a scripted desk
+    service = quor_cs.Service(kit.desk_id, Screen())
+    service.start({"userInfo": {"userId": "c-7"}}, timeout=15)
+    kit.settle()                             # the observer is called here, on this thread
+    service.send_text("Where is my order?")
+    kit.settle()
+    service.close()
+
+Operations that the service refuses raise Refused (its `result` says why); bad arguments raise
+ValueError. Observer methods run on the thread that runs the library's tasks (Kit.settle(), or
+your loop's run_task()); an exception they raise is printed and never reaches the library.
+"""
+
+import enum
+import json
+import os
+import sys
+from dataclasses import dataclass, field
+from typing import Any, Callable, Dict, List, Optional
+
+from ._native import ffi, lib
+
+__all__ = [
+    "Author", "Delivery", "Group", "Kit", "Message", "Observer", "Reason", "Refused",
+    "InvalidForm", "Result", "Service", "State", "Status", "set_dispatcher", "run_task",
+    "drop_task", "version",
+]
+
+
+class Result(enum.IntEnum):
+    OK = 0
+    ALREADY_STARTED = 1
+    NOT_CONNECTED = 2
+    AGENT_NOT_OFFERED = 3
+    ALREADY_WITH_AGENT = 4
+    BLOCKED = 5
+    NOT_CHOOSING_GROUP = 6
+    GROUP_NOT_OFFERED = 7
+    RATING_NOT_OFFERED = 8
+    NO_DIALOG_TO_RATE = 9
+    STARS_NOT_OFFERED = 10
+    INVALID_FORM = 11
+    EMPTY_TEXT = 12
+
+
+class State(enum.IntEnum):
+    NOT_STARTED = 0
+    CONNECTING = 1
+    CONNECTED = 2
+    ROBOT = 3
+    CHOOSING_GROUP = 4
+    WAITING_FOR_AGENT = 5
+    AGENT = 6
+    ENDED = 7
+    FAILED = 8
+
+
+class Reason(enum.IntEnum):
+    NONE = 0
+    CONNECTION_FAILED = 1
+    HANDSHAKE_REFUSED = 2
+    TIMEOUT = 3
+    DESK_ENDED = 4
+    BLOCKED = 5
+    NO_AGENT_AVAILABLE = 6
+    STOPPED_BY_APP = 7
+
+
+class Author(enum.IntEnum):
+    CUSTOMER = 0
+    ROBOT = 1
+    AGENT = 2
+    NOTICE = 3
+
+
+class Delivery(enum.IntEnum):
+    RECEIVED = 0
+    SENDING = 1
+    SENT = 2
+    FAILED = 3
+
+
+class Refused(Exception):
+    """The service sent nothing: `result` says why (a Result)."""
+
+    def __init__(self, result: Result):
+        super().__init__(ffi.string(lib.quor_cs_result_name(int(result))).decode())
+        self.result = result
+
+
+class InvalidForm(Refused):
+    """leave_message() values that fail the desk's form: field name -> problem."""
+
+    def __init__(self, field_errors: Dict[str, str]):
+        super().__init__(Result.INVALID_FORM)
+        self.field_errors = field_errors
+
+
+@dataclass(frozen=True)
+class Group:
+    id: str
+    name: str
+    online: bool
+
+
+@dataclass(frozen=True)
+class Status:
+    state: State
+    reason: Reason = Reason.NONE
+    can_ask_for_agent: bool = False
+    code: int = 0
+    text: str = ""
+    groups: List[Group] = field(default_factory=list)
+    config: Optional[Dict[str, Any]] = None  # the desk's configuration, from CONNECTED on
+
+
+@dataclass(frozen=True)
+class Message:
+    sequence: int
+    author: Author
+    delivery: Delivery
+    text: str
+    sender_name: str = ""
+    message_id: int = 0
+    sent_time: int = 0
+    error_code: int = 0
+
+
+class Observer:
+    """What a Service reports; override what the app shows. Every method defaults to nothing."""
+
+    def on_state_changed(self, status: Status) -> None: ...
+    def on_rating_requested(self, dialog_id: Optional[str]) -> None: ...
+    def on_evaluation_settings(self, settings: Dict[str, Any]) -> None: ...
+    def on_message_left(self, sent: bool, message_id_or_error_code: int) -> None: ...
+    def on_message(self, message: Message) -> None: ...
+    def on_message_delivery(self, message: Message) -> None: ...
+    def on_unread_count_changed(self, unread: int) -> None: ...
+
+
+def version() -> str:
+    return ffi.string(lib.quor_cs_version()).decode()
+
+
+def _text(pointer) -> str:
+    return ffi.string(pointer).decode("utf-8", "replace") if pointer != ffi.NULL else ""
+
+
+def _json(value) -> bytes:
+    return json.dumps(value, ensure_ascii=False).encode("utf-8")
+
+
+def _check(code: int) -> None:
+    if code == lib.QUOR_CS_OK:
+        return
+    if code == lib.QUOR_CS_ERROR_ARGUMENT:
+        raise ValueError("quor_cs: a bad argument")
+    if code == lib.QUOR_CS_ERROR_MEMORY:
+        raise MemoryError("quor_cs: out of memory")
+    if code < 0:
+        raise RuntimeError("quor_cs: " + ffi.string(lib.quor_cs_result_name(code)).decode())
+    raise Refused(Result(code))
+
+
+def _status(view) -> Status:
+    groups = [Group(_text(view.groups[i].id), _text(view.groups[i].name), bool(view.groups[i].online))
+              for i in range(view.group_count)]
+    config = json.loads(_text(view.config_json)) if view.config_json != ffi.NULL else None
+    return Status(State(view.state), Reason(view.reason), bool(view.can_ask_for_agent), view.code,
+                  _text(view.text), groups, config)
+
+
+def _message(view) -> Message:
+    return Message(view.sequence, Author(view.author), Delivery(view.delivery), _text(view.text),
+                   _text(view.sender_name), view.message_id, view.sent_time, view.error_code)
+
+
+def _report(exception, value, traceback):
+    # An observer's exception stays in Python: printed, never passed to the library.
+    sys.excepthook(exception, value, traceback)
+
+
+# One set of C callbacks for every service: `user` is the handle of the Python Service.
+@ffi.callback("void(void*, const quor_cs_status*)", onerror=_report)
+def _on_state_changed(user, status):
+    ffi.from_handle(user)._observer.on_state_changed(_status(status))
+
+
+@ffi.callback("void(void*, const char*)", onerror=_report)
+def _on_rating_requested(user, dialog_id):
+    ffi.from_handle(user)._observer.on_rating_requested(
+        _text(dialog_id) if dialog_id != ffi.NULL else None)
+
+
+@ffi.callback("void(void*, const char*)", onerror=_report)
+def _on_evaluation_settings(user, settings):
+    ffi.from_handle(user)._observer.on_evaluation_settings(json.loads(_text(settings)))
+
+
+@ffi.callback("void(void*, int, int64_t)", onerror=_report)
+def _on_message_left(user, sent, value):
+    ffi.from_handle(user)._observer.on_message_left(bool(sent), value)
+
+
+@ffi.callback("void(void*, const quor_cs_message*)", onerror=_report)
+def _on_message(user, message):
+    ffi.from_handle(user)._observer.on_message(_message(message))
+
+
+@ffi.callback("void(void*, const quor_cs_message*)", onerror=_report)
+def _on_message_delivery(user, message):
+    ffi.from_handle(user)._observer.on_message_delivery(_message(message))
+
+
+@ffi.callback("void(void*, uint64_t)", onerror=_report)
+def _on_unread_count_changed(user, unread):
+    ffi.from_handle(user)._observer.on_unread_count_changed(unread)
+
+
+class Service:
+    """One service with one desk. Call it on your main thread; close() it (or use `with`)."""
+
+    def __init__(self, desk_id: str, observer: Optional[Observer] = None):
+        self._observer = observer or Observer()
+        self._handle = ffi.new_handle(self)  # kept alive as long as the C service may call
+        functions = ffi.new("quor_cs_observer*")
+        functions.user = self._handle
+        functions.on_state_changed = _on_state_changed
+        functions.on_rating_requested = _on_rating_requested
+        functions.on_evaluation_settings = _on_evaluation_settings
+        functions.on_message_left = _on_message_left
+        functions.on_message = _on_message
+        functions.on_message_delivery = _on_message_delivery
+        functions.on_unread_count_changed = _on_unread_count_changed
+        self._service = lib.quor_cs_service_create(desk_id.encode("utf-8"), functions)
+        if self._service == ffi.NULL:
+            raise MemoryError("quor_cs: the service could not be made")
+
+    def close(self) -> None:
+        """Ends a running service; nothing is reported afterwards."""
+        if self._service is not None:
+            lib.quor_cs_service_destroy(self._service)
+            self._service = None
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.close()
+
+    def __del__(self):
+        self.close()
+
+    def _live(self):
+        if self._service is None:
+            raise ValueError("quor_cs: the service is closed")
+        return self._service
+
+    def start(self, customer: Optional[Dict[str, Any]] = None, timeout: float = 0) -> None:
+        info = _json(customer) if customer is not None else ffi.NULL
+        _check(lib.quor_cs_service_start(self._live(), info, int(timeout * 1000)))
+
+    def ask_for_agent(self) -> None:
+        _check(lib.quor_cs_service_ask_for_agent(self._live()))
+
+    def choose_group(self, group_id: str) -> None:
+        _check(lib.quor_cs_service_choose_group(self._live(), group_id.encode("utf-8")))
+
+    def rate_robot(self, resolved: bool, knowledge_id: Optional[str] = None,
+                   suggestion: Optional[str] = None) -> None:
+        _check(lib.quor_cs_service_rate_robot(
+            self._live(), knowledge_id.encode("utf-8") if knowledge_id is not None else ffi.NULL,
+            int(resolved), suggestion.encode("utf-8") if suggestion is not None else ffi.NULL))
+
+    def rate_agent(self, stars: int, suggestion: Optional[str] = None, resolved: int = 0,
+                   dialog_id: Optional[str] = None, tags: Optional[str] = None,
+                   extra: Optional[Dict[str, Any]] = None) -> None:
+        encode = lambda text: text.encode("utf-8") if text is not None else ffi.NULL
+        _check(lib.quor_cs_service_rate_agent(
+            self._live(), encode(dialog_id), stars, encode(suggestion), resolved, encode(tags),
+            _json(extra) if extra is not None else ffi.NULL))
+
+    def leave_message(self, values: Dict[str, Any]) -> Optional[str]:
+        """Sends the values; returns the desk's web form URL instead when it takes messages
+        there (nothing sent). Raises InvalidForm with the field errors."""
+        errors = ffi.new("char**")
+        url = ffi.new("char**")
+        code = lib.quor_cs_service_leave_message(self._live(), _json(values), errors, url)
+        try:
+            if code == Result.INVALID_FORM:
+                raise InvalidForm(json.loads(_text(errors[0])) if errors[0] != ffi.NULL else {})
+            _check(code)
+            return _text(url[0]) if url[0] != ffi.NULL else None
+        finally:
+            lib.quor_cs_free(errors[0])
+            lib.quor_cs_free(url[0])
+
+    def end(self) -> None:
+        _check(lib.quor_cs_service_end(self._live()))
+
+    def send_text(self, text: str) -> None:
+        _check(lib.quor_cs_service_send_text(self._live(), text.encode("utf-8")))
+
+    @property
+    def unread_count(self) -> int:
+        return lib.quor_cs_service_unread_count(self._live())
+
+    def mark_read(self) -> None:
+        lib.quor_cs_service_mark_read(self._live())
+
+    @property
+    def status(self) -> Status:
+        view = ffi.new("quor_cs_status*")
+        _check(lib.quor_cs_service_status(self._live(), view))
+        return _status(view)
+
+
+class Kit:
+    """The test kit: an in-process host with a desk simulator (its profile merged into the
+    default one). One at a time; close() it after its services."""
+
+    def __init__(self, profile: Optional[Dict[str, Any]] = None):
+        error = ffi.new("char**")
+        self._kit = lib.quor_cs_kit_create(_json(profile) if profile is not None else ffi.NULL,
+                                           error)
+        if self._kit == ffi.NULL:
+            problem = _text(error[0])
+            lib.quor_cs_free(error[0])
+            raise ValueError("quor_cs: " + problem)
+
+    @property
+    def desk_id(self) -> str:
+        return _text(lib.quor_cs_kit_desk_id(self._kit))
+
+    def settle(self) -> None:
+        """Runs the host and the library's callbacks until nothing more happens."""
+        lib.quor_cs_kit_settle(self._kit)
+
+    def desk_say(self, text: str) -> None:
+        _check(lib.quor_cs_kit_desk_say(self._kit, text.encode("utf-8")))
+
+    def desk_request_rating(self) -> None:
+        _check(lib.quor_cs_kit_desk_request_rating(self._kit))
+
+    def desk_end(self, text: str = "", code: int = 0) -> None:
+        _check(lib.quor_cs_kit_desk_end(self._kit, text.encode("utf-8"), code))
+
+    def close(self) -> None:
+        if self._kit is not None:
+            lib.quor_cs_kit_destroy(self._kit)
+            self._kit = None
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.close()
+
+
+# The app's own main loop: `post(task)` is called from any thread; the loop then calls
+# run_task(task) (or drop_task(task)) on its main thread, once.
+_dispatcher = None
+
+
+def set_dispatcher(post: Optional[Callable[[Any], None]]) -> None:
+    global _dispatcher
+    if post is None:
+        lib.quor_cs_set_dispatcher(ffi.NULL, ffi.NULL)
+        _dispatcher = None
+        return
+
+    @ffi.callback("void(void*, quor_cs_task*)", onerror=_report)
+    def posted(_user, task):
+        post(task)
+
+    _dispatcher = posted  # kept alive while installed
+    lib.quor_cs_set_dispatcher(posted, ffi.NULL)
+
+
+def run_task(task) -> None:
+    lib.quor_cs_run_task(task)
+
+
+def drop_task(task) -> None:
+    lib.quor_cs_drop_task(task)

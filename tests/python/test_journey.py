@@ -1,0 +1,117 @@
+"""The Python binding: a whole journey against the test kit, bad input, the app's own loop."""
+import pytest
+
+import quor_cs
+
+
+class Screen(quor_cs.Observer):
+    def __init__(self):
+        self.states, self.lines, self.unread, self.dialog, self.sent = [], [], None, None, 0
+
+    def on_state_changed(self, status):
+        self.states.append(status.state)
+        self.last = status
+
+    def on_message(self, message):
+        self.lines.append((message.author, message.text))
+
+    def on_message_delivery(self, message):
+        self.sent += message.delivery == quor_cs.Delivery.SENT
+
+    def on_unread_count_changed(self, unread):
+        self.unread = unread
+
+    def on_rating_requested(self, dialog_id):
+        self.dialog = dialog_id
+
+
+@pytest.fixture
+def kit():
+    with quor_cs.Kit({"evaluation": {"askAfterAgentReplies": 1},
+                      "end": {"afterEvaluation": True}}) as made:
+        yield made
+
+
+def test_a_journey_with_a_group_the_agent_a_rating_and_the_desks_end(kit):
+    screen = Screen()
+    with quor_cs.Service(kit.desk_id, screen) as service:
+        with pytest.raises(quor_cs.Refused) as refused:
+            service.send_text("too early")
+        assert refused.value.result == quor_cs.Result.NOT_CONNECTED
+        service.start({"userInfo": {"userId": "c-7", "name": "梅"}}, timeout=15)
+        kit.settle()
+        assert service.status.state == quor_cs.State.ROBOT
+        assert service.status.config["companyName"] == "Quor Shop"
+
+        service.send_text("Where is my order?")
+        kit.settle()
+        assert screen.sent == 1 and service.unread_count == 2 and screen.unread == 2
+        service.mark_read()
+        kit.settle()
+        assert screen.unread == 0
+
+        service.ask_for_agent()
+        kit.settle()
+        assert [group.id for group in screen.last.groups] == ["sales", "after-sales"]
+        with pytest.raises(quor_cs.Refused):
+            service.choose_group("nobody")
+        service.choose_group("sales")
+        kit.settle()
+        with pytest.raises(quor_cs.InvalidForm) as invalid:
+            service.leave_message({"phone": "12"})
+        assert invalid.value.field_errors["phone"] == "mobile"
+        service.send_text("I want to return it")
+        kit.settle()
+        assert screen.dialog
+        with pytest.raises(quor_cs.Refused) as refused:
+            service.rate_agent(3)
+        assert refused.value.result == quor_cs.Result.STARS_NOT_OFFERED
+        service.rate_agent(5, "great", resolved=1, extra={"channel": "python"})
+        kit.settle()
+
+    S = quor_cs.State
+    assert screen.states == [S.CONNECTING, S.CONNECTED, S.ROBOT, S.CHOOSING_GROUP,
+                             S.WAITING_FOR_AGENT, S.AGENT, S.ENDED]
+    assert screen.last.reason == quor_cs.Reason.DESK_ENDED
+    A = quor_cs.Author
+    assert screen.lines[:3] == [
+        (A.ROBOT, "Hi, I am Ava, the Quor Shop assistant. How can I help?"),
+        (A.CUSTOMER, "Where is my order?"),
+        (A.ROBOT, "Orders ship within 24 hours; you can follow yours under Me > Orders.")]
+    assert (A.AGENT, "Hello, this is Kai from Sales. How can I help?") in screen.lines
+    assert screen.lines[-1] == (A.NOTICE, "Thank you for contacting Quor Shop. Goodbye!")
+
+
+def test_bad_input_raises_and_an_observers_exception_stays_in_python(kit, capsys):
+    with quor_cs.Service(kit.desk_id) as service:
+        with pytest.raises(ValueError):
+            service.start({"userInfo": float("nan")})  # not JSON: the C layer refuses it
+
+    class Failing(quor_cs.Observer):
+        def on_state_changed(self, status):
+            raise RuntimeError("the app's bug")
+
+    with quor_cs.Service(kit.desk_id, Failing()) as service:
+        service.start()
+        kit.settle()
+        assert service.status.state == quor_cs.State.ROBOT  # the library carried on
+    assert "the app's bug" in capsys.readouterr().err
+
+
+def test_the_apps_own_loop_runs_the_callbacks(kit):
+    tasks = []
+    quor_cs.set_dispatcher(tasks.append)
+    try:
+        screen = Screen()
+        with quor_cs.Service(kit.desk_id, screen) as service:
+            service.start()
+            kit.settle()
+            assert screen.states == []  # nothing until the app runs its tasks
+            while tasks:
+                quor_cs.run_task(tasks.pop(0))
+                kit.settle()
+            assert screen.states[-1] == quor_cs.State.ROBOT
+    finally:
+        for task in tasks:
+            quor_cs.drop_task(task)
+        quor_cs.set_dispatcher(None)
