@@ -246,6 +246,44 @@ QUOR_CS_C_API int quor_cs_kit_desk_say(quor_cs_kit* kit, const char* text);
 QUOR_CS_C_API int quor_cs_kit_desk_request_rating(quor_cs_kit* kit);
 QUOR_CS_C_API int quor_cs_kit_desk_end(quor_cs_kit* kit, const char* text, int code);
 
+/* ---- The XMPP host: the whole stack for an app without an IM core of its own ------------ */
+
+typedef struct quor_cs_xmpp_host quor_cs_xmpp_host;
+
+/* A host for one account, not yet connected. `options_json`: {"jid", "password" (required),
+ * "server", "port" (default: the JID's domain, 5222), "tls": "whenOffered" | "required" |
+ * "disabled", "trustSelfSignedCertificate": bool, "storePath" (SQLite file; default in memory),
+ * "deskDomain" (default: the account's), "resource"}. NULL with the reason in *error (the
+ * caller's; may be NULL). */
+QUOR_CS_C_API quor_cs_xmpp_host* quor_cs_xmpp_host_create(const char* options_json,
+                                                          char** error);
+/* Logs out (when connected) and frees the host; it stays installed until then. Destroy the
+ * services that used it first. */
+QUOR_CS_C_API void quor_cs_xmpp_host_destroy(quor_cs_xmpp_host* host);
+/* Installs the host as the library's (with the library's module) and logs in; it stays
+ * connected, reconnecting, until logout. */
+QUOR_CS_C_API int quor_cs_xmpp_host_connect(quor_cs_xmpp_host* host);
+QUOR_CS_C_API void quor_cs_xmpp_host_logout(quor_cs_xmpp_host* host);
+/* 1 once online within `timeout_ms`, else 0. */
+QUOR_CS_C_API int quor_cs_xmpp_host_wait_online(quor_cs_xmpp_host* host, int64_t timeout_ms);
+/* The connection's status: 0 connected, 1 connecting, 2 disconnected (reconnecting), 3 signed
+ * out, 4 replaced by another login of the device's resource (docs/xmpp.md). */
+QUOR_CS_C_API int quor_cs_xmpp_host_status(const quor_cs_xmpp_host* host);
+/* Runs the host's main queue on the calling (main) thread until nothing arrived for
+ * `quiet_ms`: the callbacks of the services run here, unless the app installed a dispatcher. */
+QUOR_CS_C_API void quor_cs_xmpp_host_settle(quor_cs_xmpp_host* host, int64_t quiet_ms);
+/* Sends a plain text to a desk outside any service's bookkeeping (a service's send_text is the
+ * usual way). */
+QUOR_CS_C_API int quor_cs_xmpp_host_send_text(quor_cs_xmpp_host* host, const char* desk_id,
+                                              const char* text);
+/* One page of a desk's stored conversation, newest first, as a JSON array of {"messageId",
+ * "objectName", "direction" (1 sent, 2 received), "sentTime", "status" ("pending", "sent",
+ * "failed"), "text" (texts only)}: at most `count` messages older than `before_message_id`
+ * (0: from the newest). *history_json is the caller's (quor_cs_free). */
+QUOR_CS_C_API int quor_cs_xmpp_host_history(quor_cs_xmpp_host* host, const char* desk_id,
+                                            int64_t before_message_id, int count,
+                                            char** history_json);
+
 #ifdef __cplusplus
 }
 #endif

@@ -33,7 +33,7 @@ from ._native import ffi, lib
 __all__ = [
     "Author", "Delivery", "Group", "Kit", "Message", "Observer", "Reason", "Refused",
     "InvalidForm", "Result", "Service", "State", "Status", "set_dispatcher", "run_task",
-    "drop_task", "version",
+    "drop_task", "version", "XmppHost",
 ]
 
 
@@ -359,6 +359,71 @@ class Kit:
         if self._kit is not None:
             lib.quor_cs_kit_destroy(self._kit)
             self._kit = None
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.close()
+
+
+class XmppHost:
+    """The whole stack over XMPP for an app without an IM core of its own: one account, its
+    SQLite store, installed as the library's host by connect()."""
+
+    def __init__(self, jid: str, password: str, server: Optional[str] = None,
+                 port: Optional[int] = None, tls: str = "whenOffered",
+                 trust_self_signed_certificate: bool = False, store_path: Optional[str] = None,
+                 desk_domain: Optional[str] = None):
+        options = {"jid": jid, "password": password, "tls": tls,
+                   "trustSelfSignedCertificate": trust_self_signed_certificate}
+        for key, value in (("server", server), ("port", port), ("storePath", store_path),
+                           ("deskDomain", desk_domain)):
+            if value is not None:
+                options[key] = value
+        error = ffi.new("char**")
+        self._host = lib.quor_cs_xmpp_host_create(_json(options), error)
+        if self._host == ffi.NULL:
+            problem = _text(error[0])
+            lib.quor_cs_free(error[0])
+            raise ValueError("quor_cs: " + problem)
+
+    def connect(self) -> None:
+        _check(lib.quor_cs_xmpp_host_connect(self._host))
+
+    def wait_online(self, timeout: float) -> bool:
+        return bool(lib.quor_cs_xmpp_host_wait_online(self._host, int(timeout * 1000)))
+
+    @property
+    def status(self) -> int:
+        """0 connected, 1 connecting, 2 disconnected, 3 signed out, 4 replaced."""
+        return lib.quor_cs_xmpp_host_status(self._host)
+
+    def settle(self, quiet: float = 0.3) -> None:
+        """Runs the library's callbacks on this thread until nothing arrived for `quiet`."""
+        lib.quor_cs_xmpp_host_settle(self._host, int(quiet * 1000))
+
+    def send_text(self, desk_id: str, text: str) -> None:
+        _check(lib.quor_cs_xmpp_host_send_text(self._host, desk_id.encode("utf-8"),
+                                               text.encode("utf-8")))
+
+    def history(self, desk_id: str, before: int = 0, count: int = 20) -> List[Dict[str, Any]]:
+        out = ffi.new("char**")
+        code = lib.quor_cs_xmpp_host_history(self._host, desk_id.encode("utf-8"), before, count,
+                                             out)
+        try:
+            _check(code)
+            return json.loads(_text(out[0]))
+        finally:
+            lib.quor_cs_free(out[0])
+
+    def logout(self) -> None:
+        lib.quor_cs_xmpp_host_logout(self._host)
+
+    def close(self) -> None:
+        if self._host is not None:
+            lib.quor_cs_xmpp_host_destroy(self._host)
+            self._host = None
 
     def __enter__(self):
         return self

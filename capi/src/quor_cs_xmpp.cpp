@@ -1,0 +1,184 @@
+// QuorXmppHost in C: the whole stack for an app without an IM core of its own.
+#include "QuorCApi.h"
+#include "QuorXmppHost/QuorXmppHost.h"
+
+struct quor_cs_xmpp_host {
+  std::shared_ptr<quor::QuorXmppHost> host;
+  bool connected = false;
+};
+
+namespace {
+
+using namespace quor;
+
+std::string textOf(const KXDictionary& object, const char* key) {
+  const auto it = object.find(key);
+  return it != object.end() && it->is_string() ? it->get<std::string>() : std::string();
+}
+
+// The options object of the header, read into the host's options; false with a reason.
+bool optionsOf(const KXDictionary& json, QuorXmppHost::Options& options, std::string& problem) {
+  QuorXmppOptions& c = options.connection;
+  c.jid = textOf(json, "jid");
+  c.password = textOf(json, "password");
+  if (c.jid.empty() || c.password.empty()) {
+    problem = "\"jid\" and \"password\" are required";
+    return false;
+  }
+  c.server = textOf(json, "server");
+  c.resource = textOf(json, "resource");
+  if (const auto port = json.find("port"); port != json.end()) {
+    if (!port->is_number_integer() || port->get<int64_t>() < 1 || port->get<int64_t>() > 65535) {
+      problem = "\"port\" takes a number from 1 to 65535";
+      return false;
+    }
+    c.port = static_cast<uint16_t>(port->get<int64_t>());
+  }
+  const std::string tls = textOf(json, "tls");
+  if (tls == "required") {
+    c.tls = QuorXmppOptions::Tls::Required;
+  } else if (tls == "disabled") {
+    c.tls = QuorXmppOptions::Tls::Disabled;
+  } else if (!tls.empty() && tls != "whenOffered") {
+    problem = "\"tls\" takes whenOffered, required or disabled";
+    return false;
+  }
+  if (const auto trust = json.find("trustSelfSignedCertificate"); trust != json.end())
+    c.trustSelfSignedCertificate = trust->is_boolean() && trust->get<bool>();
+  if (!textOf(json, "storePath").empty()) options.storePath = textOf(json, "storePath");
+  options.deskDomain = textOf(json, "deskDomain");
+  return true;
+}
+
+const char* statusName(QuorDeliveryStatus status) {
+  switch (status) {
+    case QuorDeliveryStatus::Pending:
+      return "pending";
+    case QuorDeliveryStatus::Sent:
+      return "sent";
+    case QuorDeliveryStatus::Failed:
+      return "failed";
+  }
+  return "?";
+}
+
+}  // namespace
+
+extern "C" {
+
+quor_cs_xmpp_host* quor_cs_xmpp_host_create(const char* options_json, char** error) {
+  capi::give(error, std::nullopt);
+  return capi::guardedValue<quor_cs_xmpp_host*>(nullptr, [&]() -> quor_cs_xmpp_host* {
+    const auto json = capi::parsed(options_json);
+    if (!json || !json->is_object()) {
+      capi::give(error, std::string("the options are not a JSON object"));
+      return nullptr;
+    }
+    QuorXmppHost::Options options;
+    std::string problem;
+    if (!optionsOf(*json, options, problem)) {
+      capi::give(error, problem);
+      return nullptr;
+    }
+    auto host = QuorXmppHost::create(options, &problem);
+    if (!host) {
+      capi::give(error, problem);
+      return nullptr;
+    }
+    auto made = std::make_unique<quor_cs_xmpp_host>();
+    made->host = std::move(host);
+    return made.release();
+  });
+}
+
+void quor_cs_xmpp_host_destroy(quor_cs_xmpp_host* host) {
+  if (!host) return;
+  capi::guarded([host] {
+    if (host->connected) {
+      host->host->logout();
+      QuorHostBase::uninstall();
+    }
+    return QUOR_CS_OK;
+  });
+  delete host;
+}
+
+int quor_cs_xmpp_host_connect(quor_cs_xmpp_host* host) {
+  if (!host) return QUOR_CS_ERROR_ARGUMENT;
+  return capi::guarded([host] {
+    if (!host->connected) {
+      host->host->install();
+      host->host->loadExtensionModule();
+      host->connected = true;
+    }
+    host->host->connect();
+    return QUOR_CS_OK;
+  });
+}
+
+void quor_cs_xmpp_host_logout(quor_cs_xmpp_host* host) {
+  if (!host) return;
+  capi::guarded([host] {
+    host->host->logout();
+    return QUOR_CS_OK;
+  });
+}
+
+int quor_cs_xmpp_host_wait_online(quor_cs_xmpp_host* host, int64_t timeout_ms) {
+  if (!host) return 0;
+  return capi::guarded([&] {
+    return host->host->waitUntilOnline(std::chrono::milliseconds(timeout_ms > 0 ? timeout_ms : 0))
+               ? 1
+               : 0;
+  });
+}
+
+int quor_cs_xmpp_host_status(const quor_cs_xmpp_host* host) {
+  return host ? static_cast<int>(host->host->connectionStatus()) : -1;
+}
+
+void quor_cs_xmpp_host_settle(quor_cs_xmpp_host* host, int64_t quiet_ms) {
+  if (!host) return;
+  capi::guarded([&] {
+    const auto quiet = std::chrono::milliseconds(quiet_ms > 0 ? quiet_ms : 0);
+    for (;;) {
+      host->host->waitForDelivery();
+      host->host->mainRunLoop().runUntilIdle();
+      if (!host->host->mainRunLoop().runOnce(quiet)) return QUOR_CS_OK;
+    }
+  });
+}
+
+int quor_cs_xmpp_host_send_text(quor_cs_xmpp_host* host, const char* desk_id, const char* text) {
+  if (!host || !desk_id || !text) return QUOR_CS_ERROR_ARGUMENT;
+  return capi::guarded([&] {
+    host->host->sendMessage(KXConversationTypeCustomerService, std::string(desk_id),
+                            KXTextMessage::messageWithContent(std::string(text)), std::nullopt,
+                            std::nullopt, nullptr, nullptr);
+    return QUOR_CS_OK;
+  });
+}
+
+int quor_cs_xmpp_host_history(quor_cs_xmpp_host* host, const char* desk_id,
+                              int64_t before_message_id, int count, char** history_json) {
+  capi::give(history_json, std::nullopt);
+  if (!host || !desk_id || !history_json || count < 0) return QUOR_CS_ERROR_ARGUMENT;
+  return capi::guarded([&] {
+    KXDictionary entries = KXDictionary::array();
+    for (const auto& entry : host->host->history(desk_id, before_message_id, count)) {
+      const KXMessage& message = *entry.message;
+      KXDictionary json = {{"messageId", message.messageId()},
+                           {"objectName", message.objectName().value_or("")},
+                           {"direction", message.messageDirection()},
+                           {"sentTime", message.sentTime()},
+                           {"status", statusName(entry.status)}};
+      if (const auto* text = dynamic_cast<const KXTextMessage*>(message.content().get()))
+        json["text"] = text->content().value_or("");
+      entries.push_back(std::move(json));
+    }
+    capi::give(history_json, entries.dump(-1, ' ', false, KXDictionary::error_handler_t::replace));
+    return QUOR_CS_OK;
+  });
+}
+
+}  // extern "C"

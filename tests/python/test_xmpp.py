@@ -1,0 +1,90 @@
+"""A customer in Python over a private XMPP server, against the desk program quor-cs-desk: what a
+desk builder runs to test a desk from Python."""
+import os
+import subprocess
+
+import pytest
+
+import quor_cs
+
+
+def program(name):
+    path = os.environ.get(name)
+    if not path:
+        pytest.fail(name + " is not set (the test command sets it)")
+    return path
+
+
+@pytest.fixture
+def server_port():
+    server = subprocess.Popen(
+        [program("QUOR_CS_SERVER_PROGRAM"), "--account", "mei:mei-pw", "--account", "shop:shop-pw"],
+        stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
+    try:
+        line = server.stdout.readline()
+        assert line.startswith("quor-cs-server: port "), line
+        yield int(line.split()[2])
+    finally:
+        server.stdin.close()  # the server stops and removes its directory
+        server.wait(timeout=30)
+
+
+@pytest.fixture
+def desk(server_port):
+    desk = subprocess.Popen(
+        [program("QUOR_CS_DESK_PROGRAM"), "--jid", "shop@localhost", "--password", "shop-pw",
+         "--server", "127.0.0.1", "--port", str(server_port)],
+        stderr=subprocess.PIPE, text=True)
+    try:
+        for line in desk.stderr:
+            if "serving as" in line:
+                break
+        yield "shop"
+    finally:
+        desk.terminate()
+        desk.wait(timeout=30)
+
+
+class Screen(quor_cs.Observer):
+    def __init__(self):
+        self.states, self.lines = [], []
+
+    def on_state_changed(self, status):
+        self.states.append(status.state)
+
+    def on_message(self, message):
+        self.lines.append((message.author, message.text))
+
+
+def test_a_customer_over_xmpp_reaches_the_robot_and_an_agent(server_port, desk):
+    with quor_cs.XmppHost("mei@localhost", "mei-pw", server="127.0.0.1",
+                          port=server_port) as host:
+        host.connect()
+        assert host.wait_online(10)
+        assert host.status == 0
+        screen = Screen()
+        with quor_cs.Service(desk, screen) as service:
+            service.start({"userInfo": {"userId": "mei", "name": "Mei"}}, timeout=15)
+            host.settle()
+            assert screen.states[-1] == quor_cs.State.ROBOT
+            service.send_text("Where is my order?")
+            host.settle()
+            service.ask_for_agent()
+            host.settle()
+            service.choose_group("sales")
+            host.settle()
+            assert screen.states[-1] == quor_cs.State.AGENT
+        A = quor_cs.Author
+        assert (A.ROBOT, "Orders ship within 24 hours; you can follow yours under Me > Orders.") \
+            in screen.lines
+        assert (A.AGENT, "Hello, this is Kai from Sales. How can I help?") in screen.lines
+        texts = [entry.get("text") for entry in host.history(desk)]
+        assert "Where is my order?" in texts
+        host.logout()
+
+
+def test_bad_xmpp_options_are_refused():
+    with pytest.raises(ValueError, match="jid"):
+        quor_cs.XmppHost("", "pw")
+    with pytest.raises(ValueError, match="tls"):
+        quor_cs.XmppHost("mei@localhost", "pw", tls="sometimes")

@@ -1,0 +1,52 @@
+// quor-cs-server: a private XMPP server (Prosody with the stamping module) for scripts and the
+// language bindings' tests: quor-cs-server --account USER:PASSWORD [--account ...]
+// Prints "quor-cs-server: port N domain D" once it serves, and runs until its standard input
+// closes or it gets SIGTERM/SIGINT; then it stops the server and removes its directory.
+#include <poll.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <string>
+
+#include "QuorPrivateServer/QuorPrivateServer.h"
+
+int main(int argc, char** argv) {
+  quor::QuorPrivateServer::Options options;
+  for (int i = 1; i < argc; ++i) {
+    const std::string argument = argv[i];
+    const std::string value = i + 1 < argc ? argv[i + 1] : "";
+    const auto colon = value.find(':');
+    if (argument != "--account" || colon == std::string::npos || colon == 0) {
+      std::fprintf(stderr, "usage: quor-cs-server --account USER:PASSWORD [--account ...]\n");
+      return 2;
+    }
+    options.accounts[value.substr(0, colon)] = value.substr(colon + 1);
+    ++i;
+  }
+  sigset_t signals;
+  sigemptyset(&signals);
+  sigaddset(&signals, SIGINT);
+  sigaddset(&signals, SIGTERM);
+  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+
+  std::string error;
+  auto server = quor::QuorPrivateServer::start(options, &error);
+  if (!server) {
+    std::fprintf(stderr, "quor-cs-server: %s\n", error.c_str());
+    return 1;
+  }
+  std::printf("quor-cs-server: port %d domain %s\n", server->port(), server->domain().c_str());
+  std::fflush(stdout);
+  // Until stdin closes (the parent went) or a stop signal arrives.
+  for (;;) {
+    pollfd input{STDIN_FILENO, POLLIN, 0};
+    if (::poll(&input, 1, 200) > 0) {
+      char byte;
+      if (::read(STDIN_FILENO, &byte, 1) <= 0) break;
+    }
+    timespec now{0, 0};
+    if (sigtimedwait(&signals, nullptr, &now) > 0) break;
+  }
+  return 0;
+}
