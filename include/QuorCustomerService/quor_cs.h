@@ -246,6 +246,61 @@ QUOR_CS_C_API int quor_cs_kit_desk_say(quor_cs_kit* kit, const char* text);
 QUOR_CS_C_API int quor_cs_kit_desk_request_rating(quor_cs_kit* kit);
 QUOR_CS_C_API int quor_cs_kit_desk_end(quor_cs_kit* kit, const char* text, int code);
 
+/* ---- A host written in C: an IM core in another language carries the library ------------ */
+
+/* One send waiting for its outcome: complete it exactly once, from any thread, with
+ * quor_cs_send_succeeded() or quor_cs_send_failed(); that frees it. */
+typedef struct quor_cs_send quor_cs_send;
+typedef struct quor_cs_host quor_cs_host;
+
+/* What the library needs of the host. Every function may be called from any thread (the
+ * caller's, the library's), concurrently; `body` is the content's bytes (NULL: none) and valid
+ * during the call. Missing functions: sends fail with -1, nothing is stored or shown, nothing
+ * is logged, csSuspendWhenLeave is false. */
+typedef struct quor_cs_host_functions {
+  void* user;
+  /* Sends `body` under `object_name` to `target_id` in the customer-service conversation
+   * (type 5). Later, complete `send` once: the message id and the server's sent time (never 0,
+   * never after the time of a reply the desk sends later), or the error code. */
+  void (*send)(void* user, const char* target_id, const char* object_name, const char* body,
+               size_t body_length, quor_cs_send* send);
+  /* Stores a local message of `target_id`'s conversation as received from `sender_id`, read;
+   * returns its message id, or -1 when it could not be stored. */
+  int64_t (*insert_incoming)(void* user, const char* target_id, const char* sender_id,
+                             const char* object_name, const char* body, size_t body_length);
+  /* Shows a local message (one insert_incoming stored, id > 0, or an unstored notice, id 0) to
+   * the app as if received. */
+  void (*deliver_local)(void* user, int64_t message_id, const char* target_id,
+                        const char* object_name, const char* body, size_t body_length);
+  /* A content type the host must decode by name from now on; `persistent_flag` bit 1: store. */
+  void (*register_type)(void* user, const char* object_name, uint32_t persistent_flag);
+  /* A log line of the library: level 2 errors ... 5 debug. */
+  void (*log)(void* user, int level, const char* tag, const char* text);
+  /* The local setting csSuspendWhenLeave: non-zero sends a suspend when a service stops. */
+  int (*suspend_when_leave)(void* user);
+} quor_cs_host_functions;
+
+/* Installs the host (copied) as the library's core client, logger and settings, with the
+ * library's module loaded (register_type is called for its types). Main-thread work waits in
+ * the host's queue for quor_cs_host_run_main(), unless the app installs a dispatcher after
+ * this call. NULL when memory ran out. One host at a time. */
+QUOR_CS_C_API quor_cs_host* quor_cs_host_install(const quor_cs_host_functions* functions);
+/* Uninstalls and frees the host. Sends not yet completed stay valid handles: complete them. */
+QUOR_CS_C_API void quor_cs_host_uninstall(quor_cs_host* host);
+/* Hands one received message to the library, on the host's delivery thread, in arrival order
+ * (after the outcomes of the sends before it). *held (may be NULL) becomes 1 when the library
+ * held it or it is a signal type: the host neither stores nor shows it; else 0: store it (when
+ * its type is stored) and show it. */
+QUOR_CS_C_API int quor_cs_host_receive(quor_cs_host* host, const char* object_name,
+                                       const char* body, size_t body_length,
+                                       const char* target_id, const char* sender_id,
+                                       int64_t sent_time, int offline, int* held);
+/* Runs the main-thread work waiting in the host's queue on the calling thread; how many ran. */
+QUOR_CS_C_API size_t quor_cs_host_run_main(quor_cs_host* host);
+QUOR_CS_C_API void quor_cs_send_succeeded(quor_cs_send* send, int64_t message_id,
+                                          int64_t sent_time);
+QUOR_CS_C_API void quor_cs_send_failed(quor_cs_send* send, int64_t error_code);
+
 /* ---- The XMPP host: the whole stack for an app without an IM core of its own ------------ */
 
 typedef struct quor_cs_xmpp_host quor_cs_xmpp_host;

@@ -98,6 +98,8 @@ class QuorHostBase : public KXCoreClient,
 
   // The registered types, in registration order (a type registered again keeps its place).
   std::vector<KXMessageContentType> registeredTypes() const;
+  // Whether a loaded module named `objectName` a signal type: never stored, never shown.
+  bool isSignalType(const std::string& objectName) const { return modules_.isSignal(objectName); }
 
  protected:
   QuorHostBase();

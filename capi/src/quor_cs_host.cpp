@@ -1,0 +1,157 @@
+// A host written in C: the function pointers of quor_cs_host_functions behind the host base, so
+// that an IM core in any language carries the library with the same receive pipeline and send
+// bookkeeping as the shipped hosts.
+#include "QuorCApi.h"
+#include "QuorHostBase/QuorHostBase.h"
+
+struct quor_cs_send {
+  std::shared_ptr<quor::QuorPendingSend> pending;
+};
+
+namespace quor::capi {
+namespace {
+
+const char* orEmpty(const KXString& text) { return text ? text->c_str() : ""; }
+
+class CHost : public QuorHostBase {
+ public:
+  explicit CHost(const quor_cs_host_functions& functions) : f_(functions) {
+    registerHostTypes();  // texts and notices decode for the conversation's lines
+    setLogSink(
+        [this](const QuorLogEntry& entry) {
+          if (f_.log) f_.log(f_.user, entry.level, entry.tag.c_str(), entry.text.c_str());
+        },
+        f_.log ? 5 : 0);
+  }
+
+  std::shared_ptr<KXMessage> insertIncomingMessage(
+      int32_t conversationType, const KXString& targetId, const KXString& senderUserId,
+      int32_t receivedStatus, std::shared_ptr<KXMessageContent> content) override {
+    if (!f_.insert_incoming || !content) return nullptr;
+    const std::string objectName = content->objectName();
+    const KXData body = content->encode();
+    const int64_t id =
+        f_.insert_incoming(f_.user, orEmpty(targetId), orEmpty(senderUserId), objectName.c_str(),
+                           body ? body->data() : nullptr, body ? body->size() : 0);
+    if (id < 0) return nullptr;
+    auto record = std::make_shared<KXMessage>(conversationType, targetId, KXMessageDirectionReceive,
+                                              id, std::move(content));
+    record->setSenderUserId(senderUserId);
+    record->setReceivedStatus(receivedStatus);
+    record->setObjectName(objectName);
+    return record;
+  }
+
+  void onReceiveFakeMessage(std::shared_ptr<KXMessage> message) override {
+    if (!message || !f_.deliver_local || !message->content()) return;
+    const std::string objectName = message->content()->objectName();
+    const KXData body = message->content()->encode();
+    f_.deliver_local(f_.user, message->messageId(), orEmpty(message->targetId()),
+                     objectName.c_str(), body ? body->data() : nullptr, body ? body->size() : 0);
+  }
+
+  void registerMessageType(const KXMessageContentType& type) override {
+    QuorHostBase::registerMessageType(type);
+    if (f_.register_type)
+      f_.register_type(f_.user, type.objectName().c_str(), type.persistentFlag());
+  }
+
+  // The host's received message, through the base's pipeline: whether a module held it.
+  bool take(const QuorReceivedMessage& received) { return receive(received); }
+
+  bool csSuspendWhenLeave() const override {
+    return f_.suspend_when_leave && f_.suspend_when_leave(f_.user) != 0;
+  }
+
+ protected:
+  void transmit(QuorOutgoingSend send, std::shared_ptr<QuorPendingSend> pending) override {
+    if (!f_.send) {
+      pending->fail(-1);
+      return;
+    }
+    auto* handle = new quor_cs_send{std::move(pending)};
+    f_.send(f_.user, orEmpty(send.targetId), send.objectName.c_str(),
+            send.body ? send.body->data() : nullptr, send.body ? send.body->size() : 0, handle);
+  }
+
+ private:
+  const quor_cs_host_functions f_;
+};
+
+}  // namespace
+}  // namespace quor::capi
+
+struct quor_cs_host {
+  std::shared_ptr<quor::capi::CHost> host;
+};
+
+extern "C" {
+
+quor_cs_host* quor_cs_host_install(const quor_cs_host_functions* functions) {
+  if (!functions) return nullptr;
+  using namespace quor;
+  return capi::guardedValue<quor_cs_host*>(nullptr, [&] {
+    auto made = std::make_unique<quor_cs_host>();
+    made->host = std::make_shared<capi::CHost>(*functions);
+    made->host->install();
+    made->host->loadExtensionModule();
+    return made.release();
+  });
+}
+
+void quor_cs_host_uninstall(quor_cs_host* host) {
+  if (!host) return;
+  quor::capi::guarded([] {
+    quor::QuorHostBase::uninstall();
+    return QUOR_CS_OK;
+  });
+  delete host;
+}
+
+int quor_cs_host_receive(quor_cs_host* host, const char* object_name, const char* body,
+                         size_t body_length, const char* target_id, const char* sender_id,
+                         int64_t sent_time, int offline, int* held) {
+  if (held) *held = 0;
+  if (!host || !object_name) return QUOR_CS_ERROR_ARGUMENT;
+  return quor::capi::guarded([&] {
+    quor::QuorReceivedMessage received;
+    received.objectName = object_name;
+    if (body) received.body = std::string(body, body_length);
+    if (target_id) received.targetId = std::string(target_id);
+    if (sender_id) received.senderUserId = std::string(sender_id);
+    received.sentTime = sent_time;
+    received.offline = offline != 0;
+    const bool taken =
+        host->host->take(received) || host->host->isSignalType(received.objectName);
+    if (held) *held = taken ? 1 : 0;
+    return QUOR_CS_OK;
+  });
+}
+
+size_t quor_cs_host_run_main(quor_cs_host* host) {
+  if (!host) return 0;
+  return quor::capi::guardedValue<size_t>(
+      0, [host] { return host->host->mainRunLoop().runUntilIdle(); });
+}
+
+void quor_cs_send_succeeded(quor_cs_send* send, int64_t message_id, int64_t sent_time) {
+  if (!send) return;
+  quor::capi::guarded([&] {
+    send->pending->record()->setMessageId(message_id);
+    send->pending->record()->setSentTime(sent_time);
+    send->pending->succeed();
+    return QUOR_CS_OK;
+  });
+  delete send;
+}
+
+void quor_cs_send_failed(quor_cs_send* send, int64_t error_code) {
+  if (!send) return;
+  quor::capi::guarded([&] {
+    send->pending->fail(error_code);
+    return QUOR_CS_OK;
+  });
+  delete send;
+}
+
+}  // extern "C"
