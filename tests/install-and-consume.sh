@@ -64,7 +64,7 @@ cmake --install "$build_dir" --prefix "$work/shared" >/dev/null
 consume "$work/shared" shared
 
 echo "--- static: build and install"
-cmake -S "$source_dir" -B "$work/static-build" -DBUILD_SHARED_LIBS=OFF -DQUOR_CS_BUILD_TESTS=OFF \
+cmake -S "$source_dir" -B "$work/static-build" -DBUILD_SHARED_LIBS=OFF -DQUOR_CS_BUILD_TESTS=OFF -DQUOR_CS_BUILD_C_API=OFF \
   -DQUOR_CS_BUILD_EXAMPLES=OFF -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_COMPILER="$cxx" >/dev/null
 cmake --build "$work/static-build" -j"$(nproc 2>/dev/null || echo 2)" \
   --target QuorCustomerService QuorDeskSimulator QuorHostContract >/dev/null
