@@ -6,15 +6,7 @@
 #include <string.h>
 
 #include "QuorCustomerService/quor_cs.h"
-
-static int failures = 0;
-#define CHECK(condition)                                                      \
-  do {                                                                        \
-    if (!(condition)) {                                                       \
-      fprintf(stderr, "%s:%d: failed: %s\n", __FILE__, __LINE__, #condition); \
-      ++failures;                                                             \
-    }                                                                         \
-  } while (0)
+#include "check.h"
 
 /* What the app's screen keeps. */
 typedef struct screen {

@@ -4,7 +4,7 @@
 #include <memory>
 
 #include "QuorCustomerService/Host/KXMessageContent.h"
-#include "QuorCustomerService/Message/KXCSServiceIdentifiers.h"
+#include "QuorCustomerService/Message/KXCSServiceIdentified.h"
 #include "QuorCustomerService/QuorCustomerServiceExport.h"
 
 namespace quor {
@@ -12,7 +12,7 @@ namespace quor {
 // "KX:CsCha", sent only, not stored: asks the desk for a human agent, optionally of one group.
 // Built and filled by the client on the caller's thread, then handed to the host, which encodes it
 // on its sending thread.
-class QUOR_CS_EXPORT KXCSChangeModeMessage : public KXMessageContent {
+class QUOR_CS_EXPORT KXCSChangeModeMessage : public KXMessageContent, public KXCSServiceIdentified {
  public:
   static std::string getObjectName();
   static uint32_t persistentFlag();
@@ -23,19 +23,10 @@ class QUOR_CS_EXPORT KXCSChangeModeMessage : public KXMessageContent {
   // Sent only: does nothing.
   void decodeWithData(const KXData& data) override;
 
-  const KXString& uid() const { return ids_.uid; }
-  void setUid(KXString uid) { ids_.uid = std::move(uid); }
-  const KXString& cid() const { return ids_.cid; }
-  void setCid(KXString cid) { ids_.cid = std::move(cid); }
-  const KXString& pid() const { return ids_.pid; }
-  void setPid(KXString pid) { ids_.pid = std::move(pid); }
-  const KXCSServiceIdentifiers& identifiers() const { return ids_; }
-  void setIdentifiers(KXCSServiceIdentifiers ids) { ids_ = std::move(ids); }
   const KXString& groupid() const { return groupid_; }
   void setGroupid(KXString groupid) { groupid_ = std::move(groupid); }
 
  private:
-  KXCSServiceIdentifiers ids_;
   KXString groupid_;
 };
 

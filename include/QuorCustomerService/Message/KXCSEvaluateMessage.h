@@ -4,7 +4,7 @@
 #include <memory>
 
 #include "QuorCustomerService/Host/KXMessageContent.h"
-#include "QuorCustomerService/Message/KXCSServiceIdentifiers.h"
+#include "QuorCustomerService/Message/KXCSServiceIdentified.h"
 #include "QuorCustomerService/QuorCustomerServiceExport.h"
 
 namespace quor {
@@ -12,7 +12,7 @@ namespace quor {
 // "KX:CsEva", sent only, not stored: the user's rating of the robot or the human agent.
 // Built and filled by the client on the caller's thread, then handed to the host, which encodes it
 // on its sending thread.
-class QUOR_CS_EXPORT KXCSEvaluateMessage : public KXMessageContent {
+class QUOR_CS_EXPORT KXCSEvaluateMessage : public KXMessageContent, public KXCSServiceIdentified {
  public:
   static std::string getObjectName();
   static uint32_t persistentFlag();
@@ -24,14 +24,6 @@ class QUOR_CS_EXPORT KXCSEvaluateMessage : public KXMessageContent {
   // Sent only: does nothing.
   void decodeWithData(const KXData& data) override;
 
-  const KXString& uid() const { return ids_.uid; }
-  void setUid(KXString uid) { ids_.uid = std::move(uid); }
-  const KXString& cid() const { return ids_.cid; }
-  void setCid(KXString cid) { ids_.cid = std::move(cid); }
-  const KXString& pid() const { return ids_.pid; }
-  void setPid(KXString pid) { ids_.pid = std::move(pid); }
-  const KXCSServiceIdentifiers& identifiers() const { return ids_; }
-  void setIdentifiers(KXCSServiceIdentifiers ids) { ids_ = std::move(ids); }
   // The star value.
   int32_t source() const { return source_; }
   void setSource(int32_t source) { source_ = source; }
@@ -51,7 +43,6 @@ class QUOR_CS_EXPORT KXCSEvaluateMessage : public KXMessageContent {
   void setExtra(std::shared_ptr<const KXDictionary> extra) { extra_ = std::move(extra); }
 
  private:
-  KXCSServiceIdentifiers ids_;
   int32_t source_ = 0;
   KXString suggest_;
   int32_t resolveStatus_ = 0;

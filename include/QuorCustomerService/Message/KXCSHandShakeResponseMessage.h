@@ -6,7 +6,7 @@
 #include "QuorCustomerService/Host/KXMessageContent.h"
 #include "QuorCustomerService/Message/KXCSConfiguration.h"
 #include "QuorCustomerService/Message/KXCSLeaveMessageItem.h"
-#include "QuorCustomerService/Message/KXCSServiceIdentifiers.h"
+#include "QuorCustomerService/Message/KXCSServiceIdentified.h"
 #include "QuorCustomerService/Message/KXCustomerServiceGroupItem.h"
 #include "QuorCustomerService/Message/KXEvaluateItem.h"
 #include "QuorCustomerService/QuorCustomerServiceExport.h"
@@ -16,7 +16,8 @@ namespace quor {
 // "KX:CsHsR", received only, not stored: the desk's answer to the handshake, with the
 // service's identifiers, type, robot, groups, evaluation and leave-message settings.
 // Decoded by the host on its delivery thread, then only read.
-class QUOR_CS_EXPORT KXCSHandShakeResponseMessage : public KXMessageContent {
+class QUOR_CS_EXPORT KXCSHandShakeResponseMessage : public KXMessageContent,
+                                                    public KXCSServiceIdentified {
  public:
   static std::string getObjectName();
   static uint32_t persistentFlag();
@@ -26,9 +27,8 @@ class QUOR_CS_EXPORT KXCSHandShakeResponseMessage : public KXMessageContent {
   KXData encode() override;
   void decodeWithData(const KXData& data) override;
 
-  // The service's identifiers and the desk's configuration, each as one record; the accessors
-  // below read and write them field by field.
-  const KXCSServiceIdentifiers& identifiers() const { return ids_; }
+  // The desk's configuration as one record; the accessors below read and write it field by
+  // field (the identifiers: KXCSServiceIdentified).
   const KXCSConfiguration& configuration() const { return config_; }
 
   // Top-level "status": 0 means the desk could not open the service.
@@ -36,13 +36,6 @@ class QUOR_CS_EXPORT KXCSHandShakeResponseMessage : public KXMessageContent {
   void setCode(int32_t code) { code_ = code; }
   const KXString& msg() const { return msg_; }
   void setMsg(KXString msg) { msg_ = std::move(msg); }
-  const KXString& uid() const { return ids_.uid; }
-  void setUid(KXString uid) { ids_.uid = std::move(uid); }
-  // The desk's "sid".
-  const KXString& cid() const { return ids_.cid; }
-  void setCid(KXString cid) { ids_.cid = std::move(cid); }
-  const KXString& pid() const { return ids_.pid; }
-  void setPid(KXString pid) { ids_.pid = std::move(pid); }
   const KXCustomerServiceGroupList& groupList() const { return groupList_; }
   void setGroupList(KXCustomerServiceGroupList groupList) { groupList_ = std::move(groupList); }
   const KXString& companyName() const { return config_.companyName; }
@@ -123,7 +116,6 @@ class QUOR_CS_EXPORT KXCSHandShakeResponseMessage : public KXMessageContent {
  private:
   int32_t code_ = 0;
   KXString msg_;
-  KXCSServiceIdentifiers ids_;
   KXCSConfiguration config_;
   KXCustomerServiceGroupList groupList_;
   int32_t type_ = 0;
