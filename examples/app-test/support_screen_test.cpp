@@ -118,4 +118,15 @@ TEST_F(SupportScreenTest, NoAgentAvailableSendsTheCustomerBackToTheRobot) {
   EXPECT_EQ(service->askForAgent(), KXCSServiceResult::Done);  // the customer may try again
 }
 
+TEST_F(SupportScreenTest, ADeskThatRefusesTheServiceFailsTheStart) {
+  auto simulator = desk(R"({"handshake": {"fail": true, "message": "Closed today"}})");
+  service = quor::KXCSService::make(simulator->deskId(), screen);
+  service->start(nullptr);
+  host->settle();
+  EXPECT_EQ(screen->states.back(), KXCSServiceState::Failed);
+  EXPECT_EQ(screen->reason, quor::KXCSServiceReason::HandshakeRefused);
+  EXPECT_EQ(service->status().text, "Closed today");
+  EXPECT_EQ(service->sendText("hello?"), KXCSServiceResult::NotConnected);
+}
+
 }  // namespace
