@@ -13,7 +13,8 @@
 
 int main(int argc, char** argv) {
   quor::QuorPrivateServer::Options options;
-  for (int i = 1; i < argc; ++i) {
+  // Arguments come in pairs: --account USER:PASSWORD.
+  for (int i = 1; i < argc; i += 2) {
     const std::string argument = argv[i];
     const std::string value = i + 1 < argc ? argv[i + 1] : "";
     const auto colon = value.find(':');
@@ -22,7 +23,6 @@ int main(int argc, char** argv) {
       return 2;
     }
     options.accounts[value.substr(0, colon)] = value.substr(colon + 1);
-    ++i;
   }
   sigset_t signals;
   sigemptyset(&signals);
