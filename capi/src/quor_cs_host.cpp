@@ -121,8 +121,7 @@ int quor_cs_host_receive(quor_cs_host* host, const char* object_name, const char
     if (sender_id) received.senderUserId = std::string(sender_id);
     received.sentTime = sent_time;
     received.offline = offline != 0;
-    const bool taken =
-        host->host->take(received) || host->host->isSignalType(received.objectName);
+    const bool taken = host->host->take(received) || host->host->isSignalType(received.objectName);
     if (held) *held = taken ? 1 : 0;
     return QUOR_CS_OK;
   });

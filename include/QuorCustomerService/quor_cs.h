@@ -42,21 +42,21 @@ QUOR_CS_C_API const char* quor_cs_version(void);
  * QUOR_CS_OK); the negative codes are the C layer's. */
 typedef enum quor_cs_result {
   QUOR_CS_OK = 0,
-  QUOR_CS_ALREADY_STARTED = 1,     /* start while a service runs */
-  QUOR_CS_NOT_CONNECTED = 2,       /* the desk has not answered (or the service is over) */
-  QUOR_CS_AGENT_NOT_OFFERED = 3,   /* no agent in this service, or one serves already */
-  QUOR_CS_ALREADY_WITH_AGENT = 4,  /* an agent serves or is awaited */
-  QUOR_CS_BLOCKED = 5,             /* the desk blocked the customer */
-  QUOR_CS_NOT_CHOOSING_GROUP = 6,  /* no groups were offered */
-  QUOR_CS_GROUP_NOT_OFFERED = 7,   /* that group id was not offered */
-  QUOR_CS_RATING_NOT_OFFERED = 8,  /* the configuration turns this rating off */
-  QUOR_CS_NO_DIALOG_TO_RATE = 9,   /* no dialog given and the desk never asked */
-  QUOR_CS_STARS_NOT_OFFERED = 10,  /* stars not among the evaluation options */
-  QUOR_CS_INVALID_FORM = 11,       /* leave-message values fail the form (see field errors) */
-  QUOR_CS_EMPTY_TEXT = 12,         /* send_text with "" */
-  QUOR_CS_ERROR_ARGUMENT = -1,     /* a required pointer is NULL, or a JSON text does not parse */
-  QUOR_CS_ERROR_MEMORY = -2,       /* memory ran out */
-  QUOR_CS_ERROR_INTERNAL = -3      /* anything else; logged */
+  QUOR_CS_ALREADY_STARTED = 1,    /* start while a service runs */
+  QUOR_CS_NOT_CONNECTED = 2,      /* the desk has not answered (or the service is over) */
+  QUOR_CS_AGENT_NOT_OFFERED = 3,  /* no agent in this service, or one serves already */
+  QUOR_CS_ALREADY_WITH_AGENT = 4, /* an agent serves or is awaited */
+  QUOR_CS_BLOCKED = 5,            /* the desk blocked the customer */
+  QUOR_CS_NOT_CHOOSING_GROUP = 6, /* no groups were offered */
+  QUOR_CS_GROUP_NOT_OFFERED = 7,  /* that group id was not offered */
+  QUOR_CS_RATING_NOT_OFFERED = 8, /* the configuration turns this rating off */
+  QUOR_CS_NO_DIALOG_TO_RATE = 9,  /* no dialog given and the desk never asked */
+  QUOR_CS_STARS_NOT_OFFERED = 10, /* stars not among the evaluation options */
+  QUOR_CS_INVALID_FORM = 11,      /* leave-message values fail the form (see field errors) */
+  QUOR_CS_EMPTY_TEXT = 12,        /* send_text with "" */
+  QUOR_CS_ERROR_ARGUMENT = -1,    /* a required pointer is NULL, or a JSON text does not parse */
+  QUOR_CS_ERROR_MEMORY = -2,      /* memory ran out */
+  QUOR_CS_ERROR_INTERNAL = -3     /* anything else; logged */
 } quor_cs_result;
 
 /* The name of a result ("OK", "NotConnected", "ErrorArgument"); "?" for another value. */
@@ -185,7 +185,7 @@ typedef struct quor_cs_service quor_cs_service;
 /* A service for `desk_id` reporting to `observer` (copied). NULL when an argument is NULL or
  * memory ran out. Several services with different desks may run at once; keep one per desk. */
 QUOR_CS_C_API quor_cs_service* quor_cs_service_create(const char* desk_id,
-                                                       const quor_cs_observer* observer);
+                                                      const quor_cs_observer* observer);
 /* Ends a running service (the desk gets its suspend when it asked for one), calls the
  * observer's release, and frees the handle. NULL is ignored. */
 QUOR_CS_C_API void quor_cs_service_destroy(quor_cs_service* service);
@@ -197,26 +197,25 @@ QUOR_CS_C_API void quor_cs_service_destroy(quor_cs_service* service);
  * "skillId", "listUrl": [...], "define", "productId"}}, every key optional, values strings.
  * `timeout_ms` > 0: no answer in that time ends in Failed(Timeout). */
 QUOR_CS_C_API int quor_cs_service_start(quor_cs_service* service, const char* customer_json,
-                                         int64_t timeout_ms);
+                                        int64_t timeout_ms);
 QUOR_CS_C_API int quor_cs_service_ask_for_agent(quor_cs_service* service);
 QUOR_CS_C_API int quor_cs_service_choose_group(quor_cs_service* service, const char* group_id);
 /* knowledge_id may be NULL (the service's own identifiers are sent). */
 QUOR_CS_C_API int quor_cs_service_rate_robot(quor_cs_service* service, const char* knowledge_id,
-                                              int resolved, const char* suggestion);
+                                             int resolved, const char* suggestion);
 /* dialog_id NULL: the desk's last rating request. suggestion, tags and extra_json (an object
  * merged into the rating) may be NULL; with tags or extra the tagged rating goes out. */
 QUOR_CS_C_API int quor_cs_service_rate_agent(quor_cs_service* service, const char* dialog_id,
-                                              int32_t stars, const char* suggestion,
-                                              uint64_t resolved, const char* tags,
-                                              const char* extra_json);
+                                             int32_t stars, const char* suggestion,
+                                             uint64_t resolved, const char* tags,
+                                             const char* extra_json);
 /* Checks `values_json` (an object: field name -> value) against the desk's form and sends it.
  * QUOR_CS_INVALID_FORM: *field_errors_json (when not NULL) gets an object field -> "required",
  * "too long" or the failed check's name. QUOR_CS_OK with *web_form_url set: the desk takes
  * messages on that page and nothing was sent. Both out-strings are the caller's (quor_cs_free);
  * NULL when there is nothing to say. */
-QUOR_CS_C_API int quor_cs_service_leave_message(quor_cs_service* service,
-                                                 const char* values_json,
-                                                 char** field_errors_json, char** web_form_url);
+QUOR_CS_C_API int quor_cs_service_leave_message(quor_cs_service* service, const char* values_json,
+                                                char** field_errors_json, char** web_form_url);
 QUOR_CS_C_API int quor_cs_service_end(quor_cs_service* service);
 /* A line of text to the robot or agent (from Connected on). */
 QUOR_CS_C_API int quor_cs_service_send_text(quor_cs_service* service, const char* text);
@@ -292,9 +291,9 @@ QUOR_CS_C_API void quor_cs_host_uninstall(quor_cs_host* host);
  * held it or it is a signal type: the host neither stores nor shows it; else 0: store it (when
  * its type is stored) and show it. */
 QUOR_CS_C_API int quor_cs_host_receive(quor_cs_host* host, const char* object_name,
-                                       const char* body, size_t body_length,
-                                       const char* target_id, const char* sender_id,
-                                       int64_t sent_time, int offline, int* held);
+                                       const char* body, size_t body_length, const char* target_id,
+                                       const char* sender_id, int64_t sent_time, int offline,
+                                       int* held);
 /* Runs the main-thread work waiting in the host's queue on the calling thread; how many ran. */
 QUOR_CS_C_API size_t quor_cs_host_run_main(quor_cs_host* host);
 QUOR_CS_C_API void quor_cs_send_succeeded(quor_cs_send* send, int64_t message_id,
@@ -310,8 +309,7 @@ typedef struct quor_cs_xmpp_host quor_cs_xmpp_host;
  * "disabled", "trustSelfSignedCertificate": bool, "storePath" (SQLite file; default in memory),
  * "deskDomain" (default: the account's), "resource"}. NULL with the reason in *error (the
  * caller's; may be NULL). */
-QUOR_CS_C_API quor_cs_xmpp_host* quor_cs_xmpp_host_create(const char* options_json,
-                                                          char** error);
+QUOR_CS_C_API quor_cs_xmpp_host* quor_cs_xmpp_host_create(const char* options_json, char** error);
 /* Logs out (when connected) and frees the host; it stays installed until then. Destroy the
  * services that used it first. */
 QUOR_CS_C_API void quor_cs_xmpp_host_destroy(quor_cs_xmpp_host* host);
