@@ -13,7 +13,15 @@
 #include "QuorCustomerService/QuorCustomerService.h"
 #include "QuorCustomerService/quor_cs.h"
 
+namespace quor {
+class QuorHostBase;
+}
+
 namespace quor::capi {
+
+// The host base behind a host written in C: for in-process C++ code beside the C layer (the
+// host contract's subject), never exported.
+QuorHostBase& hostBaseOf(quor_cs_host& host);
 
 // Runs `call` and returns its result; memory running out gives QUOR_CS_ERROR_MEMORY, any other
 // exception QUOR_CS_ERROR_INTERNAL (logged). For calls that return a result code.

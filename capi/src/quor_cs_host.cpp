@@ -42,8 +42,11 @@ class CHost : public QuorHostBase {
     return record;
   }
 
+  // The C core shows it; in-process listeners of the base (a C++ test) see it too.
   void onReceiveFakeMessage(std::shared_ptr<KXMessage> message) override {
-    if (!message || !f_.deliver_local || !message->content()) return;
+    if (!message) return;
+    notifyListeners(message);
+    if (!f_.deliver_local || !message->content()) return;
     const std::string objectName = message->content()->objectName();
     const KXData body = message->content()->encode();
     f_.deliver_local(f_.user, message->messageId(), orEmpty(message->targetId()),
@@ -84,6 +87,8 @@ class CHost : public QuorHostBase {
 struct quor_cs_host {
   std::shared_ptr<quor::capi::CHost> host;
 };
+
+quor::QuorHostBase& quor::capi::hostBaseOf(quor_cs_host& host) { return *host.host; }
 
 extern "C" {
 
