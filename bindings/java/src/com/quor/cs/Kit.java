@@ -1,0 +1,61 @@
+package com.quor.cs;
+
+/**
+ * The test kit: an in-process host with a scripted desk (the desk simulator), so that an app's
+ * screens can be tested against a desk without a server. Its services' observers are called by
+ * {@link #settle()}, on the calling thread. One kit at a time; close its services first.
+ */
+public final class Kit implements AutoCloseable {
+  private long handle;
+
+  /** The default desk profile. */
+  public Kit() {
+    this(null);
+  }
+
+  /** A desk made from profileJson, merged into the default profile; a bad profile throws
+   * IllegalArgumentException with the reason. */
+  public Kit(String profileJson) {
+    byte[][] error = new byte[1][];
+    handle = Native.kitCreate(Utf8.bytes(profileJson), error);
+    if (handle == 0) {
+      throw new IllegalArgumentException(error[0] == null ? "no kit" : Utf8.text(error[0]));
+    }
+  }
+
+  public String deskId() {
+    return Utf8.text(Native.kitDeskId(live()));
+  }
+
+  /** Runs the host and its main queue until nothing more happens. */
+  public void settle() {
+    Native.kitSettle(live());
+  }
+
+  /** A text from whoever serves (robot or agent). */
+  public void deskSay(String text) {
+    Native.check(Native.kitDeskSay(live(), Utf8.bytes(text)));
+  }
+
+  public void deskRequestRating() {
+    Native.check(Native.kitDeskRequestRating(live()));
+  }
+
+  /** The end (code 0) or a hand-back to the robot (code 1), with a closing text. */
+  public void deskEnd(String text, int code) {
+    Native.check(Native.kitDeskEnd(live(), Utf8.bytes(text), code));
+  }
+
+  @Override
+  public void close() {
+    if (handle == 0) return;
+    long closing = handle;
+    handle = 0;
+    Native.kitDestroy(closing);
+  }
+
+  private long live() {
+    if (handle == 0) throw new IllegalStateException("the kit was closed");
+    return handle;
+  }
+}

@@ -1,0 +1,34 @@
+package com.quor.cs;
+
+/** One line of the conversation, or a delivery update of the customer's line. Immutable. */
+public final class Message {
+  /** 1, 2, 3 ... per service; a delivery update carries its line's. */
+  public final long sequence;
+  public final Author author;
+  public final Delivery delivery;
+  public final String text;
+  /** "" when the desk gave none. */
+  public final String senderName;
+  /** The host's id, 0 when none. */
+  public final long messageId;
+  public final long sentTime;
+  /** Failed: the host's error code. */
+  public final long errorCode;
+
+  Message(long sequence, int author, int delivery, byte[] text, byte[] senderName, long messageId,
+      long sentTime, long errorCode) {
+    this.sequence = sequence;
+    this.author = Author.values()[author];
+    this.delivery = Delivery.values()[delivery];
+    this.text = Utf8.text(text);
+    this.senderName = Utf8.text(senderName);
+    this.messageId = messageId;
+    this.sentTime = sentTime;
+    this.errorCode = errorCode;
+  }
+
+  @Override
+  public String toString() {
+    return "Message{" + sequence + ", " + author + ", " + delivery + ", \"" + text + "\"}";
+  }
+}

@@ -1,0 +1,22 @@
+package com.quor.cs;
+
+/** Why the service refused an operation (nothing was sent); {@link #OK} when it went out. */
+public enum Result {
+  OK,
+  ALREADY_STARTED,
+  NOT_CONNECTED,
+  AGENT_NOT_OFFERED,
+  ALREADY_WITH_AGENT,
+  BLOCKED,
+  NOT_CHOOSING_GROUP,
+  GROUP_NOT_OFFERED,
+  RATING_NOT_OFFERED,
+  NO_DIALOG_TO_RATE,
+  STARS_NOT_OFFERED,
+  INVALID_FORM,
+  EMPTY_TEXT;
+
+  static Result of(int code) {
+    return values()[code];
+  }
+}

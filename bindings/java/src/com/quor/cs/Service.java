@@ -1,0 +1,102 @@
+package com.quor.cs;
+
+import java.util.Map;
+
+/**
+ * One customer service with one desk. Call its methods on the app's main thread; its observer is
+ * called there too. Operations the service refuses throw {@link RefusedException} (nothing was
+ * sent); a null argument where one is required throws IllegalArgumentException. Close it when
+ * the screen goes: a running service ends (the desk gets its suspend when it asked for one), and
+ * no observer call comes after close() returned.
+ */
+public final class Service implements AutoCloseable {
+  private long handle;
+
+  public Service(String deskId, Observer observer) {
+    if (deskId == null || observer == null) throw new IllegalArgumentException("deskId, observer");
+    handle = Native.serviceCreate(Utf8.bytes(deskId), new ObserverBridge(observer));
+    if (handle == 0) throw new OutOfMemoryError("the service could not be made");
+  }
+
+  /** Sends the handshake with the customer's information (may be null); timeoutMillis > 0:
+   * no answer in that time ends in Failed(Timeout). */
+  public void start(Customer customer, long timeoutMillis) {
+    Native.check(Native.serviceStart(
+        live(), customer == null ? null : Utf8.bytes(customer.toJson()), timeoutMillis));
+  }
+
+  public void start() {
+    start(null, 0);
+  }
+
+  public void askForAgent() {
+    Native.check(Native.serviceAskForAgent(live()));
+  }
+
+  public void chooseGroup(String groupId) {
+    Native.check(Native.serviceChooseGroup(live(), Utf8.bytes(groupId)));
+  }
+
+  /** knowledgeId and suggestion may be null. */
+  public void rateRobot(boolean resolved, String knowledgeId, String suggestion) {
+    Native.check(Native.serviceRateRobot(
+        live(), Utf8.bytes(knowledgeId), resolved, Utf8.bytes(suggestion)));
+  }
+
+  public void rateAgent(AgentRating rating) {
+    Native.check(Native.serviceRateAgent(live(), Utf8.bytes(rating.dialogId), rating.stars,
+        Utf8.bytes(rating.suggestion), rating.resolved, Utf8.bytes(rating.tags),
+        Utf8.bytes(rating.extraJson)));
+  }
+
+  /**
+   * Checks the values (field name to value) against the desk's form and sends them. Returns
+   * null when sent (the outcome comes to onMessageLeft), or the URL of the desk's web form, where
+   * the customer leaves messages instead (nothing was sent). Throws {@link
+   * InvalidFormException} with the field errors when the values fail the form.
+   */
+  public String leaveMessage(Map<String, String> values) {
+    byte[][] out = new byte[2][];
+    int code = Native.serviceLeaveMessage(live(), Utf8.bytes(Json.write(values)), out);
+    if (code == Result.INVALID_FORM.ordinal()) {
+      throw new InvalidFormException(Json.readStrings(out[0] == null ? null : Utf8.text(out[0])));
+    }
+    Native.check(code);
+    return out[1] == null ? null : Utf8.text(out[1]);
+  }
+
+  public void end() {
+    Native.check(Native.serviceEnd(live()));
+  }
+
+  /** A line of text to the robot or the agent (from Connected on). */
+  public void sendText(String text) {
+    Native.check(Native.serviceSendText(live(), Utf8.bytes(text)));
+  }
+
+  public long unreadCount() {
+    return Native.serviceUnreadCount(live());
+  }
+
+  public void markRead() {
+    Native.serviceMarkRead(live());
+  }
+
+  /** The last state reported (or about to be). */
+  public Status status() {
+    return Native.serviceStatus(live());
+  }
+
+  @Override
+  public void close() {
+    if (handle == 0) return;
+    long closing = handle;
+    handle = 0;
+    Native.serviceDestroy(closing);
+  }
+
+  private long live() {
+    if (handle == 0) throw new IllegalStateException("the service was closed");
+    return handle;
+  }
+}

@@ -1,0 +1,121 @@
+package com.quor.cs;
+
+import java.util.LinkedHashMap;
+import java.util.Map;
+
+/**
+ * The whole stack for an app without an IM core of its own: an XMPP client with a SQLite store
+ * as the library's host. Its services' observers are called by {@link #settle} on the calling
+ * thread, unless the app set a main-thread executor.
+ */
+public final class XmppHost implements AutoCloseable {
+  /** How to reach the account. jid and password are required. */
+  public static final class Options {
+    private final Map<String, Object> values = new LinkedHashMap<>();
+
+    public Options(String jid, String password) {
+      values.put("jid", jid);
+      values.put("password", password);
+    }
+
+    /** The server's address (default: the JID's domain). */
+    public Options server(String server) {
+      values.put("server", server);
+      return this;
+    }
+
+    public Options port(int port) {
+      values.put("port", port);
+      return this;
+    }
+
+    /** "whenOffered" (default), "required" or "disabled". */
+    public Options tls(String tls) {
+      values.put("tls", tls);
+      return this;
+    }
+
+    public Options trustSelfSignedCertificate(boolean trust) {
+      values.put("trustSelfSignedCertificate", trust);
+      return this;
+    }
+
+    /** The SQLite file of the store (default: in memory). */
+    public Options storePath(String path) {
+      values.put("storePath", path);
+      return this;
+    }
+
+    /** The domain of desk ids (default: the account's). */
+    public Options deskDomain(String domain) {
+      values.put("deskDomain", domain);
+      return this;
+    }
+
+    public Options resource(String resource) {
+      values.put("resource", resource);
+      return this;
+    }
+  }
+
+  /** Connection status values of {@link #status()}. */
+  public static final int CONNECTED = 0, CONNECTING = 1, DISCONNECTED = 2, SIGNED_OUT = 3,
+      REPLACED = 4;
+
+  private long handle;
+
+  public XmppHost(Options options) {
+    byte[][] error = new byte[1][];
+    handle = Native.xmppCreate(Utf8.bytes(Json.write(options.values)), error);
+    if (handle == 0) {
+      throw new IllegalArgumentException(error[0] == null ? "no host" : Utf8.text(error[0]));
+    }
+  }
+
+  /** Installs the host as the library's and logs in; it reconnects until logout. */
+  public void connect() {
+    Native.check(Native.xmppConnect(live()));
+  }
+
+  public void logout() {
+    Native.xmppLogout(live());
+  }
+
+  public boolean waitOnline(long timeoutMillis) {
+    return Native.xmppWaitOnline(live(), timeoutMillis);
+  }
+
+  public int status() {
+    return Native.xmppStatus(live());
+  }
+
+  /** Runs the host's main queue on this thread until nothing arrived for quietMillis. */
+  public void settle(long quietMillis) {
+    Native.xmppSettle(live(), quietMillis);
+  }
+
+  /** A plain text to a desk outside any service's bookkeeping. */
+  public void sendText(String deskId, String text) {
+    Native.check(Native.xmppSendText(live(), Utf8.bytes(deskId), Utf8.bytes(text)));
+  }
+
+  /** One page of a desk's stored conversation, newest first, as a JSON array. */
+  public String history(String deskId, long beforeMessageId, int count) {
+    byte[][] out = new byte[1][];
+    Native.check(Native.xmppHistory(live(), Utf8.bytes(deskId), beforeMessageId, count, out));
+    return out[0] == null ? "[]" : Utf8.text(out[0]);
+  }
+
+  @Override
+  public void close() {
+    if (handle == 0) return;
+    long closing = handle;
+    handle = 0;
+    Native.xmppDestroy(closing);
+  }
+
+  private long live() {
+    if (handle == 0) throw new IllegalStateException("the host was closed");
+    return handle;
+  }
+}
