@@ -20,5 +20,9 @@ set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE BOTH)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE BOTH)
 set(ENV{PKG_CONFIG_LIBDIR} /usr/lib/aarch64-linux-gnu/pkgconfig:/usr/share/pkgconfig)
 
+# The cross toolchain's C library first: with Debian's multiarch libc6:arm64 also installed (a
+# dependency of the :arm64 -dev packages), the loader would otherwise mix the two glibc builds,
+# and threads hang.
 find_program(QUOR_CS_QEMU_AARCH64 NAMES qemu-aarch64 qemu-aarch64-static REQUIRED)
-set(CMAKE_CROSSCOMPILING_EMULATOR ${QUOR_CS_QEMU_AARCH64} -L /usr/aarch64-linux-gnu)
+set(CMAKE_CROSSCOMPILING_EMULATOR ${QUOR_CS_QEMU_AARCH64} -L /usr/aarch64-linux-gnu
+    -E LD_LIBRARY_PATH=/usr/aarch64-linux-gnu/lib)

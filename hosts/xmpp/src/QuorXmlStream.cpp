@@ -29,6 +29,10 @@ QuorXmlStream::~QuorXmlStream() = default;
 void QuorXmlStream::reset() {
   if (parser_->xml) XML_ParserFree(parser_->xml);
   parser_->xml = XML_ParserCreate("UTF-8");
+#ifdef QUOR_CS_EXPAT_HAS_REPARSE_DEFERRAL
+  // Every stanza is handed on as soon as its bytes are here, not when the next read comes.
+  XML_SetReparseDeferralEnabled(parser_->xml, XML_FALSE);
+#endif
   XML_SetUserData(parser_->xml, this);
   XML_SetElementHandler(
       parser_->xml,
