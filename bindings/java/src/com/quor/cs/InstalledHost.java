@@ -5,11 +5,9 @@ package com.quor.cs;
  * it each received message; the library's main-thread work waits for {@link #runMain()} unless
  * the app set a main-thread executor. One host at a time; close it to uninstall.
  */
-public final class InstalledHost implements AutoCloseable {
-  private long handle;
-
+public final class InstalledHost extends NativeHandle {
   private InstalledHost(long handle) {
-    this.handle = handle;
+    super(handle, "host");
   }
 
   public static InstalledHost install(Host host) {
@@ -38,15 +36,7 @@ public final class InstalledHost implements AutoCloseable {
   }
 
   @Override
-  public void close() {
-    if (handle == 0) return;
-    long closing = handle;
-    handle = 0;
-    Native.hostUninstall(closing);
-  }
-
-  private long live() {
-    if (handle == 0) throw new IllegalStateException("the host was uninstalled");
-    return handle;
+  void destroy(long handle) {
+    Native.hostUninstall(handle);
   }
 }

@@ -5,9 +5,7 @@ package com.quor.cs;
  * screens can be tested against a desk without a server. Its services' observers are called by
  * {@link #settle()}, on the calling thread. One kit at a time; close its services first.
  */
-public final class Kit implements AutoCloseable {
-  private long handle;
-
+public final class Kit extends NativeHandle {
   /** The default desk profile. */
   public Kit() {
     this(null);
@@ -16,11 +14,16 @@ public final class Kit implements AutoCloseable {
   /** A desk made from profileJson, merged into the default profile; a bad profile throws
    * IllegalArgumentException with the reason. */
   public Kit(String profileJson) {
+    super(create(profileJson), "kit");
+  }
+
+  private static long create(String profileJson) {
     byte[][] error = new byte[1][];
-    handle = Native.kitCreate(Utf8.bytes(profileJson), error);
+    long handle = Native.kitCreate(Utf8.bytes(profileJson), error);
     if (handle == 0) {
       throw new IllegalArgumentException(error[0] == null ? "no kit" : Utf8.text(error[0]));
     }
+    return handle;
   }
 
   public String deskId() {
@@ -47,15 +50,7 @@ public final class Kit implements AutoCloseable {
   }
 
   @Override
-  public void close() {
-    if (handle == 0) return;
-    long closing = handle;
-    handle = 0;
-    Native.kitDestroy(closing);
-  }
-
-  private long live() {
-    if (handle == 0) throw new IllegalStateException("the kit was closed");
-    return handle;
+  void destroy(long handle) {
+    Native.kitDestroy(handle);
   }
 }

@@ -9,13 +9,16 @@ import java.util.Map;
  * the screen goes: a running service ends (the desk gets its suspend when it asked for one), and
  * no observer call comes after close() returned.
  */
-public final class Service implements AutoCloseable {
-  private long handle;
-
+public final class Service extends NativeHandle {
   public Service(String deskId, Observer observer) {
+    super(create(deskId, observer), "service");
+  }
+
+  private static long create(String deskId, Observer observer) {
     if (deskId == null || observer == null) throw new IllegalArgumentException("deskId, observer");
-    handle = Native.serviceCreate(Utf8.bytes(deskId), new ObserverBridge(observer));
+    long handle = Native.serviceCreate(Utf8.bytes(deskId), new ObserverBridge(observer));
     if (handle == 0) throw new OutOfMemoryError("the service could not be made");
+    return handle;
   }
 
   /** Sends the handshake with the customer's information (may be null); timeoutMillis > 0:
@@ -88,15 +91,7 @@ public final class Service implements AutoCloseable {
   }
 
   @Override
-  public void close() {
-    if (handle == 0) return;
-    long closing = handle;
-    handle = 0;
-    Native.serviceDestroy(closing);
-  }
-
-  private long live() {
-    if (handle == 0) throw new IllegalStateException("the service was closed");
-    return handle;
+  void destroy(long handle) {
+    Native.serviceDestroy(handle);
   }
 }

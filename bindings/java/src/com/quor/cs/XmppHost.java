@@ -8,7 +8,7 @@ import java.util.Map;
  * as the library's host. Its services' observers are called by {@link #settle} on the calling
  * thread, unless the app set a main-thread executor.
  */
-public final class XmppHost implements AutoCloseable {
+public final class XmppHost extends NativeHandle {
   /** How to reach the account. jid and password are required. */
   public static final class Options {
     private final Map<String, Object> values = new LinkedHashMap<>();
@@ -62,14 +62,17 @@ public final class XmppHost implements AutoCloseable {
   public static final int CONNECTED = 0, CONNECTING = 1, DISCONNECTED = 2, SIGNED_OUT = 3,
       REPLACED = 4;
 
-  private long handle;
-
   public XmppHost(Options options) {
+    super(create(options), "host");
+  }
+
+  private static long create(Options options) {
     byte[][] error = new byte[1][];
-    handle = Native.xmppCreate(Utf8.bytes(Json.write(options.values)), error);
+    long handle = Native.xmppCreate(Utf8.bytes(Json.write(options.values)), error);
     if (handle == 0) {
       throw new IllegalArgumentException(error[0] == null ? "no host" : Utf8.text(error[0]));
     }
+    return handle;
   }
 
   /** Installs the host as the library's and logs in; it reconnects until logout. */
@@ -107,15 +110,7 @@ public final class XmppHost implements AutoCloseable {
   }
 
   @Override
-  public void close() {
-    if (handle == 0) return;
-    long closing = handle;
-    handle = 0;
-    Native.xmppDestroy(closing);
-  }
-
-  private long live() {
-    if (handle == 0) throw new IllegalStateException("the host was closed");
-    return handle;
+  void destroy(long handle) {
+    Native.xmppDestroy(handle);
   }
 }
