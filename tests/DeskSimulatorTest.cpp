@@ -80,6 +80,52 @@ TEST_F(SupportScreenTest, TheChosenGroupsAgentServes) {
   EXPECT_EQ(shown.back(), "Hello, this is Kai from Sales. How can I help?");
 }
 
+// People serve (the agent console): the request waits for a person, who greets under their name
+// and answers instead of the script; a decline answers the next request; everything is watched.
+TEST_F(SupportScreenTest, PeopleTakeOrDeclineAWaitingCustomerAndAnswerInsteadOfTheScript) {
+  auto desk = deskWith("{}");
+  std::vector<std::string> watched;
+  desk->servedByPeople([&](const QuorWireMessage& message, bool fromCustomer) {
+    watched.push_back((fromCustomer ? "customer " : "desk ") + message.objectName);
+  });
+  EXPECT_FALSE(desk->takeByAgent("Mia", "Hi"));  // nobody waits yet
+  open(desk);
+  client.switchToHumanMode(desk->deskId());
+  host->settle();
+  client.selectCustomerServiceGroup(desk->deskId(), KXString("after-sales"));
+  host->settle();
+  EXPECT_EQ(desk->waitingForAgent(), "after-sales");
+  EXPECT_FALSE(desk->humanMode());
+  EXPECT_TRUE(desk->takeByAgent("Mia", "Hello, Mia here."));
+  host->settle();
+  EXPECT_EQ(shown.back(), "Hello, Mia here.");
+  EXPECT_FALSE(desk->waitingForAgent());
+  const auto before = shown.size();
+  host->sendMessage(KXConversationTypeCustomerService, desk->deskId(),
+                    KXTextMessage::messageWithContent("my parcel?"), std::nullopt, std::nullopt,
+                    nullptr, nullptr);
+  host->settle();
+  EXPECT_EQ(shown.size(), before);  // no scripted reply: Mia answers
+  desk->say("It arrives tomorrow.");
+  host->settle();
+  EXPECT_EQ(shown.back(), "It arrives tomorrow.");
+  EXPECT_EQ(desk->bodiesOf("KX:TxtMsg").back()["content"], "my parcel?");
+  EXPECT_THAT(watched, Contains("customer KX:CsCha"));
+  EXPECT_THAT(watched, Contains("desk KX:CsChaR"));
+
+  desk->endService("", KXCSTerminateBackToRobot);
+  host->settle();
+  client.switchToHumanMode(desk->deskId());
+  host->settle();
+  client.selectCustomerServiceGroup(desk->deskId(), KXString("sales"));
+  host->settle();
+  EXPECT_FALSE(desk->declineAgent(7));  // not a decline
+  EXPECT_TRUE(desk->declineAgent(KXCSChangeModeNoAgent));
+  host->settle();
+  EXPECT_FALSE(desk->waitingForAgent());
+  EXPECT_EQ(modes.back(), KXCSModeRobotFirst);
+}
+
 TEST_F(SupportScreenTest, FailedHandshakeAndBadProfiles) {
   auto closed = deskWith(
       R"({"deskId": "closed", "handshake": {"fail": true, "message": "Closed on Sundays"}})");

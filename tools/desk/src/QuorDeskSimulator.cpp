@@ -212,9 +212,11 @@ bool QuorDeskSimulator::suspended() const {
 void QuorDeskSimulator::send(const std::string& objectName, const KXDictionary& body,
                              const std::string& senderUserId) {
   Reply reply;
+  Watch watch;
   {
     std::lock_guard<std::mutex> lock(mutex_);
     reply = reply_;
+    watch = watch_;
   }
   if (!reply) return;
   QuorWireMessage message;
@@ -222,7 +224,46 @@ void QuorDeskSimulator::send(const std::string& objectName, const KXDictionary& 
   message.targetId = deskId_;
   message.senderUserId = senderUserId;
   message.body = body.dump();
+  if (watch) watch(message, false);
   reply(std::move(message));
+}
+
+void QuorDeskSimulator::servedByPeople(Watch watch) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  watch_ = std::move(watch);
+}
+
+std::optional<std::string> QuorDeskSimulator::waitingForAgent() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return waiting_;
+}
+
+bool QuorDeskSimulator::takeByAgent(const std::string& name, const std::string& greeting) {
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (!waiting_) return false;
+    waiting_.reset();
+    groupAgent_ = {{"name", name}, {"greeting", greeting}};
+    humanMode_ = true;
+  }
+  KXDictionary data = {{"status", KXCSChangeModeAgentServes}};
+  const KXDictionary& satisfaction = member(member(profile_, "evaluation"), "satisfaction");
+  if (!satisfaction.is_null()) data["satisfaction"] = satisfaction;
+  send("KX:CsChaR", {{"code", 200}, {"data", data}}, deskId_);
+  if (!greeting.empty()) sendText(greeting, true);
+  return true;
+}
+
+bool QuorDeskSimulator::declineAgent(int status) {
+  if (status != KXCSChangeModeNoAgent && status != KXCSChangeModeRefused) return false;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (!waiting_) return false;
+    waiting_.reset();
+    humanMode_ = false;
+  }
+  send("KX:CsChaR", {{"code", 200}, {"data", {{"status", status}}}}, deskId_);
+  return true;
 }
 
 void QuorDeskSimulator::sendText(const std::string& content, bool fromAgent) {
@@ -248,6 +289,7 @@ void QuorDeskSimulator::endService(const std::string& content, int code) {
   {
     std::lock_guard<std::mutex> lock(mutex_);
     humanMode_ = false;
+    waiting_.reset();
   }
   KXDictionary body = {{"code", code}, {"sid", "service-" + std::to_string(services_)}};
   if (!content.empty()) body["msg"] = content;
@@ -269,11 +311,14 @@ void QuorDeskSimulator::inviteLeaveMessage(const std::string& content) {
 }
 
 void QuorDeskSimulator::onMessageFromClient(const QuorWireMessage& message) {
+  Watch watch;
   {
     std::lock_guard<std::mutex> lock(mutex_);
     received_.push_back(message);
     if (received_.size() > kKeptMessages) received_.pop_front();
+    watch = watch_;
   }
+  if (watch) watch(message, true);
   const KXDictionary body = parsedBody(message);
   const KXDictionary& end = member(profile_, "end");
   if (message.objectName == "KX:CsHs") {
@@ -292,6 +337,7 @@ void QuorDeskSimulator::onMessageFromClient(const QuorWireMessage& message) {
     std::lock_guard<std::mutex> lock(mutex_);
     suspended_ = true;
     humanMode_ = false;
+    waiting_.reset();
   }
 }
 
@@ -362,6 +408,7 @@ void QuorDeskSimulator::answerHandShake() {
     ++services_;
     agentReplies_ = 0;
     suspended_ = false;
+    waiting_.reset();
     humanMode_ = integer(profile_, "serviceType") == 2 || integer(profile_, "serviceType") == 4;
   }
   send("KX:CsHsR", handShakeResponse(), deskId_);
@@ -384,6 +431,11 @@ void QuorDeskSimulator::answerChangeMode(const KXDictionary& request) {
   if (answer == "accepts") {
     {
       std::lock_guard<std::mutex> lock(mutex_);
+      // People serve: the customer waits until one takes them (or declines).
+      if (watch_) {
+        waiting_ = text(request, "groupid");
+        return;
+      }
       groupAgent_ = groupAgent;
     }
     KXDictionary data = {{"status", KXCSChangeModeAgentServes}};
@@ -428,10 +480,16 @@ std::string QuorDeskSimulator::robotAnswer(const std::string& question) const {
 }
 
 void QuorDeskSimulator::answerText(const std::string& question) {
+  bool people;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    people = static_cast<bool>(watch_);
+  }
   if (!humanMode()) {
     sendText(robotAnswer(question), false);
     return;
   }
+  if (people) return;  // the person serving answers
   const KXDictionary serving = agent();
   const KXDictionary replies = list(serving, "replies");
   int replyNumber;

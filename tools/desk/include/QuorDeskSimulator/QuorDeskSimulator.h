@@ -5,6 +5,7 @@
 #include <memory>
 #include <mutex>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -76,6 +77,20 @@ class QuorDeskSimulator : public QuorLoopbackPeer,
 
   void onMessageFromClient(const QuorWireMessage& message) override;
 
+  // People as the desk's agents (the agent console): every message of the session, both ways,
+  // goes to `watch` (on the thread that carries it); a customer's request for an agent that the
+  // profile would accept waits for takeByAgent() or declineAgent(), and a person answers the
+  // customer's texts while they serve. The robot keeps answering until then.
+  using Watch = std::function<void(const QuorWireMessage& message, bool fromCustomer)>;
+  void servedByPeople(Watch watch);
+  // The group the waiting customer chose ("" for none), or absent when nobody waits.
+  std::optional<std::string> waitingForAgent() const;
+  // A person takes the waiting customer: the mode-change answer (an agent serves) and their
+  // greeting, under their name. False when nobody waits.
+  bool takeByAgent(const std::string& name, const std::string& greeting);
+  // No agent for the waiting customer: KXCSChangeModeNoAgent or KXCSChangeModeRefused.
+  bool declineAgent(int status);
+
  private:
   explicit QuorDeskSimulator(KXDictionary profile);
 
@@ -103,6 +118,8 @@ class QuorDeskSimulator : public QuorLoopbackPeer,
   int agentReplies_ = 0;
   int evaluations_ = 0;
   int services_ = 0;
+  Watch watch_;
+  std::optional<std::string> waiting_;  // the group of the customer waiting for a person
 };
 
 }  // namespace quor
