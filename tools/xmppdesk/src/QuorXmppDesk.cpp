@@ -33,6 +33,20 @@ void QuorXmppDesk::setLogSink(LogSink sink, int32_t maxLevel) {
   logMaxLevel_ = maxLevel;
 }
 
+void QuorXmppDesk::servedByPeople(PeopleWatch watch) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  peopleWatch_ = std::move(watch);
+  for (auto& [jid, session] : sessions_) watchByPeople(*session.desk, jid);
+}
+
+void QuorXmppDesk::watchByPeople(QuorDeskSimulator& desk, const std::string& customerJid) {
+  if (!peopleWatch_) return;
+  desk.servedByPeople(
+      [watch = peopleWatch_, customerJid](const QuorWireMessage& message, bool fromCustomer) {
+        watch(customerJid, message, fromCustomer);
+      });
+}
+
 std::size_t QuorXmppDesk::customerCount() const {
   std::lock_guard<std::mutex> lock(mutex_);
   return sessions_.size();
@@ -79,6 +93,7 @@ std::shared_ptr<QuorDeskSimulator> QuorXmppDesk::sessionFor(const std::string& c
             (errorCode == 0 ? "sent " : "not sent (" + std::to_string(errorCode) + ") ") + line);
     });
   });
+  watchByPeople(*desk, customerJid);
   byActivity_.push_back(customerJid);
   sessions_[customerJid] = {desk, now, std::prev(byActivity_.end())};
   forgetOld(now);

@@ -3,16 +3,24 @@
 //
 //   quor-cs-desk --jid desk@localhost --password secret [--server 127.0.0.1] [--port 5222]
 //                [--profile FILE] [--tls required|disabled] [--trust-self-signed] [--verbose]
+//                [--console [ADDRESS:]PORT [--console-token TOKEN]]
+//
+// With --console, people act as the desk's agents in a web page served on ADDRESS (default
+// 127.0.0.1) and PORT; the desk prints the page's link, with its token, when it starts.
 #include <signal.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
 
 #include "QuorDeskSimulator/QuorDeskSimulator.h"
 #include "QuorXmppDesk/QuorXmppDesk.h"
+#ifdef QUOR_CS_HAS_CONSOLE
+#include "QuorDeskConsole/QuorDeskConsole.h"
+#endif
 
 namespace {
 
@@ -21,7 +29,8 @@ int usage(const char* problem) {
                "quor-cs-desk: %s\n"
                "usage: quor-cs-desk --jid JID --password PASSWORD [--server HOST] [--port N]\n"
                "                    [--profile FILE] [--tls required|disabled]\n"
-               "                    [--trust-self-signed] [--verbose]\n",
+               "                    [--trust-self-signed] [--verbose]\n"
+               "                    [--console [ADDRESS:]PORT [--console-token TOKEN]]\n",
                problem);
   return 2;
 }
@@ -33,6 +42,7 @@ int main(int argc, char** argv) {
   QuorXmppOptions options;
   std::string profilePath;
   bool verbose = false;
+  std::string console, consoleToken;
   for (int i = 1; i < argc; ++i) {
     const std::string argument = argv[i];
     const bool hasValue = i + 1 < argc;
@@ -61,6 +71,10 @@ int main(int argc, char** argv) {
       options.trustSelfSignedCertificate = true;
     } else if (argument == "--verbose") {
       verbose = true;
+    } else if (argument == "--console" && hasValue) {
+      console = argv[++i];
+    } else if (argument == "--console-token" && hasValue) {
+      consoleToken = argv[++i];
     } else {
       return usage(("unknown argument " + argument).c_str());
     }
@@ -90,6 +104,36 @@ int main(int argc, char** argv) {
   desk.setLogSink(
       [](int32_t, const std::string& text) { std::fprintf(stderr, "%s\n", text.c_str()); },
       verbose ? 5 : 2);
+#ifdef QUOR_CS_HAS_CONSOLE
+  std::unique_ptr<QuorDeskConsole> agents;
+  if (!console.empty()) {
+    QuorDeskConsole::Options consoleOptions;
+    consoleOptions.token = consoleToken;
+    // [ADDRESS:]PORT, the address possibly in brackets (IPv6).
+    const auto colon = console.rfind(':');
+    std::string port = console;
+    if (colon != std::string::npos) {
+      consoleOptions.address = console.substr(0, colon);
+      if (consoleOptions.address.size() > 1 && consoleOptions.address.front() == '[')
+        consoleOptions.address =
+            consoleOptions.address.substr(1, consoleOptions.address.size() - 2);
+      port = console.substr(colon + 1);
+    }
+    const long number = std::strtol(port.c_str(), nullptr, 10);
+    if (number < 0 || number > 65535 || port.empty())
+      return usage("--console takes [ADDRESS:]PORT, PORT from 0 to 65535");
+    consoleOptions.port = static_cast<int>(number);
+    agents = std::make_unique<QuorDeskConsole>(desk, consoleOptions);
+    std::string error;
+    if (!agents->start(&error)) {
+      std::fprintf(stderr, "quor-cs-desk: %s\n", error.c_str());
+      return 1;
+    }
+    std::fprintf(stderr, "quor-cs-desk: agent console at %s\n", agents->link().c_str());
+  }
+#else
+  if (!console.empty()) return usage("this build has no agent console (no cpp-httplib)");
+#endif
   desk.start();
   if (!desk.waitUntilOnline(std::chrono::seconds(10))) {
     std::fprintf(stderr, "quor-cs-desk: cannot log in as %s (still trying)\n", options.jid.c_str());
@@ -98,6 +142,9 @@ int main(int argc, char** argv) {
   }
   int received = 0;
   sigwait(&signals, &received);
+#ifdef QUOR_CS_HAS_CONSOLE
+  if (agents) agents->stop();
+#endif
   desk.stop();
   std::fprintf(stderr, "quor-cs-desk: stopped after serving %zu customers\n", desk.customerCount());
   return 0;

@@ -44,6 +44,13 @@ class QuorXmppDesk : private QuorXmppConnection::Events {
   // Entries up to `maxLevel` (2 errors, 4 information) go to `sink`; none by default.
   void setLogSink(LogSink sink, int32_t maxLevel);
 
+  // People serve (the agent console): every session, present and future, reports its messages
+  // to `watch` with the customer's JID, and a customer's request for an agent waits for a
+  // person (QuorDeskSimulator::servedByPeople()).
+  using PeopleWatch = std::function<void(const std::string& customerJid,
+                                         const QuorWireMessage& message, bool fromCustomer)>;
+  void servedByPeople(PeopleWatch watch);
+
   // How many customers the desk serves now; the session of one customer (null when none).
   std::size_t customerCount() const;
   std::shared_ptr<QuorDeskSimulator> sessionOf(const std::string& customerJid) const;
@@ -53,6 +60,8 @@ class QuorXmppDesk : private QuorXmppConnection::Events {
   void onPayload(QuorXmppPayload payload) override;
   void onLog(int32_t level, const std::string& area, const std::string& text) override;
   std::shared_ptr<QuorDeskSimulator> sessionFor(const std::string& customerJid);
+  // Under the lock: has people serve `desk` when they do.
+  void watchByPeople(QuorDeskSimulator& desk, const std::string& customerJid);
   // Under the lock: forgets the sessions beyond the limits, least recently active first.
   void forgetOld(std::chrono::steady_clock::time_point now);
 
@@ -69,6 +78,7 @@ class QuorXmppDesk : private QuorXmppConnection::Events {
   std::list<std::string> byActivity_;  // customer JIDs, least recently active first
   LogSink logSink_;
   int32_t logMaxLevel_ = 0;
+  PeopleWatch peopleWatch_;
   std::unique_ptr<QuorXmppConnection> connection_;
 };
 

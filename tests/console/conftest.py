@@ -1,0 +1,180 @@
+"""The agent console's browser tests: a private XMPP server, the desk program with its console,
+customers on the Python binding, and agents in headless Chromium (Debian's chromium and
+chromedriver through selenium). The test command sets the programs' paths and where the
+screenshots go."""
+import os
+import signal
+import socket
+import subprocess
+import time
+
+import pytest
+from selenium import webdriver
+from selenium.webdriver.chrome.service import Service as DriverService
+from selenium.webdriver.support.ui import WebDriverWait
+
+import quor_cs
+
+TOKEN = "console-test-token-0123456789abcdef"
+ACCOUNTS = ["mei", "kai", "hostile", "rita", "shop"]
+
+
+def program(name):
+    path = os.environ.get(name)
+    if not path:
+        pytest.fail(name + " is not set (the test command sets it)")
+    return path
+
+
+def free_port():
+    with socket.socket() as probe:
+        probe.bind(("127.0.0.1", 0))
+        return probe.getsockname()[1]
+
+
+@pytest.fixture(scope="module")
+def server_port():
+    arguments = [program("QUOR_CS_SERVER_PROGRAM")]
+    for account in ACCOUNTS:
+        arguments += ["--account", f"{account}:{account}-pw"]
+    server = subprocess.Popen(arguments, stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
+    try:
+        line = server.stdout.readline()
+        assert line.startswith("quor-cs-server: port "), line
+        yield int(line.split()[2])
+    finally:
+        server.stdin.close()  # the server stops and removes its directory
+        server.wait(timeout=30)
+
+
+class Desk:
+    """The desk program with its console on a fixed port, so that a restart keeps the link."""
+
+    def __init__(self, server_port):
+        self.server_port = server_port
+        self.console_port = free_port()
+        self.process = None
+        self.link = None
+
+    def start(self):
+        self.process = subprocess.Popen(
+            [program("QUOR_CS_DESK_PROGRAM"), "--jid", "shop@localhost", "--password", "shop-pw",
+             "--server", "127.0.0.1", "--port", str(self.server_port),
+             "--console", f"127.0.0.1:{self.console_port}", "--console-token", TOKEN],
+            stderr=subprocess.PIPE, text=True)
+        for line in self.process.stderr:
+            if "agent console at " in line:
+                self.link = line.split("agent console at ")[1].strip()
+            if "serving as" in line:
+                break
+        assert self.link, "the desk printed no console link"
+
+    def stop(self):
+        if self.process:
+            self.process.send_signal(signal.SIGTERM)
+            self.process.wait(timeout=30)
+            self.process = None
+
+    @property
+    def base(self):
+        return self.link.split("/?")[0]
+
+
+@pytest.fixture(scope="module")
+def desk(server_port):
+    made = Desk(server_port)
+    made.start()
+    try:
+        yield made
+    finally:
+        made.stop()
+
+
+class Screen(quor_cs.Observer):
+    def __init__(self):
+        self.states, self.lines, self.last, self.dialog = [], [], None, None
+
+    def on_state_changed(self, status):
+        self.states.append(status.state)
+        self.last = status
+
+    def on_message(self, message):
+        self.lines.append((message.author, message.text))
+
+    def on_rating_requested(self, dialog_id):
+        self.dialog = dialog_id or "asked"
+
+
+class Customer:
+    """A customer on the Python binding over the private server."""
+
+    def __init__(self, account, server_port, name):
+        self.host = quor_cs.XmppHost(f"{account}@localhost", f"{account}-pw", server="127.0.0.1",
+                                     port=server_port)
+        self.host.connect()
+        assert self.host.wait_online(10)
+        self.screen = Screen()
+        self.service = quor_cs.Service("shop", self.screen)
+        self.service.start({"userInfo": {"userId": account, "name": name},
+                            "contactInfo": {"email": f"{account}@example.com"},
+                            "requestInfo": {"page": "orders"}}, timeout=15)
+        self.settle()
+
+    def settle(self):
+        self.host.settle(0.3)
+
+    def until(self, condition, seconds=15):
+        deadline = time.time() + seconds
+        while time.time() < deadline:
+            self.settle()
+            if condition():
+                return True
+        return False
+
+    def close(self):
+        self.service.close()
+        self.host.close()
+
+
+@pytest.fixture
+def customers(server_port):
+    made = []
+
+    def make(account, name):
+        made.append(Customer(account, server_port, name))
+        return made[-1]
+
+    yield make
+    for customer in made:
+        customer.close()
+
+
+@pytest.fixture
+def browser():
+    drivers = []
+
+    def make(url):
+        options = webdriver.ChromeOptions()
+        options.binary_location = "/usr/bin/chromium"
+        for argument in ["--headless=new", "--no-sandbox", "--disable-gpu",
+                         "--window-size=1280,800", "--lang=en-US"]:
+            options.add_argument(argument)
+        driver = webdriver.Chrome(service=DriverService("/usr/bin/chromedriver"), options=options)
+        drivers.append(driver)
+        driver.get(url)
+        return driver
+
+    yield make
+    for driver in drivers:
+        driver.quit()
+
+
+def wait(driver, condition, seconds=15):
+    return WebDriverWait(driver, seconds, poll_frequency=0.1).until(lambda _: condition())
+
+
+def shot(driver, name):
+    folder = os.environ.get("QUOR_CS_SCREENSHOTS")
+    if folder:
+        os.makedirs(folder, exist_ok=True)
+        driver.save_screenshot(os.path.join(folder, name + ".png"))

@@ -1,0 +1,127 @@
+"""The agent console in a real browser, end to end over a private server."""
+import urllib.error
+import urllib.request
+
+import pytest
+from selenium.common.exceptions import NoAlertPresentException
+from selenium.webdriver.common.by import By
+
+import quor_cs
+from conftest import TOKEN, shot, wait
+
+
+def login(driver, name):
+    driver.find_element(By.ID, "agent-name").send_keys(name)
+    driver.find_element(By.ID, "login").submit()
+    wait(driver, lambda: driver.find_element(By.ID, "agent").text == f"Agent: {name}")
+
+
+def row(driver, name):
+    for candidate in driver.find_elements(By.CSS_SELECTOR, "#customer-list tr"):
+        cells = candidate.find_elements(By.TAG_NAME, "td")
+        if cells and cells[0].text == name:
+            return candidate
+    return None
+
+
+def cell(driver, name, column):
+    found = row(driver, name)
+    return found.find_elements(By.TAG_NAME, "td")[column].text if found else None
+
+
+def lines(driver):
+    return [item.text for item in driver.find_elements(By.CSS_SELECTOR, "#lines li")]
+
+
+def click(driver, element_id):
+    driver.find_element(By.ID, element_id).click()
+
+
+def test_an_agent_takes_a_waiting_customer_chats_gets_a_rating_and_ends(desk, customers, browser):
+    ada = browser(desk.link)
+    login(ada, "Ada")
+    bo = browser(desk.link)
+    login(bo, "Bo")
+    mei = customers("mei", "Mei")
+    assert mei.screen.last.state == quor_cs.State.ROBOT
+    mei.service.send_text("Where is my order?")
+    assert mei.until(lambda: len(mei.screen.lines) >= 3)
+    mei.service.ask_for_agent()
+    mei.settle()
+    mei.service.choose_group("sales")
+    assert mei.until(lambda: mei.screen.last.state == quor_cs.State.WAITING_FOR_AGENT)
+
+    wait(ada, lambda: cell(ada, "Mei", 1) == "waiting · sales")
+    shot(ada, "console-waiting")
+    row(ada, "Mei").click()
+    wait(ada, lambda: "asked for an agent and chose group sales" in " ".join(lines(ada)))
+    info = ada.find_element(By.ID, "customer-info").text
+    assert "userInfo.userId" in info and "mei@example.com" in info and "orders" in info
+    assert "Orders ship within 24 hours" in " ".join(lines(ada))  # the robot's answer
+    click(ada, "take")
+    assert mei.until(lambda: mei.screen.last.state == quor_cs.State.AGENT)
+    assert mei.until(lambda: (quor_cs.Author.AGENT, "Hello, this is Ada. How can I help?")
+                     in mei.screen.lines)
+    wait(bo, lambda: cell(bo, "Mei", 4) == "Ada")  # the other agent sees who took whom
+    row(bo, "Mei").click()
+    wait(bo, lambda: "with an agent · Ada" in bo.find_element(By.ID, "customer-state").text)
+    assert not bo.find_element(By.ID, "say").is_displayed()
+    shot(bo, "console-taken-by-another")
+
+    ada.find_element(By.ID, "say-text").send_keys("Your parcel leaves today.")
+    ada.find_element(By.ID, "say").submit()
+    assert mei.until(lambda: (quor_cs.Author.AGENT, "Your parcel leaves today.") in mei.screen.lines)
+    mei.service.send_text("谢谢! 📦")
+    mei.settle()
+    wait(ada, lambda: "谢谢! 📦" in " ".join(lines(ada)))
+
+    click(ada, "ask-rating")
+    assert mei.until(lambda: mei.screen.dialog)
+    mei.service.rate_agent(5, "great")
+    wait(ada, lambda: "rated 5 stars \u201cgreat\u201d" in " ".join(lines(ada)))
+    shot(ada, "console-chat")
+
+    closing = ada.find_element(By.ID, "closing-text")
+    closing.clear()
+    closing.send_keys("Thanks Mei, goodbye!")
+    click(ada, "end")
+    assert mei.until(lambda: mei.screen.last.state == quor_cs.State.ENDED)
+    assert mei.screen.last.text == "Thanks Mei, goodbye!"
+    wait(ada, lambda: cell(ada, "Mei", 1) == "ended")
+    shot(ada, "console-ended")
+
+
+def test_a_customer_name_is_shown_as_text_never_as_markup(desk, customers, browser):
+    hostile = "<img src=x onerror=alert(1)>"
+    page = browser(desk.link)
+    customers("hostile", hostile)
+    wait(page, lambda: row(page, hostile) is not None)
+    row(page, hostile).click()
+    wait(page, lambda: page.find_element(By.ID, "customer-name").text == hostile)
+    assert page.find_elements(By.CSS_SELECTOR, "#customer-list img, #customer-head img") == []
+    with pytest.raises(NoAlertPresentException):
+        page.switch_to.alert.text
+    shot(page, "console-hostile-name")
+
+
+def test_nothing_is_served_without_the_token(desk, browser):
+    for path in ["/", "/console.js", "/api/state", "/api/events", "/?token=wrong"]:
+        with pytest.raises(urllib.error.HTTPError) as refused:
+            urllib.request.urlopen(desk.base + path, timeout=10)
+        assert refused.value.code == 403
+    page = browser(desk.base + "/")
+    assert "needs its link with the token" in page.find_element(By.TAG_NAME, "body").text
+
+
+def test_the_page_says_when_the_desk_is_gone_and_recovers_when_it_is_back(desk, customers, browser):
+    page = browser(desk.link)
+    wait(page, lambda: page.find_element(By.ID, "desk-status").text == "desk online")
+    desk.stop()
+    wait(page, lambda: page.find_element(By.ID, "banner").is_displayed())
+    assert "not reachable" in page.find_element(By.ID, "banner").text
+    shot(page, "console-desk-gone")
+    desk.start()
+    wait(page, lambda: not page.find_element(By.ID, "banner").is_displayed(), seconds=30)
+    rita = customers("rita", "Rita")  # the restarted desk's board fills again, live
+    assert rita.screen.last.state == quor_cs.State.ROBOT
+    wait(page, lambda: row(page, "Rita") is not None)

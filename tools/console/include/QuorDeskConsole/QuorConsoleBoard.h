@@ -1,0 +1,94 @@
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <list>
+#include <mutex>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "QuorCustomerService/Host/KXTypes.h"
+#include "QuorLoopbackHost/QuorLoopbackPeer.h"
+
+namespace quor {
+
+// What the agent console shows: the desk's customers (name and ids from their handshake, state,
+// group, waiting time, unread count, who took them), each one's conversation as readable lines,
+// and the inbox of left messages; plus the numbered events that pages follow live. Made from
+// the messages of the desk's sessions, both ways, and kept within Limits.
+//
+// Threads: record() runs on the desk's network thread, the views and eventsAfter() on the
+// console's HTTP threads; every function may be called from any thread.
+class QuorConsoleBoard {
+ public:
+  struct Limits {
+    std::size_t customers = 10000;       // the desk's own session limit
+    std::size_t finishedKept = 200;      // ended conversations kept for reading
+    std::size_t linesPerCustomer = 300;  // the newest lines of each conversation
+    std::size_t inboxKept = 500;         // the newest left messages
+    std::size_t eventsKept = 4096;       // a page further behind reloads its state
+  };
+  explicit QuorConsoleBoard(Limits limits);
+  QuorConsoleBoard() : QuorConsoleBoard(Limits()) {}
+
+  // A message of `customer`'s session: from the customer or from the desk.
+  void record(const std::string& customer, const QuorWireMessage& message, bool fromCustomer);
+  // An agent takes the customer (before the desk's answer goes out) or reads their lines.
+  void noteTaken(const std::string& customer, const std::string& agent);
+  void markRead(const std::string& customer);
+
+  // {"seq", "now", "customers": [...], "inbox": [...]}: everything a page starts from.
+  KXDictionary state() const;
+  // {"customer": {...}, "lines": [...]}, or null for a customer the board does not know.
+  KXDictionary conversation(const std::string& customer) const;
+  // The events numbered after `seq`, as JSON texts, waiting up to `wait` for the first one.
+  // `*reload` becomes true when `seq` is older than the events kept (the page reloads).
+  std::vector<std::string> eventsAfter(uint64_t seq, std::chrono::milliseconds wait,
+                                       bool* reload) const;
+  // Wakes every waiter for good (the console stops).
+  void close();
+
+ private:
+  struct Line {
+    int64_t time = 0;
+    std::string who;  // "customer", "robot", "agent", "event"
+    std::string name;
+    std::string text;
+  };
+  struct Customer {
+    std::string id;
+    KXDictionary userInfo = KXDictionary::object(), contactInfo = KXDictionary::object(),
+                 requestInfo = KXDictionary::object();
+    std::string state = "robot";  // "robot", "waiting", "agent", "ended"
+    std::string group, agent, rating;
+    int64_t waitingSince = 0, lastActive = 0;
+    uint64_t unread = 0;
+    std::deque<Line> lines;
+    std::list<std::string>::iterator finished;  // in finished_ while ended
+    bool isFinished = false;
+  };
+
+  // Under the lock.
+  Customer& customerFor(const std::string& id);
+  void addLine(Customer& customer, Line line);
+  void setState(Customer& customer, const std::string& state);
+  void publish(KXDictionary event);
+  static KXDictionary view(const Customer& customer);
+  static KXDictionary lineView(const Line& line);
+
+  const Limits limits_;
+  mutable std::mutex mutex_;
+  mutable std::condition_variable changed_;
+  std::unordered_map<std::string, Customer> customers_;
+  std::list<std::string> finished_;  // ended customers, oldest first
+  std::deque<KXDictionary> inbox_;
+  std::deque<std::string> events_;  // the newest events; events_.back() is number seq_
+  uint64_t seq_ = 0;
+  bool closed_ = false;
+};
+
+}  // namespace quor

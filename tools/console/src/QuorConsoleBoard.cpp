@@ -1,0 +1,258 @@
+#include "QuorDeskConsole/QuorConsoleBoard.h"
+
+#include <algorithm>
+
+#include "KXJsonTree.h"
+
+namespace quor {
+namespace {
+
+int64_t nowMs() {
+  return std::chrono::duration_cast<std::chrono::milliseconds>(
+             std::chrono::system_clock::now().time_since_epoch())
+      .count();
+}
+
+const KXDictionary& member(const KXDictionary& object, const char* key) {
+  static const KXDictionary none;
+  if (!object.is_object()) return none;
+  const auto it = object.find(key);
+  return it == object.end() ? none : *it;
+}
+
+std::string text(const KXDictionary& object, const char* key) {
+  const KXDictionary& value = member(object, key);
+  return value.is_string() ? value.get<std::string>() : "";
+}
+
+int64_t number(const KXDictionary& object, const char* key, int64_t fallback) {
+  const KXDictionary& value = member(object, key);
+  return value.is_number_integer() || value.is_number_unsigned() ? value.get<int64_t>() : fallback;
+}
+
+KXDictionary objectOr(const KXDictionary& value) {
+  return value.is_object() ? value : KXDictionary::object();
+}
+
+// The customer's name as the desk knows it: their name, nickname, user id, else their address.
+std::string nameOf(const KXDictionary& userInfo, const std::string& id) {
+  for (const char* key : {"name", "nickName", "userId"}) {
+    if (!text(userInfo, key).empty()) return text(userInfo, key);
+  }
+  return id;
+}
+
+}  // namespace
+
+QuorConsoleBoard::QuorConsoleBoard(Limits limits) : limits_(limits) {}
+
+QuorConsoleBoard::Customer& QuorConsoleBoard::customerFor(const std::string& id) {
+  auto found = customers_.find(id);
+  if (found != customers_.end()) return found->second;
+  // Beyond the limit the finished conversations go first, then the least recently active.
+  while (customers_.size() >= limits_.customers && !customers_.empty()) {
+    if (!finished_.empty()) {
+      customers_.erase(finished_.front());
+      finished_.pop_front();
+      continue;
+    }
+    auto oldest = customers_.begin();
+    for (auto it = customers_.begin(); it != customers_.end(); ++it) {
+      if (it->second.lastActive < oldest->second.lastActive) oldest = it;
+    }
+    customers_.erase(oldest);
+  }
+  Customer& made = customers_[id];
+  made.id = id;
+  return made;
+}
+
+void QuorConsoleBoard::addLine(Customer& customer, Line line) {
+  customer.lastActive = line.time;
+  customer.lines.push_back(line);
+  if (customer.lines.size() > limits_.linesPerCustomer) customer.lines.pop_front();
+  publish({{"customer", view(customer)}, {"line", lineView(line)}});
+}
+
+void QuorConsoleBoard::setState(Customer& customer, const std::string& state) {
+  if (customer.isFinished) {
+    finished_.erase(customer.finished);
+    customer.isFinished = false;
+  }
+  customer.state = state;
+  if (state != "waiting") customer.waitingSince = 0;
+  if (state != "ended") return;
+  customer.finished = finished_.insert(finished_.end(), customer.id);
+  customer.isFinished = true;
+  while (finished_.size() > std::max<std::size_t>(1, limits_.finishedKept)) {
+    customers_.erase(finished_.front());
+    finished_.pop_front();
+  }
+}
+
+void QuorConsoleBoard::record(const std::string& id, const QuorWireMessage& message,
+                              bool fromCustomer) {
+  const KXDictionary body =
+      message.body
+          ? KXJsonTree::parse(*message.body, KXJsonTree::kMaxDepth).value_or(KXDictionary())
+          : KXDictionary();
+  const std::string& type = message.objectName;
+  const int64_t now = nowMs();
+  std::lock_guard<std::mutex> lock(mutex_);
+  if (closed_) return;
+  Customer& customer = customerFor(id);
+  const std::string name = nameOf(customer.userInfo, id);
+  auto event = [&](const std::string& what) { addLine(customer, {now, "event", "", what}); };
+  if (fromCustomer) {
+    if (type == "KX:CsHs") {
+      customer.userInfo = objectOr(member(body, "userInfo"));
+      customer.contactInfo = objectOr(member(body, "contactInfo"));
+      customer.requestInfo = objectOr(member(body, "requestInfo"));
+      customer.agent.clear();
+      customer.rating.clear();
+      setState(customer, "robot");
+      event("started a service");
+    } else if (type == "KX:TxtMsg") {
+      ++customer.unread;
+      addLine(customer, {now, "customer", name, text(body, "content")});
+    } else if (type == "KX:CsCha") {
+      const std::string group = text(body, "groupid");
+      customer.group = group;
+      setState(customer, "waiting");
+      customer.waitingSince = now;
+      event(group.empty() ? "asked for an agent" : "asked for an agent and chose group " + group);
+    } else if (type == "KX:CsEva") {
+      const bool robot = text(body, "type") == "0";
+      std::string rating = robot ? "rated the robot"
+                                 : "rated " + std::to_string(number(body, "source", 0)) + " stars";
+      if (!text(body, "suggest").empty()) rating += " \u201c" + text(body, "suggest") + "\u201d";
+      customer.rating = rating;
+      event(rating);
+    } else if (type == "KX:CsLM") {
+      inbox_.push_back(
+          {{"customer", id}, {"name", name}, {"time", now}, {"values", objectOr(body)}});
+      if (inbox_.size() > limits_.inboxKept) inbox_.pop_front();
+      publish({{"inbox", inbox_.back()}});
+      event("left a message");
+    } else if (type == "KX:CsSp") {
+      setState(customer, "ended");
+      event("left the service (suspended)");
+    }
+    return;
+  }
+  if (type == "KX:TxtMsg") {
+    const bool agent = message.senderUserId && *message.senderUserId == "agent";
+    addLine(customer, {now, agent ? "agent" : "robot", text(member(body, "user"), "name"),
+                       text(body, "content")});
+  } else if (type == "KX:CsHsR") {
+    if (number(body, "status", 0) != 1) {
+      setState(customer, "ended");
+      event("the handshake was refused");
+    }
+  } else if (type == "KX:CsChaR") {
+    const int64_t status = number(member(body, "data"), "status", 0);
+    if (status == 1 || status == 4) {
+      setState(customer, "agent");
+      event("taken by " + (customer.agent.empty() ? std::string("an agent") : customer.agent));
+    } else {
+      customer.agent.clear();
+      setState(customer, "robot");
+      event(status == 3 ? "the request for an agent was refused" : "no agent was available");
+    }
+  } else if (type == "KX:CsEnd") {
+    const std::string closing = text(body, "msg");
+    if (number(body, "code", 0) == 1) {
+      customer.agent.clear();
+      setState(customer, "robot");
+      event("handed back to the robot" + (closing.empty() ? "" : ": " + closing));
+    } else {
+      setState(customer, "ended");
+      event("the service ended" + (closing.empty() ? "" : ": " + closing));
+    }
+  } else if (type == "KX:CsPullEva") {
+    event("asked for a rating");
+  } else if (type == "KX:CsPLM") {
+    event("invited a message: " + text(body, "content"));
+  }
+}
+
+void QuorConsoleBoard::noteTaken(const std::string& id, const std::string& agent) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  const auto found = customers_.find(id);
+  if (found != customers_.end()) found->second.agent = agent;
+}
+
+void QuorConsoleBoard::markRead(const std::string& id) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  const auto found = customers_.find(id);
+  if (found == customers_.end() || found->second.unread == 0) return;
+  found->second.unread = 0;
+  publish({{"customer", view(found->second)}});
+}
+
+void QuorConsoleBoard::publish(KXDictionary event) {
+  event["seq"] = ++seq_;
+  events_.push_back(event.dump(-1, ' ', false, KXDictionary::error_handler_t::replace));
+  if (events_.size() > limits_.eventsKept) events_.pop_front();
+  changed_.notify_all();
+}
+
+KXDictionary QuorConsoleBoard::view(const Customer& customer) {
+  return {{"id", customer.id},
+          {"name", nameOf(customer.userInfo, customer.id)},
+          {"userInfo", customer.userInfo},
+          {"contactInfo", customer.contactInfo},
+          {"requestInfo", customer.requestInfo},
+          {"state", customer.state},
+          {"group", customer.group},
+          {"agent", customer.agent},
+          {"rating", customer.rating},
+          {"waitingSince", customer.waitingSince},
+          {"lastActive", customer.lastActive},
+          {"unread", customer.unread}};
+}
+
+KXDictionary QuorConsoleBoard::lineView(const Line& line) {
+  return {{"time", line.time}, {"who", line.who}, {"name", line.name}, {"text", line.text}};
+}
+
+KXDictionary QuorConsoleBoard::state() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  KXDictionary customers = KXDictionary::array();
+  for (const auto& entry : customers_) customers.push_back(view(entry.second));
+  KXDictionary inbox = KXDictionary::array();
+  for (const auto& left : inbox_) inbox.push_back(left);
+  return {{"seq", seq_}, {"now", nowMs()}, {"customers", customers}, {"inbox", inbox}};
+}
+
+KXDictionary QuorConsoleBoard::conversation(const std::string& id) const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  const auto found = customers_.find(id);
+  if (found == customers_.end()) return nullptr;
+  KXDictionary lines = KXDictionary::array();
+  for (const auto& line : found->second.lines) lines.push_back(lineView(line));
+  return {{"customer", view(found->second)}, {"lines", lines}};
+}
+
+std::vector<std::string> QuorConsoleBoard::eventsAfter(uint64_t seq, std::chrono::milliseconds wait,
+                                                       bool* reload) const {
+  std::unique_lock<std::mutex> lock(mutex_);
+  changed_.wait_for(lock, wait, [&] { return closed_ || seq_ > seq; });
+  // A page ahead of the board follows a desk that restarted: it starts over.
+  *reload = seq > seq_;
+  if (seq_ <= seq) return {};
+  const uint64_t oldest = seq_ - events_.size() + 1;
+  if (seq + 1 < oldest) {
+    *reload = true;
+    return {};
+  }
+  return {events_.begin() + static_cast<std::ptrdiff_t>(seq + 1 - oldest), events_.end()};
+}
+
+void QuorConsoleBoard::close() {
+  std::lock_guard<std::mutex> lock(mutex_);
+  closed_ = true;
+  changed_.notify_all();
+}
+
+}  // namespace quor

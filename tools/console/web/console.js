@@ -1,0 +1,243 @@
+// The agent console's page: the desk's customers and conversations, live from the desk's event
+// stream; an agent's actions go to /api/act. Whatever a customer sent is shown as text only
+// (textContent), never as markup.
+const token = new URLSearchParams(location.search).get("token") || "";
+const $ = (id) => document.getElementById(id);
+const customers = new Map();
+const inbox = [];
+let seq = 0;
+let openId = null;
+let events = null;
+let down = false;
+let agent = sessionStorage.getItem("quor-agent") || "";
+
+function api(path, params = {}) {
+  const query = new URLSearchParams({ ...params, token });
+  return `${path}?${query}`;
+}
+
+async function getJson(path, params) {
+  const response = await fetch(api(path, params), { cache: "no-store" });
+  if (!response.ok) throw new Error(`${path}: ${response.status}`);
+  return response.json();
+}
+
+async function act(what, extra = {}) {
+  $("action-error").textContent = "";
+  const response = await fetch(api("/api/act"), {
+    method: "POST",
+    headers: { "Content-Type": "application/json" },
+    body: JSON.stringify({ agent, customer: openId, do: what, ...extra }),
+  });
+  const answer = await response.json().catch(() => ({ error: "no answer" }));
+  if (answer.error) $("action-error").textContent = answer.error;
+  return !answer.error;
+}
+
+function element(tag, text, className) {
+  const made = document.createElement(tag);
+  if (text !== undefined) made.textContent = text;
+  if (className) made.className = className;
+  return made;
+}
+
+const order = { waiting: 0, agent: 1, robot: 2, ended: 3 };
+const stateText = (c) =>
+  c.state === "waiting" ? `waiting${c.group ? ` · ${c.group}` : ""}` :
+  c.state === "agent" ? "with an agent" : c.state === "robot" ? "with the robot" : "ended";
+
+function waited(c) {
+  if (c.state !== "waiting" || !c.waitingSince) return "";
+  const seconds = Math.max(0, Math.round((Date.now() - c.waitingSince) / 1000));
+  return seconds < 60 ? `${seconds} s` : `${Math.floor(seconds / 60)} min ${seconds % 60} s`;
+}
+
+let renderPending = false;
+function renderList() {
+  if (renderPending) return;
+  renderPending = true;
+  requestAnimationFrame(() => {
+    renderPending = false;
+    const rows = document.createDocumentFragment();
+    const sorted = [...customers.values()].sort(
+      (a, b) => order[a.state] - order[b.state] || b.lastActive - a.lastActive);
+    for (const c of sorted) {
+      const row = element("tr");
+      row.dataset.id = c.id;
+      if (c.id === openId) row.classList.add("open");
+      row.append(element("td", c.name), element("td"), element("td", waited(c), "waited"),
+        element("td", c.unread ? String(c.unread) : "", "unread"), element("td", c.agent));
+      row.children[1].append(element("span", stateText(c), `state ${c.state}`));
+      row.addEventListener("click", () => open(c.id));
+      rows.append(row);
+    }
+    $("customer-list").replaceChildren(rows);
+  });
+}
+
+function renderInbox() {
+  $("inbox-count").textContent = String(inbox.length);
+  const items = document.createDocumentFragment();
+  for (const left of [...inbox].reverse()) {
+    const item = element("li");
+    item.append(element("strong", left.name), element("span", ` · ${new Date(left.time).toLocaleString()}`));
+    const values = element("dl");
+    for (const [key, value] of Object.entries(left.values || {})) {
+      values.append(element("dt", key), element("dd", typeof value === "string" ? value : JSON.stringify(value)));
+    }
+    item.append(values);
+    items.append(item);
+  }
+  $("inbox").replaceChildren(items);
+}
+
+function lineItem(line) {
+  const item = element("li", undefined, line.who);
+  if (line.who !== "event") item.append(element("span", line.name || line.who, "who"));
+  item.append(document.createTextNode(line.who === "event" ? `— ${line.text} —` : line.text));
+  return item;
+}
+
+function renderHead(c) {
+  $("customer-name").textContent = c.name;
+  $("customer-state").textContent = stateText(c) + (c.agent ? ` · ${c.agent}` : "") +
+    (c.rating ? ` · ${c.rating}` : "");
+  $("customer-state").className = `state ${c.state}`;
+  const info = document.createDocumentFragment();
+  info.append(element("dt", "address"), element("dd", c.id));
+  for (const section of ["userInfo", "contactInfo", "requestInfo"]) {
+    for (const [key, value] of Object.entries(c[section] || {})) {
+      info.append(element("dt", `${section}.${key}`),
+        element("dd", typeof value === "string" ? value : JSON.stringify(value)));
+    }
+  }
+  $("customer-info").replaceChildren(info);
+  const mine = c.state === "agent" && c.agent === agent;
+  $("waiting-actions").hidden = c.state !== "waiting";
+  $("say").hidden = !mine;
+  $("agent-actions").hidden = !mine;
+}
+
+async function open(id) {
+  openId = id;
+  $("conversation").hidden = false;
+  const found = await getJson("/api/conversation", { customer: id }).catch(() => null);
+  if (!found || openId !== id) return;
+  customers.set(id, found.customer);
+  renderHead(found.customer);
+  $("lines").replaceChildren(...found.lines.map(lineItem));
+  $("lines").scrollTop = $("lines").scrollHeight;
+  renderList();
+  if (agent && found.customer.unread) act("read");
+}
+
+function apply(event) {
+  if (event.inbox) {
+    inbox.push(event.inbox);
+    renderInbox();
+  }
+  if (event.customer) {
+    const c = event.customer;
+    customers.set(c.id, c);
+    if (c.id === openId) {
+      renderHead(c);
+      if (event.line) {
+        $("lines").append(lineItem(event.line));
+        $("lines").scrollTop = $("lines").scrollHeight;
+        if (event.line.who === "customer" && agent && !document.hidden) act("read");
+      }
+    }
+    renderList();
+  }
+}
+
+async function load() {
+  const state = await getJson("/api/state");
+  seq = state.seq;
+  customers.clear();
+  for (const c of state.customers) customers.set(c.id, c);
+  inbox.splice(0, inbox.length, ...state.inbox);
+  renderList();
+  renderInbox();
+  if (openId && customers.has(openId)) open(openId);
+  follow();
+}
+
+function setStatus(live) {
+  $("desk-status").textContent = live ? "desk online" : "desk not reachable";
+  $("desk-status").className = `status ${live ? "live" : "down"}`;
+  $("banner").hidden = live;
+  if (!live) $("banner").textContent = "The desk is not reachable: reconnecting…";
+}
+
+function follow() {
+  if (events) events.close();
+  events = new EventSource(api("/api/events", { after: seq }));
+  events.onopen = () => {
+    setStatus(true);
+    if (down) {
+      down = false;
+      load().catch(() => {});  // the desk may have restarted: start from its state again
+    }
+  };
+  events.onmessage = (message) => {
+    seq = Number(message.lastEventId) || seq;
+    apply(JSON.parse(message.data));
+  };
+  events.addEventListener("reload", () => load().catch(() => {}));
+  events.onerror = () => {
+    down = true;
+    setStatus(false);
+  };
+}
+
+function showAgent() {
+  $("login").hidden = Boolean(agent);
+  $("agent").hidden = !agent;
+  $("agent").textContent = agent ? `Agent: ${agent}` : "";
+  if (openId && customers.has(openId)) renderHead(customers.get(openId));
+}
+
+$("login").addEventListener("submit", (event) => {
+  event.preventDefault();
+  agent = $("agent-name").value.trim();
+  sessionStorage.setItem("quor-agent", agent);
+  showAgent();
+});
+$("say").addEventListener("submit", async (event) => {
+  event.preventDefault();
+  const text = $("say-text").value;
+  if (text && await act("say", { text })) $("say-text").value = "";
+});
+$("take").addEventListener("click", () => act("take"));
+$("no-agent").addEventListener("click", () => act("decline", { status: 2 }));
+$("refuse").addEventListener("click", () => act("decline", { status: 3 }));
+$("ask-rating").addEventListener("click", () => act("rate"));
+$("invite").addEventListener("click", () => act("invite"));
+$("back").addEventListener("click", () => act("back"));
+$("end").addEventListener("click", () => act("end", { text: $("closing-text").value }));
+$("show-customers").addEventListener("click", () => {
+  $("customer-table").hidden = false;
+  $("inbox").hidden = true;
+  $("show-customers").classList.add("on");
+  $("show-inbox").classList.remove("on");
+});
+$("show-inbox").addEventListener("click", () => {
+  $("customer-table").hidden = true;
+  $("inbox").hidden = false;
+  $("show-inbox").classList.add("on");
+  $("show-customers").classList.remove("on");
+});
+setInterval(() => {
+  for (const row of $("customer-list").children) {
+    const c = customers.get(row.dataset.id);
+    if (c) row.querySelector(".waited").textContent = waited(c);
+  }
+}, 1000);
+
+showAgent();
+load().catch(() => {
+  down = true;
+  setStatus(false);
+  follow();
+});
