@@ -1,0 +1,93 @@
+// The console's board on its own: what the desk's messages make of a customer, and its bounds.
+#include <gmock/gmock.h>
+
+#include "QuorDeskConsole/QuorConsoleBoard.h"
+
+namespace quor {
+namespace {
+
+using ::testing::ElementsAre;
+
+QuorWireMessage wire(const std::string& objectName, const std::string& body,
+                     const std::string& sender = "") {
+  QuorWireMessage message;
+  message.objectName = objectName;
+  message.body = body;
+  if (!sender.empty()) message.senderUserId = sender;
+  return message;
+}
+
+std::vector<std::string> texts(const KXDictionary& conversation) {
+  std::vector<std::string> seen;
+  for (const auto& line : conversation["lines"])
+    seen.push_back(line["who"].get<std::string>() + ": " + line["text"].get<std::string>());
+  return seen;
+}
+
+TEST(ConsoleBoard, TheDesksMessagesMakeTheCustomersStateAndReadableLines) {
+  QuorConsoleBoard board;
+  const std::string mei = "mei@localhost";
+  board.record(mei, wire("KX:CsHs", R"({"userInfo":{"name":"梅"},"requestInfo":{"page":"o"}})"),
+               true);
+  board.record(mei, wire("KX:TxtMsg", R"({"content":"hi"})"), true);
+  board.record(mei, wire("KX:TxtMsg", R"({"content":"Hello","user":{"name":"Ava"}})", "shop"),
+               false);
+  board.record(mei, wire("KX:CsCha", R"({"groupid":"sales"})"), true);
+  EXPECT_EQ(board.conversation(mei)["customer"]["state"], "waiting");
+  EXPECT_GT(board.conversation(mei)["customer"]["waitingSince"].get<int64_t>(), 0);
+  board.noteTaken(mei, "Ada");
+  board.record(mei, wire("KX:CsChaR", R"({"code":200,"data":{"status":1}})"), false);
+  board.record(mei, wire("KX:CsEva", R"({"source":4,"suggest":"ok","type":"1"})"), true);
+  board.record(mei, wire("KX:CsLM", R"({"phone":"1"})"), true);
+  board.record(mei, wire("KX:CsEnd", R"({"code":0,"msg":"Bye"})"), false);
+  board.record(mei, wire("KX:TxtMsg", "not json"), true);  // kept as an empty line, not lost
+  const KXDictionary conversation = board.conversation(mei);
+  EXPECT_EQ(conversation["customer"]["name"], "梅");
+  EXPECT_EQ(conversation["customer"]["state"], "ended");
+  EXPECT_EQ(conversation["customer"]["agent"], "Ada");
+  EXPECT_EQ(conversation["customer"]["unread"], 2);
+  EXPECT_THAT(texts(conversation),
+              ElementsAre("event: started a service", "customer: hi", "robot: Hello",
+                          "event: asked for an agent and chose group sales", "event: taken by Ada",
+                          "event: rated 4 stars \u201cok\u201d", "event: left a message",
+                          "event: the service ended: Bye", "customer: "));
+  EXPECT_EQ(board.state()["inbox"][0]["values"]["phone"], "1");
+  board.markRead(mei);
+  EXPECT_EQ(board.conversation(mei)["customer"]["unread"], 0);
+  EXPECT_TRUE(board.conversation("nobody").is_null());
+}
+
+TEST(ConsoleBoard, KeepsItsBoundsAndSendsAPageTooFarBehindToReload) {
+  QuorConsoleBoard::Limits limits;
+  limits.finishedKept = 2;
+  limits.linesPerCustomer = 3;
+  limits.inboxKept = 2;
+  limits.eventsKept = 5;
+  limits.customers = 4;
+  QuorConsoleBoard board(limits);
+  for (int i = 0; i < 5; ++i) board.record("talker", wire("KX:TxtMsg", R"({"content":"x"})"), true);
+  EXPECT_EQ(board.conversation("talker")["lines"].size(), 3u);
+  for (const char* who : {"a", "b", "c"}) {
+    board.record(who, wire("KX:CsLM", "{}"), true);
+    board.record(who, wire("KX:CsSp", "{}"), true);
+  }
+  EXPECT_TRUE(board.conversation("a").is_null());  // the oldest finished went first
+  EXPECT_FALSE(board.conversation("c").is_null());
+  EXPECT_EQ(board.state()["inbox"].size(), 2u);
+  for (const char* who : {"d", "e"}) board.record(who, wire("KX:TxtMsg", "{}"), true);
+  EXPECT_EQ(board.state()["customers"].size(), 4u);  // at the limit: finished ones made room
+
+  bool reload = false;
+  const uint64_t seq = board.state()["seq"];
+  EXPECT_TRUE(board.eventsAfter(0, std::chrono::milliseconds(0), &reload).empty());
+  EXPECT_TRUE(reload);  // the page reloads its state
+  EXPECT_EQ(board.eventsAfter(seq - 2, std::chrono::milliseconds(0), &reload).size(), 2u);
+  EXPECT_FALSE(reload);
+  board.eventsAfter(seq + 10, std::chrono::milliseconds(0), &reload);
+  EXPECT_TRUE(reload);  // a page ahead of the board (the desk restarted) starts over
+  board.close();
+  EXPECT_TRUE(board.eventsAfter(seq, std::chrono::hours(1), &reload).empty());  // no wait
+}
+
+}  // namespace
+}  // namespace quor
