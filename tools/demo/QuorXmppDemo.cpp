@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <cstdio>
+#include <fstream>
 #include <vector>
 
 #include "QuorXmppHost/QuorDeskJid.h"
@@ -86,9 +87,22 @@ bool QuorXmppDemo::startDesk(const Options& options, std::string* error) {
     arguments.push_back("--profile");
     arguments.push_back(options.profilePath);
   }
+  if (!options.console.empty()) {
+    arguments.push_back("--console");
+    arguments.push_back(options.console);
+  }
   desk_ = QuorChildProcess::start(arguments, deskLog_, error);
   if (!desk_) return false;
-  if (desk_->waitForOutput("serving as", 0, kPatience, error)) return true;
+  if (desk_->waitForOutput("serving as", 0, kPatience, error)) {
+    // The desk printed its console's link before it logged in.
+    std::ifstream log(deskLog_);
+    const std::string mark = "agent console at ";
+    for (std::string line; std::getline(log, line);) {
+      const auto at = line.find(mark);
+      if (at != std::string::npos) consoleLink_ = line.substr(at + mark.size());
+    }
+    return true;
+  }
   if (error) *error = "the desk did not log in: " + *error;
   return false;
 }

@@ -21,7 +21,8 @@ class QuorXmppDemo {
     std::string deskProgram;  // the quor-cs-desk executable
     std::string profilePath;  // "" for the built-in desk
     std::string deskId;
-    bool wire = false;  // print every payload that crosses the server
+    bool wire = false;    // print every payload that crosses the server
+    std::string console;  // [ADDRESS:]PORT: the desk serves its agent console there
   };
   // A running setup, or null with the reason in `error`.
   static std::unique_ptr<QuorXmppDemo> start(const Options& options, std::string* error);
@@ -33,11 +34,14 @@ class QuorXmppDemo {
   ~QuorXmppDemo();
 
   QuorXmppHost& host() { return *host_; }
+  // The agent console's link, with its token; "" without a console.
+  const std::string& consoleLink() const { return consoleLink_; }
   // Runs the main thread until nothing arrived for a moment.
   void settle();
 
  private:
   QuorXmppDemo() = default;
+  std::string consoleLink_;
   bool startDesk(const Options& options, std::string* error);
   bool startCustomer(const QuorXmppOptions& account, const std::string& deskDomain, bool wire,
                      std::string* error);

@@ -9,6 +9,9 @@
 //   quor-cs-demo --interactive    a terminal chat with the desk (type /help)
 //   quor-cs-demo --profile FILE   another desk profile
 //   quor-cs-demo --wire           also print every message that crosses the channel
+//   quor-cs-demo --xmpp --interactive --console [ADDRESS:]PORT
+//                                 the desk also serves its agent console: a person in the
+//                                 browser is the agent while another chats as the customer
 //
 // Exits 0 when the journey went through, 1 when the service could not start, 2 on bad usage.
 #include <limits.h>
@@ -43,6 +46,7 @@ struct Arguments {
   bool wire = false;
   bool xmpp = false;
   std::string profilePath;
+  std::string console;  // [ADDRESS:]PORT of the desk's agent console (with --xmpp)
   // An existing server and desk: all four are given together.
   std::string server;  // HOST:PORT
   std::string deskJid;
@@ -51,7 +55,8 @@ struct Arguments {
 };
 
 constexpr const char* kUsage =
-    "usage: quor-cs-demo [--xmpp] [--interactive] [--profile FILE] [--wire]\n"
+    "usage: quor-cs-demo [--xmpp [--console [ADDRESS:]PORT]] [--interactive] [--profile FILE]\n"
+    "                    [--wire]\n"
     "       quor-cs-demo --server HOST:PORT --desk JID --account JID --password PASSWORD\n"
     "                    [--interactive] [--wire]\n";
 
@@ -97,10 +102,18 @@ std::string deskProgram() {
 int runOverXmpp(const std::shared_ptr<QuorDeskSimulator>& desk, const Arguments& arguments) {
   std::string error;
   auto demo = QuorXmppDemo::start(
-      {deskProgram(), arguments.profilePath, desk->deskId(), arguments.wire}, &error);
+      {deskProgram(), arguments.profilePath, desk->deskId(), arguments.wire, arguments.console},
+      &error);
   if (!demo) {
     std::fprintf(stderr, "quor-cs-demo: %s\n", error.c_str());
     return 1;
+  }
+  if (!demo->consoleLink().empty()) {
+    std::printf(
+        "Agent console: %s\n(open it, log in with a name, and take the customer when they "
+        "ask for an agent)\n",
+        demo->consoleLink().c_str());
+    std::fflush(stdout);
   }
   QuorDemoApp app(
       desk->deskId(), [&demo] { demo->settle(); }, profileOf(desk, arguments));
@@ -144,13 +157,14 @@ int main(int argc, char** argv) {
     } else if (arg == "--xmpp") {
       arguments.xmpp = true;
     } else if (arg == "--profile" || arg == "--server" || arg == "--desk" || arg == "--account" ||
-               arg == "--password") {
+               arg == "--password" || arg == "--console") {
       if (i + 1 >= argc) return usage((arg + " needs a value").c_str());
       const std::string value = argv[++i];
       (arg == "--profile"   ? arguments.profilePath
        : arg == "--server"  ? arguments.server
        : arg == "--desk"    ? arguments.deskJid
        : arg == "--account" ? arguments.account
+       : arg == "--console" ? arguments.console
                             : arguments.password) = value;
     } else if (arg == "--help" || arg == "-h") {
       std::printf("%s", kUsage);
@@ -176,6 +190,9 @@ int main(int argc, char** argv) {
     return runAgainstExisting(arguments);
   }
 
+  // A person serves as the agent: the scripted journey would wait for them.
+  if (!arguments.console.empty() && (!arguments.xmpp || !arguments.interactive))
+    return usage("--console goes with --xmpp --interactive");
   std::string error;
   auto desk = arguments.profilePath.empty()
                   ? QuorDeskSimulator::fromProfile(QuorDeskSimulator::defaultProfile(), &error)
