@@ -29,6 +29,7 @@ TEST(ConsoleBoard, TheDesksMessagesMakeTheCustomersStateAndReadableLines) {
   const std::string mei = "mei@localhost";
   board.record(mei, wire("KX:CsHs", R"({"userInfo":{"name":"梅"},"requestInfo":{"page":"o"}})"),
                true);
+  board.record(mei, wire("KX:CsHsR", R"({"status":1,"data":{"robotWelcome":"Hi!"}})"), false);
   board.record(mei, wire("KX:TxtMsg", R"({"content":"hi"})"), true);
   board.record(mei, wire("KX:TxtMsg", R"({"content":"Hello","user":{"name":"Ava"}})", "shop"),
                false);
@@ -47,7 +48,7 @@ TEST(ConsoleBoard, TheDesksMessagesMakeTheCustomersStateAndReadableLines) {
   EXPECT_EQ(conversation["customer"]["agent"], "Ada");
   EXPECT_EQ(conversation["customer"]["unread"], 2);
   EXPECT_THAT(texts(conversation),
-              ElementsAre("event: started a service", "customer: hi", "robot: Hello",
+              ElementsAre("event: started a service", "robot: Hi!", "customer: hi", "robot: Hello",
                           "event: asked for an agent and chose group sales", "event: taken by Ada",
                           "event: rated 4 stars \u201cok\u201d", "event: left a message",
                           "event: the service ended: Bye", "customer: "));

@@ -145,9 +145,12 @@ void QuorConsoleBoard::record(const std::string& id, const QuorWireMessage& mess
     addLine(customer, {now, agent ? "agent" : "robot", text(member(body, "user"), "name"),
                        text(body, "content")});
   } else if (type == "KX:CsHsR") {
+    const KXDictionary& data = member(body, "data");
     if (number(body, "status", 0) != 1) {
       setState(customer, "ended");
       event("the handshake was refused");
+    } else if (!text(data, "robotWelcome").empty()) {
+      addLine(customer, {now, "robot", text(data, "robotName"), text(data, "robotWelcome")});
     }
   } else if (type == "KX:CsChaR") {
     const int64_t status = number(member(body, "data"), "status", 0);
