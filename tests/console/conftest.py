@@ -6,6 +6,7 @@ import os
 import signal
 import socket
 import subprocess
+import sys
 import time
 
 import pytest
@@ -15,15 +16,11 @@ from selenium.webdriver.support.ui import WebDriverWait
 
 import quor_cs
 
+sys.path.insert(0, os.path.join(os.path.dirname(__file__), "..", "python"))
+from private_server import private_server, program  # noqa: E402
+
 TOKEN = "console-test-token-0123456789abcdef"
 ACCOUNTS = ["mei", "kai", "hostile", "rita", "shop"]
-
-
-def program(name):
-    path = os.environ.get(name)
-    if not path:
-        pytest.fail(name + " is not set (the test command sets it)")
-    return path
 
 
 def free_port():
@@ -34,17 +31,8 @@ def free_port():
 
 @pytest.fixture(scope="module")
 def server_port():
-    arguments = [program("QUOR_CS_SERVER_PROGRAM")]
-    for account in ACCOUNTS:
-        arguments += ["--account", f"{account}:{account}-pw"]
-    server = subprocess.Popen(arguments, stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
-    try:
-        line = server.stdout.readline()
-        assert line.startswith("quor-cs-server: port "), line
-        yield int(line.split()[2])
-    finally:
-        server.stdin.close()  # the server stops and removes its directory
-        server.wait(timeout=30)
+    with private_server([f"{account}:{account}-pw" for account in ACCOUNTS]) as port:
+        yield port
 
 
 class Desk:

@@ -1,32 +1,17 @@
 """A customer in Python over a private XMPP server, against the desk program quor-cs-desk: what a
 desk builder runs to test a desk from Python."""
-import os
 import subprocess
 
 import pytest
 
 import quor_cs
-
-
-def program(name):
-    path = os.environ.get(name)
-    if not path:
-        pytest.fail(name + " is not set (the test command sets it)")
-    return path
+from private_server import private_server, program
 
 
 @pytest.fixture
 def server_port():
-    server = subprocess.Popen(
-        [program("QUOR_CS_SERVER_PROGRAM"), "--account", "mei:mei-pw", "--account", "shop:shop-pw"],
-        stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
-    try:
-        line = server.stdout.readline()
-        assert line.startswith("quor-cs-server: port "), line
-        yield int(line.split()[2])
-    finally:
-        server.stdin.close()  # the server stops and removes its directory
-        server.wait(timeout=30)
+    with private_server(["mei:mei-pw", "shop:shop-pw"]) as port:
+        yield port
 
 
 @pytest.fixture
