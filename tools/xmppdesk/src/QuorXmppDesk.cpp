@@ -40,7 +40,10 @@ void QuorXmppDesk::servedByPeople(PeopleWatch watch) {
 }
 
 void QuorXmppDesk::watchByPeople(QuorDeskSimulator& desk, const std::string& customerJid) {
-  if (!peopleWatch_) return;
+  if (!peopleWatch_) {
+    desk.servedByPeople(nullptr);
+    return;
+  }
   desk.servedByPeople(
       [watch = peopleWatch_, customerJid](const QuorWireMessage& message, bool fromCustomer) {
         watch(customerJid, message, fromCustomer);

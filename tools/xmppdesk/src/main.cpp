@@ -142,10 +142,11 @@ int main(int argc, char** argv) {
   }
   int received = 0;
   sigwait(&signals, &received);
+  // The desk's network thread ends first: it feeds the console's board.
+  desk.stop();
 #ifdef QUOR_CS_HAS_CONSOLE
   if (agents) agents->stop();
 #endif
-  desk.stop();
   std::fprintf(stderr, "quor-cs-desk: stopped after serving %zu customers\n", desk.customerCount());
   return 0;
 }

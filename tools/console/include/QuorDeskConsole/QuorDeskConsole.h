@@ -22,6 +22,7 @@ namespace quor {
 // header): the page is opened through link(). Only the given address is bound.
 //
 // Threads: start() and stop() on the owner's thread; the HTTP server runs on its own threads.
+// The desk's network thread feeds the board: stop the desk before destroying the console.
 class QuorDeskConsole {
  public:
   struct Options {
