@@ -3,10 +3,12 @@ customers on the Python binding, and agents in headless Chromium (Debian's chrom
 chromedriver through selenium). The test command sets the programs' paths and where the
 screenshots go."""
 import os
+import shutil
 import signal
 import socket
 import subprocess
 import sys
+import tempfile
 import time
 
 import pytest
@@ -137,17 +139,28 @@ def customers(server_port):
         customer.close()
 
 
+@pytest.fixture(scope="session")
+def browser_home():
+    # Chromium's profiles and sockets go here, not into the machine's /tmp, and go with the test.
+    home = tempfile.mkdtemp(prefix="quor-cs-console-")
+    yield home
+    shutil.rmtree(home, ignore_errors=True)
+
+
 @pytest.fixture
-def browser():
+def browser(browser_home):
     drivers = []
 
     def make(url):
+        profile = tempfile.mkdtemp(dir=browser_home)
         options = webdriver.ChromeOptions()
         options.binary_location = "/usr/bin/chromium"
         for argument in ["--headless=new", "--no-sandbox", "--disable-gpu",
-                         "--window-size=1280,800", "--lang=en-US"]:
+                         "--window-size=1280,800", "--lang=en-US", f"--user-data-dir={profile}"]:
             options.add_argument(argument)
-        driver = webdriver.Chrome(service=DriverService("/usr/bin/chromedriver"), options=options)
+        service = DriverService("/usr/bin/chromedriver",
+                                env={**os.environ, "TMPDIR": browser_home})
+        driver = webdriver.Chrome(service=service, options=options)
         drivers.append(driver)
         driver.get(url)
         return driver
