@@ -31,8 +31,9 @@ int main(int argc, char** argv) {
     const std::string id = "customer-" + std::to_string(i) + "@localhost";
     const std::string name = "Customer " + std::to_string(i);
     console.board().record(
-        id, wire("KX:CsHs", R"({"userInfo":{"userId":"c)" + std::to_string(i) + R"(","name":")" +
-                                name + R"("},"contactInfo":{},"requestInfo":{"page":"orders"}})"),
+        id,
+        wire("KX:CsHs", R"({"userInfo":{"userId":"c)" + std::to_string(i) + R"(","name":")" + name +
+                            R"("},"contactInfo":{},"requestInfo":{"page":"orders"}})"),
         true);
     console.board().record(id, wire("KX:TxtMsg", R"({"content":"Where is my order?"})"), true);
     if (i % 3 == 0) console.board().record(id, wire("KX:CsCha", R"({"groupid":"sales"})"), true);
