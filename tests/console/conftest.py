@@ -1,7 +1,8 @@
 """The agent console's browser tests: a private XMPP server, the desk program with its console,
-customers on the Python binding, and agents in headless Chromium (Debian's chromium and
-chromedriver through selenium). The test command sets the programs' paths and where the
-screenshots go."""
+customers on the Python binding, and agents in a headless browser: Debian's chromium through
+selenium and chromedriver, or Debian's firefox-esr through its own WebDriver BiDi (firefox.py).
+The test command sets the programs' paths, the browser (QUOR_CS_BROWSER, chromium by default)
+and where the screenshots go."""
 import os
 import shutil
 import signal
@@ -20,6 +21,9 @@ import quor_cs
 
 sys.path.insert(0, os.path.join(os.path.dirname(__file__), "..", "python"))
 from private_server import private_server, program  # noqa: E402
+from firefox import FirefoxDriver  # noqa: E402
+
+BROWSER = os.environ.get("QUOR_CS_BROWSER", "chromium")
 
 TOKEN = "console-test-token-0123456789abcdef"
 ACCOUNTS = ["mei", "kai", "hostile", "rita", "shop"]
@@ -141,7 +145,7 @@ def customers(server_port):
 
 @pytest.fixture(scope="session")
 def browser_home():
-    # Chromium's profiles and sockets go here, not into the machine's /tmp, and go with the test.
+    # The browsers' profiles and sockets go here, not into the machine's /tmp, and go with the test.
     home = tempfile.mkdtemp(prefix="quor-cs-console-")
     yield home
     shutil.rmtree(home, ignore_errors=True)
@@ -153,6 +157,11 @@ def browser(browser_home):
 
     def make(url):
         profile = tempfile.mkdtemp(dir=browser_home)
+        if BROWSER == "firefox":
+            driver = FirefoxDriver(profile)
+            drivers.append(driver)
+            driver.get(url)
+            return driver
         options = webdriver.ChromeOptions()
         options.binary_location = "/usr/bin/chromium"
         for argument in ["--headless=new", "--no-sandbox", "--disable-gpu",
@@ -178,4 +187,5 @@ def shot(driver, name):
     folder = os.environ.get("QUOR_CS_SCREENSHOTS")
     if folder:
         os.makedirs(folder, exist_ok=True)
-        driver.save_screenshot(os.path.join(folder, name + ".png"))
+        suffix = "" if BROWSER == "chromium" else "-" + BROWSER
+        driver.save_screenshot(os.path.join(folder, name + suffix + ".png"))

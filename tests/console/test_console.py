@@ -7,7 +7,7 @@ from selenium.common.exceptions import NoAlertPresentException
 from selenium.webdriver.common.by import By
 
 import quor_cs
-from conftest import TOKEN, shot, wait
+from conftest import shot, wait
 
 
 def login(driver, name):
@@ -70,7 +70,8 @@ def test_an_agent_takes_a_waiting_customer_chats_gets_a_rating_and_ends(desk, cu
 
     ada.find_element(By.ID, "say-text").send_keys("Your parcel leaves today.")
     ada.find_element(By.ID, "say").submit()
-    assert mei.until(lambda: (quor_cs.Author.AGENT, "Your parcel leaves today.") in mei.screen.lines)
+    assert mei.until(lambda: (quor_cs.Author.AGENT, "Your parcel leaves today.")
+                     in mei.screen.lines)
     mei.service.send_text("谢谢! 📦")
     mei.settle()
     wait(ada, lambda: "谢谢! 📦" in " ".join(lines(ada)))
