@@ -1,7 +1,8 @@
 """Firefox for the console's browser tests: Debian's firefox-esr, headless, driven over WebDriver
 BiDi (the browser's own protocol, so no geckodriver is needed). It offers the part of selenium's
 WebDriver that the tests use (get, find_element(s), text, click, send_keys, submit, clear,
-is_displayed, alert, save_screenshot, quit), so one test runs in Chromium and in Firefox.
+is_displayed, alert, execute_script, save_screenshot, quit), so one test runs in Chromium and in
+Firefox.
 
 Clicks and keys are real input events. The profile turns off everything that would reach beyond
 the machine (updates, telemetry, safe browsing, remote settings, prefetch)."""
@@ -65,6 +66,14 @@ SELECTORS = {
 def _stop_with_parent():
     # Firefox gets SIGTERM when the test process dies, however it dies: nothing is left running.
     ctypes.CDLL("libc.so.6", use_errno=True).prctl(1, signal.SIGTERM)  # PR_SET_PDEATHSIG
+
+
+def _serialized(argument):
+    if isinstance(argument, dict):  # a node's reference
+        return argument
+    if isinstance(argument, (int, float)):
+        return {"type": "number", "value": argument}
+    return {"type": "string", "value": argument}
 
 
 class Element:
@@ -208,10 +217,9 @@ class FirefoxDriver:
 
     def _call(self, function, *arguments):
         result = self._command("script.callFunction", {
-            "functionDeclaration": function, "awaitPromise": False,
+            "functionDeclaration": function, "awaitPromise": True,
             "target": {"context": self._context},
-            "arguments": [argument if isinstance(argument, dict) else
-                          {"type": "string", "value": argument} for argument in arguments]})
+            "arguments": [_serialized(argument) for argument in arguments]})
         if result["type"] == "exception":
             details = result["exceptionDetails"]
             if "detached" in details.get("text", "") or "dead object" in details.get("text", ""):
@@ -239,6 +247,10 @@ class FirefoxDriver:
 
     def find_elements(self, by, value):
         return self._call("s => [...document.querySelectorAll(s)]", SELECTORS[by](value))
+
+    def execute_script(self, body, *arguments):
+        # As selenium's: the body of a function of `arguments`; a returned promise is awaited.
+        return self._call(f"function() {{ {body} }}", *arguments)
 
     def save_screenshot(self, path):
         picture = self._command("browsingContext.captureScreenshot", {"context": self._context})
