@@ -1,8 +1,11 @@
 #include "QuorDeskConsole/QuorDeskConsole.h"
 
 #include <httplib.h>
+#include <sys/socket.h>
 
 #include <atomic>
+#include <chrono>
+#include <memory>
 #include <random>
 
 #include "KXJsonTree.h"
@@ -61,6 +64,13 @@ std::string QuorDeskConsole::link() const {
 bool QuorDeskConsole::start(std::string* error) {
   server_ = std::make_unique<httplib::Server>();
   server_->new_task_queue = [] { return new httplib::ThreadPool(kHttpThreads); };
+  // The library's default adds SO_REUSEPORT, with which a second console (a desk started twice)
+  // would bind the same port and take half of the pages' requests. SO_REUSEADDR alone still lets
+  // a restarted desk take its port back at once.
+  server_->set_socket_options([](socket_t socket) {
+    int yes = 1;
+    setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof(yes));
+  });
   routes();
   port_ = options_.port == 0
               ? server_->bind_to_any_port(options_.address)
@@ -75,7 +85,16 @@ bool QuorDeskConsole::start(std::string* error) {
       [this](const std::string& customer, const QuorWireMessage& message, bool fromCustomer) {
         board_.record(customer, message, fromCustomer);
       });
-  thread_ = std::thread([this] { server_->listen_after_bind(); });
+  auto listening = std::make_shared<std::atomic<bool>>(true);
+  thread_ = std::thread([this, listening] {
+    server_->listen_after_bind();
+    *listening = false;
+  });
+  // Until the server runs, its stop() would do nothing and the thread would serve for ever: a
+  // stop() right after start() must find it running.
+  while (!server_->is_running() && *listening) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
   return true;
 }
 
