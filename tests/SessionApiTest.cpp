@@ -343,6 +343,75 @@ TEST_F(SessionApi, TheConversationComesInOrderWithItsUnreadCount) {
   EXPECT_EQ(lines.back(), "9 Failed");
 }
 
+TEST_F(SessionApi, EachLineIsToldWhatBecameOfItAndARetryKeepsItsId) {
+  constexpr int64_t kMayHaveArrived = 31003;
+  constexpr int64_t kRefused = 31005;
+  auto simulator = desk(R"({"evaluation": null})");
+  service = open(simulator->deskId());
+  recorder->takeLines();
+  host->setUnconfirmedErrorCodes({kMayHaveArrived});
+  host->setAutoConfirm(false);
+  const std::string answer =
+      "Robot: Orders ship within 24 hours; you can follow yours under Me > Orders.";
+
+  // Written but not confirmed: Unconfirmed, sent once more under its id by itself, then Sent;
+  // the desk answers once.
+  ASSERT_EQ(service->sendText("where is my order"), Result::Done);
+  ASSERT_TRUE(host->confirmOldestSend(false, std::nullopt, kMayHaveArrived));
+  host->settle();
+  ASSERT_TRUE(host->confirmOldestSend(true, std::nullopt, 0));
+  host->settle();
+  EXPECT_THAT(recorder->takeLines(), ElementsAre("2 Customer: where is my order", "2 Unconfirmed",
+                                                 "2 Sent", "3 " + answer, "unread 2"));
+  EXPECT_EQ(service->retry(2), Result::NotRetryable);  // Sent
+
+  // Refused: Failed, and the app's retry goes out under the same id (the desk takes it once).
+  ASSERT_EQ(service->sendText("where is my order"), Result::Done);
+  ASSERT_TRUE(host->confirmOldestSend(false, std::nullopt, kRefused));
+  host->settle();
+  EXPECT_EQ(service->retry(4), Result::Done);
+  EXPECT_EQ(service->retry(4), Result::NotRetryable);  // Sending already
+  ASSERT_TRUE(host->confirmOldestSend(true, std::nullopt, 0));
+  host->settle();
+  EXPECT_THAT(recorder->takeLines(), ElementsAre("4 Customer: where is my order", "4 Failed",
+                                                 "4 Sending", "4 Sent", "5 " + answer, "unread 3"));
+  EXPECT_EQ(service->retry(99), Result::NotRetryable);
+
+  // An unconfirmed line whose own resend is not confirmed either stays Unconfirmed.
+  ASSERT_EQ(service->sendText("hello"), Result::Done);
+  ASSERT_TRUE(host->confirmOldestSend(false, std::nullopt, kMayHaveArrived));
+  host->settle();
+  ASSERT_TRUE(host->confirmOldestSend(false, std::nullopt, kMayHaveArrived));
+  host->settle();
+  EXPECT_THAT(recorder->takeLines(), ElementsAre("6 Customer: hello", "6 Unconfirmed"));
+  EXPECT_EQ(service->retry(6), Result::Done);
+}
+
+TEST_F(SessionApi, TextsThatCannotBeSentAreRefusedBeforeAnythingIsSent) {
+  auto simulator = desk(R"({"evaluation": null})");
+  service = open(simulator->deskId());
+  host->setAutoConfirm(false);
+  const std::string invalid[] = {"\xff", "ab\xc3", "\xed\xa0\x80", "\xc0\xaf", "\xf4\x90\x80\x80"};
+  for (const auto& text : invalid) {
+    SCOPED_TRACE(::testing::PrintToString(text));
+    EXPECT_EQ(service->sendText(text), Result::InvalidText);
+    KXCSAgentRating rating;
+    rating.dialogId = "d1";
+    rating.stars = 5;
+    rating.suggestion = text;
+    EXPECT_EQ(service->rateAgent(rating), Result::InvalidText);
+  }
+  EXPECT_EQ(service->maxTextBytes(), KXCSService::kDefaultMaxTextBytes);
+  service->setMaxTextBytes(100);
+  // The limit counts the encoded body: the text escaped in its JSON object.
+  EXPECT_EQ(service->sendText(std::string(80, 'x')), Result::Done);
+  EXPECT_EQ(service->sendText(std::string(80, '"')), Result::TooLarge);
+  EXPECT_EQ(service->sendText("\xe4\xbd\xa0\xe5\xa5\xbd"), Result::Done);  // 你好
+  EXPECT_TRUE(host->confirmOldestSend(true, std::nullopt, 0));
+  EXPECT_TRUE(host->confirmOldestSend(true, std::nullopt, 0));
+  EXPECT_FALSE(host->confirmOldestSend(true, std::nullopt, 0));  // two sends went out, no more
+}
+
 TEST_F(SessionApi, TheLeaveMessageFormIsCheckedBeforeAnythingIsSent) {
   auto simulator = desk(R"({"end": {}})");
   service = open(simulator->deskId());

@@ -280,6 +280,18 @@ int quor_cs_service_send_text(quor_cs_service* service, const char* text) {
   return onService(service, [&](KXCSService& s) { return result(s.sendText(text)); });
 }
 
+int quor_cs_service_retry(quor_cs_service* service, uint64_t sequence) {
+  return onService(service, [&](KXCSService& s) { return result(s.retry(sequence)); });
+}
+
+size_t quor_cs_service_max_text_bytes(const quor_cs_service* service) {
+  return service ? service->service->maxTextBytes() : 0;
+}
+
+void quor_cs_service_set_max_text_bytes(quor_cs_service* service, size_t bytes) {
+  if (service) service->service->setMaxTextBytes(bytes);
+}
+
 uint64_t quor_cs_service_unread_count(const quor_cs_service* service) {
   return service ? service->service->unreadCount() : 0;
 }

@@ -58,6 +58,8 @@ const char* statusName(QuorDeliveryStatus status) {
       return "sent";
     case QuorDeliveryStatus::Failed:
       return "failed";
+    case QuorDeliveryStatus::Unconfirmed:
+      return "unconfirmed";
   }
   return "?";
 }

@@ -38,8 +38,10 @@ extern "C" {
 /* "1.0.0": the library's version text. Static storage. */
 QUOR_CS_C_API const char* quor_cs_version(void);
 
-/* What a call did. 0 to 12 are the session API's own results (nothing was sent unless
- * QUOR_CS_OK); the negative codes are the C layer's. */
+/* What a call did. 0 to 15 are the session API's own results (nothing was sent unless
+ * QUOR_CS_OK); the negative codes are the C layer's. A text argument that is not UTF-8 is
+ * refused with QUOR_CS_INVALID_TEXT; a JSON argument that is not UTF-8 does not parse
+ * (QUOR_CS_ERROR_ARGUMENT). */
 typedef enum quor_cs_result {
   QUOR_CS_OK = 0,
   QUOR_CS_ALREADY_STARTED = 1,    /* start while a service runs */
@@ -54,6 +56,9 @@ typedef enum quor_cs_result {
   QUOR_CS_STARS_NOT_OFFERED = 10, /* stars not among the evaluation options */
   QUOR_CS_INVALID_FORM = 11,      /* leave-message values fail the form (see field errors) */
   QUOR_CS_EMPTY_TEXT = 12,        /* send_text with "" */
+  QUOR_CS_INVALID_TEXT = 13,      /* a text that is not UTF-8 */
+  QUOR_CS_TOO_LARGE = 14,         /* send_text over the service's max_text_bytes once encoded */
+  QUOR_CS_NOT_RETRYABLE = 15,     /* retry of a line that is not failed or unconfirmed */
   QUOR_CS_ERROR_ARGUMENT = -1,    /* a required pointer is NULL, or a JSON text does not parse */
   QUOR_CS_ERROR_MEMORY = -2,      /* memory ran out */
   QUOR_CS_ERROR_INTERNAL = -3     /* anything else; logged */
@@ -147,7 +152,8 @@ typedef enum quor_cs_delivery {
   QUOR_CS_DELIVERY_RECEIVED = 0,
   QUOR_CS_DELIVERY_SENDING = 1,
   QUOR_CS_DELIVERY_SENT = 2,
-  QUOR_CS_DELIVERY_FAILED = 3
+  QUOR_CS_DELIVERY_FAILED = 3,     /* it cannot have arrived */
+  QUOR_CS_DELIVERY_UNCONFIRMED = 4 /* written, may have arrived; sent once more by itself */
 } quor_cs_delivery;
 
 /* One line of the conversation. Strings are valid during the callback. */
@@ -159,7 +165,7 @@ typedef struct quor_cs_message {
   const char* sender_name; /* "" when the desk gave none */
   int64_t message_id;      /* the host's id, 0 when none */
   int64_t sent_time;
-  int64_t error_code; /* Failed */
+  int64_t error_code; /* Failed, Unconfirmed */
 } quor_cs_message;
 
 /* What a service reports. Every function may be NULL. All run on the main thread, one at a
@@ -217,8 +223,16 @@ QUOR_CS_C_API int quor_cs_service_rate_agent(quor_cs_service* service, const cha
 QUOR_CS_C_API int quor_cs_service_leave_message(quor_cs_service* service, const char* values_json,
                                                 char** field_errors_json, char** web_form_url);
 QUOR_CS_C_API int quor_cs_service_end(quor_cs_service* service);
-/* A line of text to the robot or agent (from Connected on). */
+/* A line of text to the robot or agent (from Connected on). Its delivery: Sending, then Sent,
+ * Failed, or Unconfirmed (written, not confirmed: sent once more under its id by itself, and
+ * Sent when that is confirmed). */
 QUOR_CS_C_API int quor_cs_service_send_text(quor_cs_service* service, const char* text);
+/* Sends the customer's line `sequence` (failed or unconfirmed) once more under its original
+ * id, so that the desk takes it once. QUOR_CS_NOT_RETRYABLE for another line. */
+QUOR_CS_C_API int quor_cs_service_retry(quor_cs_service* service, uint64_t sequence);
+/* The largest encoded text send_text sends (default 65536 bytes); larger is QUOR_CS_TOO_LARGE. */
+QUOR_CS_C_API size_t quor_cs_service_max_text_bytes(const quor_cs_service* service);
+QUOR_CS_C_API void quor_cs_service_set_max_text_bytes(quor_cs_service* service, size_t bytes);
 QUOR_CS_C_API uint64_t quor_cs_service_unread_count(const quor_cs_service* service);
 QUOR_CS_C_API void quor_cs_service_mark_read(quor_cs_service* service);
 /* The last state reported (or about to be); see quor_cs_status for how long it stays valid. */
@@ -331,8 +345,8 @@ QUOR_CS_C_API int quor_cs_xmpp_host_send_text(quor_cs_xmpp_host* host, const cha
                                               const char* text);
 /* One page of a desk's stored conversation, newest first, as a JSON array of {"messageId",
  * "objectName", "direction" (1 sent, 2 received), "sentTime", "status" ("pending", "sent",
- * "failed"), "text" (texts only)}: at most `count` messages older than `before_message_id`
- * (0: from the newest). *history_json is the caller's (quor_cs_free). */
+ * "failed", "unconfirmed"), "text" (texts only)}: at most `count` messages older than
+ * `before_message_id` (0: from the newest). *history_json is the caller's (quor_cs_free). */
 QUOR_CS_C_API int quor_cs_xmpp_host_history(quor_cs_xmpp_host* host, const char* desk_id,
                                             int64_t before_message_id, int count,
                                             char** history_json);

@@ -5,6 +5,10 @@
 namespace quor {
 KXCoreClient::~KXCoreClient() = default;
 
+bool KXCoreClient::isUnconfirmedError(int64_t) const { return false; }
+
+bool KXCoreClient::resendMessage(int64_t, SuccessBlock, ErrorBlock) { return false; }
+
 std::shared_ptr<KXCoreClient> KXCoreClient::sharedCoreClient() {
   return KXInstanceSlot<KXCoreClient>::global().get();
 }

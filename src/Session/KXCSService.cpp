@@ -1,6 +1,8 @@
 #include "QuorCustomerService/Session/KXCSService.h"
 
 #include <algorithm>
+#include <atomic>
+#include <map>
 #include <mutex>
 #include <nlohmann/json.hpp>
 
@@ -16,6 +18,7 @@
 #include "Support/KXMainThread.h"
 #include "Support/KXSendOutcome.h"
 #include "Support/KXTexts.h"
+#include "Support/KXUtf8.h"
 
 namespace quor {
 namespace {
@@ -29,6 +32,12 @@ bool running(State state) {
 }
 
 bool hasGroups(const KXCustomerServiceGroupList& groups) { return groups && !groups->empty(); }
+
+// Whether every present text is UTF-8: a text that is not could only be sent empty.
+bool allUtf8(std::initializer_list<const KXString*> texts) {
+  return std::all_of(texts.begin(), texts.end(),
+                     [](const KXString* text) { return !*text || KXUtf8::isValid(**text); });
+}
 
 }  // namespace
 
@@ -336,6 +345,69 @@ class KXCSService::Core : public std::enable_shared_from_this<Core> {
     });
   }
 
+  // The customer's line `sequence` was sent (again): the closures that report attempt
+  // `attempt` of it, each outcome once, handled on the main thread.
+  std::pair<KXCoreClient::SuccessBlock, KXCoreClient::ErrorBlock> outcomeOf(uint64_t sequence,
+                                                                            uint64_t attempt) {
+    std::weak_ptr<Core> weak = weak_from_this();
+    const auto report = [weak, sequence, attempt](bool sent, int64_t value, int64_t messageId) {
+      KXMainThread::post([weak, sequence, attempt, sent, value, messageId] {
+        if (auto core = weak.lock()) core->onDelivery(sequence, attempt, sent, value, messageId);
+      });
+    };
+    const KXSendOutcome outcome;
+    return {outcome.once([report](int64_t messageId) { report(true, messageId, messageId); }),
+            outcome.once(
+                [report](int64_t code, int64_t messageId) { report(false, code, messageId); })};
+  }
+
+  // An outcome of a customer's line, on the main thread: Sent from any attempt; else the
+  // latest attempt's Failed, or Unconfirmed when the host says the message may still arrive,
+  // which sends it once more under its id by itself (once per line).
+  void onDelivery(uint64_t sequence, uint64_t attempt, bool sent, int64_t value,
+                  int64_t messageId) {
+    const bool unconfirmed = !sent && KXHost::isUnconfirmed(value);
+    KXCSConversationMessage update;
+    bool changed;
+    bool resendNow = false;
+    uint64_t resendAttempt = 0;
+    {
+      std::lock_guard<std::mutex> lock(mutex);
+      const auto it = unsettled.find(sequence);
+      if (it == unsettled.end()) return;
+      Unsettled& line = it->second;
+      if (!sent && attempt != line.attempt) return;  // a newer attempt reports for the line
+      if (messageId != 0) line.message.messageId = messageId;
+      const KXCSDelivery before = line.message.delivery;
+      if (sent) {
+        line.message.delivery = KXCSDelivery::Sent;
+        line.message.errorCode = 0;
+      } else {
+        line.message.delivery = unconfirmed ? KXCSDelivery::Unconfirmed : KXCSDelivery::Failed;
+        line.message.errorCode = value;
+        resendNow = unconfirmed && !line.resentByItself && line.message.messageId != 0;
+        if (resendNow) {
+          line.resentByItself = true;
+          resendAttempt = ++line.attempt;
+        }
+      }
+      update = line.message;
+      // Still unconfirmed after its own resend: nothing new to tell.
+      changed = update.delivery != before;
+      if (sent) unsettled.erase(it);
+    }
+    if (changed) notify([update](KXCSServiceObserver& w) { w.onMessageDelivery(update); });
+    if (resendNow) {
+      auto [success, error] = outcomeOf(sequence, resendAttempt);
+      KXHost::resend(update.messageId, std::move(success), std::move(error));
+    }
+  }
+
+  // Calls the observer now: for what is already on the main thread.
+  void notify(const std::function<void(KXCSServiceObserver&)>& call) {
+    if (auto watcher = observer.lock()) KXCallbackGuard::run([&] { call(*watcher); });
+  }
+
   // Sends the handshake of the start `started` and registers for its callbacks.
   void sendHandshake(uint64_t started, std::shared_ptr<KXCustomerServiceInfo> info) {
     const uint64_t handshake = started;
@@ -399,6 +471,14 @@ class KXCSService::Core : public std::enable_shared_from_this<Core> {
   std::unique_ptr<KXCSTimer> timer;
   std::unique_ptr<KXCSTimer> hold;
   KXCSConversation conversation;
+  // The customer's lines that are not Sent yet, by sequence: retry() sends them again.
+  struct Unsettled {
+    KXCSConversationMessage message;
+    uint64_t attempt = 0;
+    bool resentByItself = false;
+  };
+  std::map<uint64_t, Unsettled> unsettled;
+  std::atomic<std::size_t> maxTextBytes{KXCSService::kDefaultMaxTextBytes};
 };
 
 std::shared_ptr<KXCSService> KXCSService::make(std::string deskId,
@@ -524,6 +604,7 @@ KXCSServiceResult KXCSService::rateRobot(const KXCSRobotRating& rating) {
   const KXCSServiceStatus now = core_->snapshot();
   if (!now.config) return Result::NotConnected;
   if (now.config->robotSessionNoEva()) return Result::RatingNotOffered;
+  if (!allUtf8({&rating.knowledgeId, &rating.suggestion})) return Result::InvalidText;
   core_->client().evaluateCustomerService(core_->deskId, rating.knowledgeId, rating.resolved,
                                           rating.suggestion);
   return Result::Done;
@@ -533,6 +614,7 @@ KXCSServiceResult KXCSService::rateAgent(const KXCSAgentRating& rating) {
   const KXCSServiceStatus now = core_->snapshot();
   if (!now.config) return Result::NotConnected;
   if (now.config->humanSessionNoEva()) return Result::RatingNotOffered;
+  if (!allUtf8({&rating.dialogId, &rating.suggestion, &rating.tags})) return Result::InvalidText;
   KXString dialog = rating.dialogId;
   if (!dialog) {
     std::lock_guard<std::mutex> lock(core_->mutex);
@@ -611,25 +693,63 @@ KXCSServiceResult KXCSService::sendText(const std::string& text) {
   const State now = core_->snapshot().state;
   if (!running(now) || now == State::Connecting) return Result::NotConnected;
   if (text.empty()) return Result::EmptyText;
+  if (!KXUtf8::isValid(text)) return Result::InvalidText;
+  auto content = KXTextMessage::messageWithContent(text);
+  const KXData body = content->encode();
+  if (!body) return Result::InvalidText;
+  if (body->size() > core_->maxTextBytes.load()) return Result::TooLarge;
   const KXCSConversationMessage line = core_->conversation.sending(text);
+  {
+    std::lock_guard<std::mutex> lock(core_->mutex);
+    core_->unsettled[line.sequence] = Core::Unsettled{line, 0, false};
+  }
   core_->tell([line](KXCSServiceObserver& w) { w.onMessage(line); });
-  std::weak_ptr<Core> weak = core_;
-  const auto report = [weak, line](bool sent, int64_t value) {
-    KXMainThread::post([weak, line, sent, value] {
-      auto core = weak.lock();
-      if (!core) return;
-      KXCSConversationMessage update = line;
-      update.delivery = sent ? KXCSDelivery::Sent : KXCSDelivery::Failed;
-      (sent ? update.messageId : update.errorCode) = value;
-      core->tell([update](KXCSServiceObserver& w) { w.onMessageDelivery(update); });
-    });
-  };
-  const KXSendOutcome outcome;
-  KXHost::send(core_->deskId, KXTextMessage::messageWithContent(text),
-               outcome.once([report](int64_t messageId) { report(true, messageId); }),
-               outcome.once([report](int64_t errorCode, int64_t) { report(false, errorCode); }));
+  auto [success, error] = core_->outcomeOf(line.sequence, 0);
+  KXHost::send(core_->deskId, std::move(content), std::move(success), std::move(error));
   return Result::Done;
 }
+
+KXCSServiceResult KXCSService::retry(uint64_t sequence) {
+  const State now = core_->snapshot().state;
+  if (!running(now) || now == State::Connecting) return Result::NotConnected;
+  KXCSConversationMessage before;
+  uint64_t attempt;
+  {
+    std::lock_guard<std::mutex> lock(core_->mutex);
+    const auto it = core_->unsettled.find(sequence);
+    if (it == core_->unsettled.end() || it->second.message.delivery == KXCSDelivery::Sending)
+      return Result::NotRetryable;
+    before = it->second.message;
+    it->second.message.delivery = KXCSDelivery::Sending;
+    it->second.message.errorCode = 0;
+    attempt = ++it->second.attempt;
+  }
+  // Reported before the host is called: its outcome may be posted while it is called.
+  KXCSConversationMessage sending = before;
+  sending.delivery = KXCSDelivery::Sending;
+  sending.errorCode = 0;
+  core_->tell([sending](KXCSServiceObserver& w) { w.onMessageDelivery(sending); });
+  auto [success, error] = core_->outcomeOf(sequence, attempt);
+  if (before.messageId != 0 && KXHost::resend(before.messageId, success, error))
+    return Result::Done;
+  if (before.delivery == KXCSDelivery::Failed) {
+    // The host cannot send it under its id; it never arrived, so a new copy is no second one.
+    KXHost::send(core_->deskId, KXTextMessage::messageWithContent(before.text), std::move(success),
+                 std::move(error));
+    return Result::Done;
+  }
+  {
+    std::lock_guard<std::mutex> lock(core_->mutex);
+    const auto it = core_->unsettled.find(sequence);
+    if (it != core_->unsettled.end()) it->second.message = before;
+  }
+  core_->tell([before](KXCSServiceObserver& w) { w.onMessageDelivery(before); });
+  return Result::NotRetryable;
+}
+
+std::size_t KXCSService::maxTextBytes() const { return core_->maxTextBytes.load(); }
+
+void KXCSService::setMaxTextBytes(std::size_t bytes) { core_->maxTextBytes.store(bytes); }
 
 uint64_t KXCSService::unreadCount() const { return core_->conversation.unread(); }
 

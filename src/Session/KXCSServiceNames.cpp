@@ -81,6 +81,12 @@ const char* KXCSService::resultName(KXCSServiceResult result) {
       return "InvalidForm";
     case enum_t::EmptyText:
       return "EmptyText";
+    case enum_t::InvalidText:
+      return "InvalidText";
+    case enum_t::TooLarge:
+      return "TooLarge";
+    case enum_t::NotRetryable:
+      return "NotRetryable";
   }
   return "?";  // a value outside the enum (a cast from a number)
 }
@@ -111,6 +117,8 @@ const char* KXCSService::deliveryName(KXCSDelivery delivery) {
       return "Sent";
     case enum_t::Failed:
       return "Failed";
+    case enum_t::Unconfirmed:
+      return "Unconfirmed";
   }
   return "?";
 }

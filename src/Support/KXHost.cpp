@@ -28,6 +28,20 @@ void KXHost::sendReportingRecords(const KXString& kefuId, std::shared_ptr<KXMess
   });
 }
 
+bool KXHost::resend(int64_t messageId, KXCoreClient::SuccessBlock success,
+                    KXCoreClient::ErrorBlock error) {
+  auto core = KXCoreClient::sharedCoreClient();
+  if (!core) return false;
+  return KXCallbackGuard::host(
+      false, [&] { return core->resendMessage(messageId, std::move(success), std::move(error)); });
+}
+
+bool KXHost::isUnconfirmed(int64_t errorCode) {
+  auto core = KXCoreClient::sharedCoreClient();
+  if (!core) return false;
+  return KXCallbackGuard::host(false, [&] { return core->isUnconfirmedError(errorCode); });
+}
+
 std::shared_ptr<KXMessage> KXHost::insertIncoming(const KXString& kefuId,
                                                   std::shared_ptr<KXMessageContent> content) {
   auto core = KXCoreClient::sharedCoreClient();

@@ -20,6 +20,10 @@ class KXHost {
                                    std::shared_ptr<KXMessageContent> content,
                                    KXCoreClient::RecordSuccessBlock success,
                                    KXCoreClient::RecordErrorBlock error);
+  // The host's resendMessage() and isUnconfirmedError(); false without a host or when it threw.
+  static bool resend(int64_t messageId, KXCoreClient::SuccessBlock success,
+                     KXCoreClient::ErrorBlock error);
+  static bool isUnconfirmed(int64_t errorCode);
   // Stores a local message of the desk's conversation as received from the desk, read; returns
   // its record, or null.
   static std::shared_ptr<KXMessage> insertIncoming(const KXString& kefuId,

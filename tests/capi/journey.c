@@ -166,6 +166,18 @@ int main(void) {
   CHECK(status.config_json != NULL);
   CHECK(s.company_in_config);
 
+  /* Texts nothing could write, or too large to be taken, never go out; retry needs a line. */
+  CHECK(quor_cs_service_send_text(service, "caf\xc3") == QUOR_CS_INVALID_TEXT);
+  CHECK(quor_cs_service_rate_robot(service, NULL, 1, "\xff") == QUOR_CS_INVALID_TEXT);
+  CHECK(quor_cs_service_max_text_bytes(service) == 65536);
+  quor_cs_service_set_max_text_bytes(service, 32);
+  CHECK(quor_cs_service_send_text(service, "\"\"\"\"\"\"\"\"\"\"\"\"\"\"") == QUOR_CS_TOO_LARGE);
+  quor_cs_service_set_max_text_bytes(service, 65536);
+  CHECK(quor_cs_service_retry(service, 99) == QUOR_CS_NOT_RETRYABLE);
+  CHECK(strcmp(quor_cs_result_name(QUOR_CS_INVALID_TEXT), "InvalidText") == 0);
+  quor_cs_kit_settle(kit);
+  CHECK(s.sent == 0);
+
   CHECK(quor_cs_service_send_text(service, "Where is my order?") == QUOR_CS_OK);
   quor_cs_kit_settle(kit);
   CHECK(s.sent == 1);

@@ -98,6 +98,30 @@ def test_bad_input_raises_and_an_observers_exception_stays_in_python(kit, capsys
     assert "the app's bug" in capsys.readouterr().err
 
 
+def test_texts_that_cannot_be_sent_are_refused_and_a_line_is_retried(kit):
+    with quor_cs.Service(kit.desk_id) as service:
+        service.start()
+        kit.settle()
+        cases = [("\ud800 lone surrogate", quor_cs.Result.INVALID_TEXT),
+                 ('"' * 40, quor_cs.Result.TOO_LARGE)]
+        service.max_text_bytes = 64
+        assert service.max_text_bytes == 64
+        for text, result in cases:
+            with pytest.raises(quor_cs.Refused) as refused:
+                service.send_text(text)
+            assert refused.value.result == result
+        with pytest.raises(TypeError):
+            service.send_text(None)
+        with pytest.raises(quor_cs.Refused) as refused:
+            service.rate_agent(5, "\udfff")
+        assert refused.value.result == quor_cs.Result.INVALID_TEXT
+        service.send_text("hello")
+        kit.settle()
+        with pytest.raises(quor_cs.Refused) as refused:
+            service.retry(2)  # the line was sent: nothing to retry
+        assert refused.value.result == quor_cs.Result.NOT_RETRYABLE
+
+
 def test_the_apps_own_loop_runs_the_callbacks(kit):
     tasks = []
     quor_cs.set_dispatcher(tasks.append)

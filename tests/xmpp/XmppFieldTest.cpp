@@ -21,37 +21,7 @@ namespace {
 
 using ::testing::ElementsAre;
 
-// The outcomes of sends: how many succeeded, and the codes of those that failed.
-struct Outcomes {
-  std::atomic<int> succeeded{0};
-  std::mutex mutex;
-  std::vector<int64_t> failed;
-
-  int reported() {
-    std::lock_guard<std::mutex> lock(mutex);
-    return succeeded + static_cast<int>(failed.size());
-  }
-};
-
-void sendCounted(QuorXmppHost& on, const std::string& text, Outcomes& outcomes,
-                 const std::string& deskId = "quor-shop") {
-  on.sendMessage(
-      KXConversationTypeCustomerService, deskId, KXTextMessage::messageWithContent(text),
-      std::nullopt, std::nullopt, [&outcomes](int64_t) { ++outcomes.succeeded; },
-      [&outcomes](int64_t code, int64_t) {
-        std::lock_guard<std::mutex> lock(outcomes.mutex);
-        outcomes.failed.push_back(code);
-      });
-}
-
-// Outcomes live as long as the fixture: a test that stops early still has closures waiting.
-class XmppField : public XmppFixture {
- protected:
-  Outcomes& track() { return tracked_.emplace_back(); }
-
- private:
-  std::deque<Outcomes> tracked_;
-};
+using XmppField = XmppFixture;
 
 TEST_F(XmppField, ADeskThatRestartsIsHeardByTheSameAndByANewAppProcess) {
   const std::string store = storePath("restarts");
@@ -147,6 +117,36 @@ TEST_F(XmppField, AFullStoreIsLoggedAndHeardAndTheSendsGoOn) {
   EXPECT_EQ(kept.size() + heard.size(), 200u);
   for (const auto& entry : kept) EXPECT_EQ(entry.status, QuorDeliveryStatus::Sent);
   host->logout();
+}
+
+TEST_F(XmppField, ATextTheServerCannotTakeFailsOnceAndTheLinkStaysUp) {
+  startDesk();
+  host = makeHost("alice", ":memory:", view);
+  Outcomes& big = track();
+  Outcomes& innocent = track();
+  sendCounted(*host, std::string(300 * 1024, 'x'), big);
+  sendCounted(*host, "where is my order?", innocent);
+  ASSERT_TRUE(runUntil([&] { return big.reported() == 1 && innocent.reported() == 1; }));
+  EXPECT_THAT(big.failed, ElementsAre(QuorXmppErrorTooLarge));
+  EXPECT_EQ(innocent.succeeded, 1);
+  EXPECT_EQ(host->connectionStatus(), QuorXmppConnectionStatus::Connected);
+  EXPECT_EQ(host->history("quor-shop").back().status, QuorDeliveryStatus::Failed);  // the oldest
+
+  // A client that writes it anyway: the server ends the stream on it, twice, and then it fails
+  // instead of keeping the link in a loop; the text after it goes out.
+  host->logout();
+  QuorHostBase::uninstall();
+  QuorXmppOptions careless = accountOptions("alice", "alice-pw");
+  careless.maxSendStanzaBytes = 10 * 1024 * 1024;
+  host = makeHost("alice", ":memory:", view, &careless);
+  Outcomes& written = track();
+  Outcomes& after = track();
+  sendCounted(*host, std::string(300 * 1024, 'x'), written);
+  sendCounted(*host, "where is my order?", after);
+  ASSERT_TRUE(runUntil([&] { return written.reported() == 1 && after.reported() == 1; }));
+  EXPECT_THAT(written.failed, ElementsAre(QuorXmppErrorTooLarge));
+  EXPECT_EQ(after.succeeded, 1);
+  EXPECT_TRUE(host->waitUntilOnline(kPatience));
 }
 
 TEST_F(XmppField, AFailedSendStaysFailedInTheHistory) {

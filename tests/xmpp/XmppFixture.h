@@ -5,10 +5,13 @@
 
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
+#include <deque>
 #include <filesystem>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -40,6 +43,29 @@ inline std::string textOf(const std::shared_ptr<KXMessage>& message) {
     return "notice: " + notice->message().value_or("");
   }
   return "[" + message->objectName().value_or("") + "]";
+}
+
+// The outcomes of sends: how many succeeded, and the codes of those that failed.
+struct Outcomes {
+  std::atomic<int> succeeded{0};
+  std::mutex mutex;
+  std::vector<int64_t> failed;
+
+  int reported() {
+    std::lock_guard<std::mutex> lock(mutex);
+    return succeeded + static_cast<int>(failed.size());
+  }
+};
+
+inline void sendCounted(QuorXmppHost& on, const std::string& text, Outcomes& outcomes,
+                        const std::string& deskId = "quor-shop") {
+  on.sendMessage(
+      KXConversationTypeCustomerService, deskId, KXTextMessage::messageWithContent(text),
+      std::nullopt, std::nullopt, [&outcomes](int64_t) { ++outcomes.succeeded; },
+      [&outcomes](int64_t code, int64_t) {
+        std::lock_guard<std::mutex> lock(outcomes.mutex);
+        outcomes.failed.push_back(code);
+      });
 }
 
 class XmppFixture : public ::testing::Test {
@@ -174,11 +200,15 @@ class XmppFixture : public ::testing::Test {
     return runUntil([&] { return view.shown.size() >= count; });
   }
 
+  // Outcomes live as long as the fixture: a test that stops early still has closures waiting.
+  Outcomes& track() { return tracked_.emplace_back(); }
+
   std::unique_ptr<QuorPrivateServer> server;
   std::unique_ptr<QuorXmppDesk> desk;
   std::shared_ptr<QuorXmppHost> host;
   AppView view;
   std::vector<std::string> stores_;
+  std::deque<Outcomes> tracked_;
   KXCustomerServiceClient& client = KXCustomerServiceClient::sharedCustomerServiceClient();
 };
 

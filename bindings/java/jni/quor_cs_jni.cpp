@@ -383,6 +383,15 @@ NATIVE(jint, serviceEnd)(JNIEnv*, jclass, jlong service) {
 NATIVE(jint, serviceSendText)(JNIEnv* env, jclass, jlong service, jbyteArray text) {
   return quor_cs_service_send_text(handle<quor_cs_service>(service), Text(env, text).get());
 }
+NATIVE(jint, serviceRetry)(JNIEnv*, jclass, jlong service, jlong sequence) {
+  return quor_cs_service_retry(handle<quor_cs_service>(service), static_cast<uint64_t>(sequence));
+}
+NATIVE(jlong, serviceMaxTextBytes)(JNIEnv*, jclass, jlong service) {
+  return static_cast<jlong>(quor_cs_service_max_text_bytes(handle<quor_cs_service>(service)));
+}
+NATIVE(void, serviceSetMaxTextBytes)(JNIEnv*, jclass, jlong service, jlong bytes) {
+  quor_cs_service_set_max_text_bytes(handle<quor_cs_service>(service), static_cast<size_t>(bytes));
+}
 NATIVE(jlong, serviceUnreadCount)(JNIEnv*, jclass, jlong service) {
   return static_cast<jlong>(quor_cs_service_unread_count(handle<quor_cs_service>(service)));
 }

@@ -51,6 +51,9 @@ class Result(enum.IntEnum):
     STARS_NOT_OFFERED = 10
     INVALID_FORM = 11
     EMPTY_TEXT = 12
+    INVALID_TEXT = 13  # a text with no UTF-8 form (a lone surrogate)
+    TOO_LARGE = 14  # send_text over max_text_bytes once encoded
+    NOT_RETRYABLE = 15  # retry() of a line that is not FAILED or UNCONFIRMED
 
 
 class State(enum.IntEnum):
@@ -84,10 +87,13 @@ class Author(enum.IntEnum):
 
 
 class Delivery(enum.IntEnum):
+    """How far a line got. FAILED: it cannot have arrived. UNCONFIRMED: written, may have
+    arrived; sent once more under its id by itself, and SENT when that is confirmed."""
     RECEIVED = 0
     SENDING = 1
     SENT = 2
     FAILED = 3
+    UNCONFIRMED = 4
 
 
 class Refused(Exception):
@@ -154,6 +160,21 @@ def version() -> str:
 
 def _text(pointer) -> str:
     return ffi.string(pointer).decode("utf-8", "replace") if pointer != ffi.NULL else ""
+
+
+def _utf8(text: str, name: str = "text") -> bytes:
+    """A str as the library takes it: one without a UTF-8 form is refused as the library refuses
+    such bytes (INVALID_TEXT), anything but a str is a TypeError."""
+    if not isinstance(text, str):
+        raise TypeError(f"quor_cs: {name} must be a str, not {type(text).__name__}")
+    try:
+        return text.encode("utf-8")
+    except UnicodeEncodeError:
+        raise Refused(Result.INVALID_TEXT) from None
+
+
+def _optional_utf8(text: Optional[str], name: str):
+    return _utf8(text, name) if text is not None else ffi.NULL
 
 
 def _json(value) -> bytes:
@@ -274,20 +295,20 @@ class Service:
         _check(lib.quor_cs_service_ask_for_agent(self._live()))
 
     def choose_group(self, group_id: str) -> None:
-        _check(lib.quor_cs_service_choose_group(self._live(), group_id.encode("utf-8")))
+        _check(lib.quor_cs_service_choose_group(self._live(), _utf8(group_id, "group_id")))
 
     def rate_robot(self, resolved: bool, knowledge_id: Optional[str] = None,
                    suggestion: Optional[str] = None) -> None:
         _check(lib.quor_cs_service_rate_robot(
-            self._live(), knowledge_id.encode("utf-8") if knowledge_id is not None else ffi.NULL,
-            int(resolved), suggestion.encode("utf-8") if suggestion is not None else ffi.NULL))
+            self._live(), _optional_utf8(knowledge_id, "knowledge_id"), int(resolved),
+            _optional_utf8(suggestion, "suggestion")))
 
     def rate_agent(self, stars: int, suggestion: Optional[str] = None, resolved: int = 0,
                    dialog_id: Optional[str] = None, tags: Optional[str] = None,
                    extra: Optional[Dict[str, Any]] = None) -> None:
-        encode = lambda text: text.encode("utf-8") if text is not None else ffi.NULL
         _check(lib.quor_cs_service_rate_agent(
-            self._live(), encode(dialog_id), stars, encode(suggestion), resolved, encode(tags),
+            self._live(), _optional_utf8(dialog_id, "dialog_id"), stars,
+            _optional_utf8(suggestion, "suggestion"), resolved, _optional_utf8(tags, "tags"),
             _json(extra) if extra is not None else ffi.NULL))
 
     def leave_message(self, values: Dict[str, Any]) -> Optional[str]:
@@ -309,7 +330,26 @@ class Service:
         _check(lib.quor_cs_service_end(self._live()))
 
     def send_text(self, text: str) -> None:
-        _check(lib.quor_cs_service_send_text(self._live(), text.encode("utf-8")))
+        """Sends a line; its delivery comes to on_message_delivery (SENT, FAILED or
+        UNCONFIRMED). Raises Refused(INVALID_TEXT) for a str with no UTF-8 form,
+        Refused(TOO_LARGE) over max_text_bytes, TypeError for anything but a str."""
+        _check(lib.quor_cs_service_send_text(self._live(), _utf8(text)))
+
+    def retry(self, sequence: int) -> None:
+        """Sends the customer's line `sequence` (FAILED or UNCONFIRMED) once more under its
+        original id, so that the desk takes it once; Refused(NOT_RETRYABLE) for another."""
+        _check(lib.quor_cs_service_retry(self._live(), sequence))
+
+    @property
+    def max_text_bytes(self) -> int:
+        """The largest encoded text send_text sends, in bytes (65536 by default)."""
+        return lib.quor_cs_service_max_text_bytes(self._live())
+
+    @max_text_bytes.setter
+    def max_text_bytes(self, value: int) -> None:
+        if value < 0:
+            raise ValueError("quor_cs: max_text_bytes must not be negative")
+        lib.quor_cs_service_set_max_text_bytes(self._live(), value)
 
     @property
     def unread_count(self) -> int:

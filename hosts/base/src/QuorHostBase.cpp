@@ -1,5 +1,6 @@
 #include "QuorHostBase/QuorHostBase.h"
 
+#include <algorithm>
 #include <cstdio>
 
 #include "QuorCustomerService/Host/KXHostConstants.h"
@@ -8,7 +9,6 @@
 
 namespace quor {
 namespace {
-constexpr int32_t kDirectionSend = 1;
 thread_local std::string threadNameOfThisThread;
 }  // namespace
 
@@ -103,15 +103,63 @@ std::shared_ptr<KXMessage> QuorHostBase::send(int32_t conversationType, const KX
   outgoing.pushContent = pushContent;
   outgoing.pushData = pushData;
   outgoing.closures = closures;
-  outgoing.record = std::make_shared<KXMessage>(conversationType, targetId, kDirectionSend,
+  outgoing.record = std::make_shared<KXMessage>(conversationType, targetId, KXMessageDirectionSend,
                                                 nextMessageId(), std::move(content));
   outgoing.record->setObjectName(outgoing.objectName);
   auto record = outgoing.record;
+  if (closures == QuorSendClosures::Ids) success = keepUntilSent(outgoing, std::move(success));
   auto pending =
       std::make_shared<QuorPendingSend>(record, std::move(success), std::move(error),
                                         std::move(recordSuccess), std::move(recordError));
   transmit(std::move(outgoing), std::move(pending));
   return record;
+}
+
+QuorHostBase::SuccessBlock QuorHostBase::keepUntilSent(const QuorOutgoingSend& send,
+                                                       SuccessBlock success) {
+  const int64_t id = send.record->messageId();
+  if (id == 0) return success;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    unsettled_[id] = send;
+    if (unsettled_.size() > kUnsettledKept) unsettled_.erase(unsettled_.begin());  // the oldest
+  }
+  std::weak_ptr<QuorHostBase> weak = weak_from_this();
+  return [weak, id, success = std::move(success)](int64_t messageId) {
+    if (auto host = weak.lock()) {
+      std::lock_guard<std::mutex> lock(host->mutex_);
+      host->unsettled_.erase(id);
+    }
+    if (success) success(messageId);
+  };
+}
+
+bool QuorHostBase::resendMessage(int64_t messageId, SuccessBlock success, ErrorBlock error) {
+  QuorOutgoingSend again;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    const auto it = unsettled_.find(messageId);
+    if (it == unsettled_.end()) return false;
+    again = it->second;
+  }
+  again.thread = currentThreadName();
+  again.again = true;
+  success = keepUntilSent(again, std::move(success));
+  auto pending = std::make_shared<QuorPendingSend>(again.record, std::move(success),
+                                                   std::move(error), nullptr, nullptr);
+  transmit(std::move(again), std::move(pending));
+  return true;
+}
+
+void QuorHostBase::setUnconfirmedErrorCodes(std::vector<int64_t> codes) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  unconfirmedErrorCodes_ = std::move(codes);
+}
+
+bool QuorHostBase::isUnconfirmedError(int64_t errorCode) const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return std::find(unconfirmedErrorCodes_.begin(), unconfirmedErrorCodes_.end(), errorCode) !=
+         unconfirmedErrorCodes_.end();
 }
 
 void QuorHostBase::registerMessageType(const KXMessageContentType& type) { types_.add(type); }

@@ -81,7 +81,7 @@ std::unique_ptr<QuorMessageStore> QuorMessageStore::open(const Options& options,
   sqlite3_busy_timeout(database, 2000);
   std::unique_ptr<QuorMessageStore> store(new QuorMessageStore(database));
   if (!store->claim(options.account, error)) return nullptr;
-  store->unsent_ = store->read("WHERE status = 0 ORDER BY id", nullptr, 0, 0);
+  store->unsent_ = store->read("WHERE status IN (0, 3) ORDER BY id", nullptr, 0, 0);
   if (options.limitBytes > 0) {
     Statement pageSize(database, "PRAGMA page_size");
     const int64_t page = pageSize && sqlite3_step(pageSize.get()) == SQLITE_ROW
@@ -214,6 +214,13 @@ std::vector<QuorStoredMessage> QuorMessageStore::read(const char* where,
     messages.push_back(std::move(message));
   }
   return messages;
+}
+
+std::optional<QuorStoredMessage> QuorMessageStore::find(int64_t id) const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  auto found = read(("WHERE id = " + std::to_string(id)).c_str(), nullptr, 0, 0);
+  if (found.empty()) return std::nullopt;
+  return std::move(found.front());
 }
 
 std::vector<QuorStoredMessage> QuorMessageStore::unsent() const {

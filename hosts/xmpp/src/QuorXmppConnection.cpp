@@ -14,6 +14,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <limits>
 #include <map>
 #include <optional>
 #include <vector>
@@ -41,6 +42,10 @@ constexpr const char* kBindId = "quor-bind";
 constexpr const char* kSessionId = "quor-session";
 constexpr const char* kDiscoId = "quor-disco";
 constexpr const char* kPingId = "quor-ping";
+constexpr const char* kBarrierIdPrefix = "quor-barrier-";
+constexpr const char* kStreamLimits = "urn:xmpp:stream-limits:0";
+// A send the server ended the stream on this many times is not written again.
+constexpr int kMostStreamEnds = 2;
 // Our stanzas the server has not acknowledged before the connection asks it to.
 constexpr std::size_t kAskForAckAfter = 16;
 // How long a logout waits for the server to end its side of the stream.
@@ -89,6 +94,7 @@ class QuorXmppConnection::Network : private QuorXmlStream::Handler {
     std::string peer;  // the bare JID the message went to: its errors may come from there
     std::string xml;
     uint64_t order = 0;  // its place among the sends, for writing them again in order
+    int streamEnds = 0;  // how often the server ended the stream while it was the oldest unsettled
     Clock::time_point made;
     Clock::time_point deadline;
     bool written = false;  // on this link
@@ -123,6 +129,17 @@ class QuorXmppConnection::Network : private QuorXmlStream::Handler {
   void writeQueued(Clock::time_point now);
   void writeWaiting(Waiting& waiting, const std::string& id, Clock::time_point now);
   void finish(const std::string& id, int64_t errorCode, int64_t stamp);
+  // Sends the server acknowledged, on a server that does not confirm them: they succeed once
+  // the answer to a ping written after the acknowledgement came back, so that a bounce the
+  // server sends after counting a stanza (ejabberd does) still fails its send.
+  void acknowledge(const std::vector<std::string>& ids);
+  // The server ended the stream with an error: the oldest send written on this link and not
+  // yet settled is the likeliest cause. One it ended the stream on kMostStreamEnds times fails
+  // with QuorXmppErrorTooLarge instead of being written again, so no send keeps the link in a
+  // loop of reconnections.
+  void blameOldestUnsettled();
+  void writeBarrier();
+  void passBarrier();
   void expire(Clock::time_point now);
   void keepAlive(Clock::time_point now);
   void failEverything(int64_t errorCode);
@@ -161,6 +178,16 @@ class QuorXmppConnection::Network : private QuorXmlStream::Handler {
 
   std::map<std::string, Waiting> waiting_;
   uint64_t nextOrder_ = 0;
+  // Acknowledged sends with the time of their acknowledgement: behind the ping `barrierId_`
+  // (written when not empty), and after it. Payloads that arrive while a ping is out wait
+  // behind it too, so that a send's outcome still comes before the replies to it.
+  std::vector<std::pair<std::string, int64_t>> behindBarrier_;
+  std::vector<std::pair<std::string, int64_t>> afterBarrier_;
+  std::deque<QuorXmppPayload> heldPayloads_;
+  std::string barrierId_;
+  uint64_t barriers_ = 0;
+  // The largest message to write: the option's, or less when the server announces less.
+  std::size_t sendLimit_ = 0;
   std::deque<Outgoing> queued_;  // made while offline
 };
 
@@ -459,6 +486,11 @@ void QuorXmppConnection::Network::lose(std::string why, bool replaced) {
   owner_.events_.onLog(wasOnline ? 3 : 4, "xmpp", "connection lost: " + why);
   nextAttempt_ = Clock::now() + backoff_;
   backoff_ = std::min(backoff_ * 2, options_.reconnectLongest);
+  // What the server acknowledged it has: without the answer to the ping, it succeeds as
+  // acknowledged.
+  behindBarrier_.insert(behindBarrier_.end(), afterBarrier_.begin(), afterBarrier_.end());
+  afterBarrier_.clear();
+  passBarrier();
   const auto now = Clock::now();
   // What was written on this link waits for the next one, within its time.
   for (auto& entry : waiting_) {
@@ -539,6 +571,13 @@ void QuorXmppConnection::Network::onFeatures(const QuorXmlElement& features) {
   }
   smOffered_ = options_.streamManagement &&
                features.child("sm", QuorStreamManagement::kNamespace) != nullptr;
+  sendLimit_ = options_.maxSendStanzaBytes;
+  if (const QuorXmlElement* limits = features.child("limits", kStreamLimits)) {
+    if (const QuorXmlElement* most = limits->child("max-bytes", kStreamLimits)) {
+      const unsigned long long announced = std::strtoull(most->text().c_str(), nullptr, 10);
+      if (announced > 0 && announced < sendLimit_) sendLimit_ = static_cast<std::size_t>(announced);
+    }
+  }
   const QuorXmlElement* session = features.child("session", kSession);
   sessionRequired_ = session && !session->child("optional");
   if (smOffered_ && sm_.canResume()) {
@@ -598,12 +637,8 @@ void QuorXmppConnection::Network::onStreamManagement(const QuorXmlElement& eleme
     write(std::string("<a xmlns='") + QuorStreamManagement::kNamespace + "' h='" +
           std::to_string(sm_.handledCount()) + "'/>");
   } else if (name == "a") {
-    const auto acknowledged = sm_.acknowledged(
-        static_cast<uint32_t>(std::strtoul(element.attribute("h").c_str(), nullptr, 10)));
-    // Without the stamping module the server's acknowledgement is the send's outcome.
-    if (!owner_.serverStamps_) {
-      for (const auto& id : acknowledged) finish(id, 0, QuorXmppStanza::wallClockMs());
-    }
+    acknowledge(sm_.acknowledged(
+        static_cast<uint32_t>(std::strtoul(element.attribute("h").c_str(), nullptr, 10))));
   } else if (name == "enabled") {
     const bool resumable =
         element.attribute("resume") == "true" || element.attribute("resume") == "1";
@@ -614,9 +649,7 @@ void QuorXmppConnection::Network::onStreamManagement(const QuorXmlElement& eleme
     const auto again = sm_.resumed(
         static_cast<uint32_t>(std::strtoul(element.attribute("h").c_str(), nullptr, 10)),
         &acknowledged);
-    if (!owner_.serverStamps_) {
-      for (const auto& id : acknowledged) finish(id, 0, QuorXmppStanza::wallClockMs());
-    }
+    acknowledge(acknowledged);
     // The server kept the session: what it did not handle is written again, in order; what it
     // handled has its confirmation in what the server sends now.
     for (const auto& stanza : again) writeStanza(stanza.xml, stanza.id);
@@ -697,10 +730,15 @@ void QuorXmppConnection::Network::writeQueued(Clock::time_point now) {
       if (outgoing.outcome) outgoing.outcome(QuorXmppErrorNotSendable, 0);
       continue;
     }
+    std::string xml = message->toXml();
+    if (xml.size() > (sendLimit_ > 0 ? sendLimit_ : options_.maxSendStanzaBytes)) {
+      if (outgoing.outcome) outgoing.outcome(QuorXmppErrorTooLarge, 0);
+      continue;
+    }
     Waiting& waiting = waiting_[payload.stanzaId];
     waiting.outcome = std::move(outgoing.outcome);
     waiting.peer = payload.peer;
-    waiting.xml = message->toXml();
+    waiting.xml = std::move(xml);
     waiting.order = nextOrder_++;
     waiting.made = outgoing.made;
     writeWaiting(waiting, payload.stanzaId, now);
@@ -727,6 +765,52 @@ void QuorXmppConnection::Network::finish(const std::string& id, int64_t errorCod
   Outcome outcome = std::move(it->second.outcome);
   waiting_.erase(it);
   if (outcome) outcome(errorCode, stamp);
+}
+
+void QuorXmppConnection::Network::acknowledge(const std::vector<std::string>& ids) {
+  // With the stamping module the server's confirmation is the outcome, not its count.
+  if (owner_.serverStamps_ || ids.empty()) return;
+  const int64_t now = QuorXmppStanza::wallClockMs();
+  for (const auto& id : ids) afterBarrier_.emplace_back(id, now);
+  if (barrierId_.empty()) writeBarrier();
+}
+
+void QuorXmppConnection::Network::blameOldestUnsettled() {
+  std::string oldest;
+  uint64_t oldestOrder = std::numeric_limits<uint64_t>::max();
+  for (const auto& entry : waiting_) {
+    if (entry.second.written && entry.second.order < oldestOrder) {
+      oldestOrder = entry.second.order;
+      oldest = entry.first;
+    }
+  }
+  if (oldest.empty()) return;
+  if (++waiting_.at(oldest).streamEnds < kMostStreamEnds) return;
+  owner_.events_.onLog(2, "xmpp",
+                       "the server ended the stream on message " + oldest + " " +
+                           std::to_string(kMostStreamEnds) + " times: it is not sent again");
+  finish(oldest, QuorXmppErrorTooLarge, 0);
+}
+
+void QuorXmppConnection::Network::writeBarrier() {
+  behindBarrier_.swap(afterBarrier_);
+  afterBarrier_.clear();
+  barrierId_ = kBarrierIdPrefix + std::to_string(++barriers_);
+  // Any answer will do, a result or an error: the server sends it after what it sent before.
+  writeStanza(std::string("<iq type='get' id='") + barrierId_ + "' to='" + owner_.domain_ +
+              "'><ping xmlns='" + kPing + "'/></iq>");
+}
+
+void QuorXmppConnection::Network::passBarrier() {
+  auto passed = std::move(behindBarrier_);
+  behindBarrier_.clear();
+  barrierId_.clear();
+  // A send that a bounce failed meanwhile is no longer waiting: finish() skips it.
+  for (const auto& [id, acknowledged] : passed) finish(id, 0, acknowledged);
+  auto held = std::move(heldPayloads_);
+  heldPayloads_.clear();
+  for (auto& payload : held) owner_.events_.onPayload(std::move(payload));
+  if (!afterBarrier_.empty() && socket_ >= 0) writeBarrier();
 }
 
 void QuorXmppConnection::Network::expire(Clock::time_point now) {
@@ -815,6 +899,7 @@ void QuorXmppConnection::Network::onStanza(std::unique_ptr<QuorXmlElement> stanz
     onFeatures(*stanza);
   } else if (name == "error") {
     const bool conflict = stanza->child("conflict", kStreamErrors) != nullptr;
+    if (!conflict) blameOldestUnsettled();
     lose(
         conflict ? "another login took this resource" : "the server ended the stream with an error",
         conflict);
@@ -840,7 +925,9 @@ void QuorXmppConnection::Network::onIq(const QuorXmlElement& iq) {
     writeStanza(answer.toXml());
     return;
   }
-  if (id == kBindId) {
+  if (!barrierId_.empty() && id == barrierId_) {
+    passBarrier();
+  } else if (id == kBindId) {
     if (type != "result") {
       lose("the server refused to bind the resource " + owner_.resource_);
       return;
@@ -897,6 +984,10 @@ void QuorXmppConnection::Network::onMessage(const QuorXmlElement& message) {
   }
   QuorXmppPayload payload;
   if (!QuorXmppStanza::readPayload(message, &payload)) return;
+  if (!barrierId_.empty()) {
+    heldPayloads_.push_back(std::move(payload));
+    return;
+  }
   owner_.events_.onPayload(std::move(payload));
 }
 

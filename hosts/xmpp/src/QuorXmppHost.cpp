@@ -1,7 +1,6 @@
 #include "QuorXmppHost/QuorXmppHost.h"
 
 #include <chrono>
-#include <functional>
 
 #include "QuorCustomerService/Host/KXHostConstants.h"
 #include "QuorXmppHost/QuorDeskJid.h"
@@ -10,23 +9,6 @@
 
 namespace quor {
 namespace {
-
-constexpr int32_t kDirectionSend = 1;
-// How many received stanza ids the host remembers to drop a second delivery.
-constexpr std::size_t kRememberedIds = 8192;
-
-// What makes a received message the same as one taken before: its sender, its origin id (or
-// stanza id) and its contents. Every copy of one send has all three equal: a resend after a lost
-// link, the offline store, a send written again on a new session after the server restarted
-// (which the server stamps anew, so the stamp is not part of it). Ids are random, so a new
-// message never matches: a sender that numbered its ids again after a restart would also have
-// to repeat the same contents. A message without an id is always taken.
-std::string originKeyOf(const QuorXmppPayload& payload) {
-  if (payload.stanzaId.empty()) return "";
-  const std::size_t contents =
-      std::hash<std::string>{}(payload.objectName + '\0' + payload.body.value_or(""));
-  return payload.peer + " " + payload.stanzaId + " " + std::to_string(contents);
-}
 
 bool isStored(const std::shared_ptr<KXMessageContent>& content) {
   return content && (content->messagePersistentFlag() & KXMessagePersistentFlagIsPersisted);
@@ -103,7 +85,7 @@ void QuorXmppHost::transmit(QuorOutgoingSend send, std::shared_ptr<QuorPendingSe
     QuorStoredMessage stored{0,
                              send.conversationType,
                              *send.targetId,
-                             kDirectionSend,
+                             KXMessageDirectionSend,
                              record->senderUserId(),
                              send.objectName,
                              send.body,
@@ -114,30 +96,73 @@ void QuorXmppHost::transmit(QuorOutgoingSend send, std::shared_ptr<QuorPendingSe
     if (store(stored, "", record) == QuorMessageStore::Insert::Stored)
       record->setMessageId(stored.id);
   }
+  carry(std::move(payload), std::move(pending), false);
+}
+
+bool QuorXmppHost::isUnconfirmedError(int64_t errorCode) const {
+  return errorCode == QuorXmppErrorConnectionLost || errorCode == QuorXmppErrorTimeout;
+}
+
+bool QuorXmppHost::resendMessage(int64_t messageId, SuccessBlock success, ErrorBlock error) {
+  const auto stored = messageId > 0 ? store_->find(messageId) : std::nullopt;
+  if (!stored || stored->direction != KXMessageDirectionSend || stored->stanzaId.empty())
+    return false;
+  auto pending = std::make_shared<QuorPendingSend>(recordOf(*stored), std::move(success),
+                                                   std::move(error), nullptr, nullptr);
+  if (stored->status == QuorDeliveryStatus::Sent) {
+    delivery_->post([pending] { pending->succeed(); });
+    return true;
+  }
+  carry(payloadOf(*stored), std::move(pending), stored->status == QuorDeliveryStatus::Unconfirmed);
+  return true;
+}
+
+QuorXmppPayload QuorXmppHost::payloadOf(const QuorStoredMessage& stored) const {
+  QuorXmppPayload payload;
+  payload.peer = jidOfDesk(stored.targetId);
+  payload.objectName = stored.objectName;
+  payload.body = stored.body;
+  payload.sender = stored.senderUserId.value_or(currentUserId());
+  payload.stanzaId = stored.stanzaId;
+  return payload;
+}
+
+void QuorXmppHost::carry(QuorXmppPayload payload, std::shared_ptr<QuorPendingSend> pending,
+                         bool writtenBefore) {
   std::shared_ptr<QuorXmppPayload> sent;
   {
     // Kept for the wire observer only: a body is not copied when no one watches.
     std::lock_guard<std::mutex> lock(mutex_);
     if (wireObserver_) sent = std::make_shared<QuorXmppPayload>(payload);
   }
-  connection_->send(std::move(payload), [this, pending, sent](int64_t errorCode, int64_t stamp) {
-    delivery_->post([this, pending, sent, errorCode, stamp] {
-      const int64_t id = pending->record()->messageId();
-      if (errorCode != 0) {
-        if (id != 0) keepOutcome(id, QuorDeliveryStatus::Failed, 0);
-        pending->fail(errorCode);
-        return;
-      }
-      if (sent) {
-        sent->stamp = stamp;
-        observeWire(*sent, true);
-      }
-      const auto& sent = pending->record();
-      sent->setSentTime(stamp);
-      if (id != 0) keepOutcome(id, QuorDeliveryStatus::Sent, stamp);
-      pending->succeed();
-    });
-  });
+  connection_->send(
+      std::move(payload), [this, pending, sent, writtenBefore](int64_t errorCode, int64_t stamp) {
+        delivery_->post([this, pending, sent, writtenBefore, errorCode, stamp] {
+          const int64_t id = pending->record()->messageId();
+          if (errorCode != 0) {
+            // Not written this time, but an earlier copy was: it may still have arrived.
+            const int64_t code = writtenBefore && (errorCode == QuorXmppErrorNotOnline ||
+                                                   errorCode == QuorXmppErrorStopped)
+                                     ? QuorXmppErrorConnectionLost
+                                     : errorCode;
+            if (id != 0) {
+              keepOutcome(id,
+                          isUnconfirmedError(code) ? QuorDeliveryStatus::Unconfirmed
+                                                   : QuorDeliveryStatus::Failed,
+                          0);
+            }
+            pending->fail(code);
+            return;
+          }
+          if (sent) {
+            sent->stamp = stamp;
+            observeWire(*sent, true);
+          }
+          pending->record()->setSentTime(stamp);
+          if (id != 0) keepOutcome(id, QuorDeliveryStatus::Sent, stamp);
+          pending->succeed();
+        });
+      });
 }
 
 void QuorXmppHost::onStatus(QuorXmppConnectionStatus status) {
@@ -160,20 +185,10 @@ void QuorXmppHost::sendUnsent() {
   writeEntry({threadName(), KXLogLevelInfo, 0, "QuorXmppHost",
               "sending again " + std::to_string(unsent.size()) +
                   " messages an earlier run left without an outcome"});
-  for (auto& stored : unsent) {
-    QuorXmppPayload payload;
-    payload.peer = jidOfDesk(stored.targetId);
-    payload.objectName = stored.objectName;
-    payload.body = stored.body;
-    payload.sender = stored.senderUserId.value_or(currentUserId());
-    payload.stanzaId = stored.stanzaId;
-    const int64_t id = stored.id;
-    connection_->send(std::move(payload), [this, id](int64_t errorCode, int64_t stamp) {
-      delivery_->post([this, id, errorCode, stamp] {
-        keepOutcome(id, errorCode == 0 ? QuorDeliveryStatus::Sent : QuorDeliveryStatus::Failed,
-                    stamp);
-      });
-    });
+  for (const auto& stored : unsent) {
+    carry(payloadOf(stored),
+          std::make_shared<QuorPendingSend>(recordOf(stored), nullptr, nullptr, nullptr, nullptr),
+          stored.status == QuorDeliveryStatus::Unconfirmed);
   }
 }
 
@@ -187,8 +202,8 @@ void QuorXmppHost::onLog(int32_t level, const std::string& area, const std::stri
 
 void QuorXmppHost::deliver(const QuorXmppPayload& payload) {
   QuorReceivedMessage received;
-  received.storeKey = originKeyOf(payload);
-  if (!received.storeKey.empty() && seenBefore(received.storeKey)) return;
+  received.storeKey = QuorRecentPayloads::keyOf(payload);
+  if (recent_.seenBefore(received.storeKey)) return;
   observeWire(payload, false);
   received.targetId = QuorDeskJid::fromJid(payload.peer, deskDomain_);
   received.senderUserId = payload.sender.empty() ? received.targetId : KXString(payload.sender);
@@ -231,17 +246,6 @@ void QuorXmppHost::observeWire(const QuorXmppPayload& payload, bool fromClient) 
     observer = wireObserver_;
   }
   if (observer) observer(payload, fromClient);
-}
-
-bool QuorXmppHost::seenBefore(const std::string& originKey) {
-  std::lock_guard<std::mutex> lock(mutex_);
-  if (!seen_.insert(originKey).second) return true;
-  seenOrder_.push_back(originKey);
-  if (seenOrder_.size() > kRememberedIds) {
-    seen_.erase(seenOrder_.front());
-    seenOrder_.pop_front();
-  }
-  return false;
 }
 
 QuorMessageStore::Insert QuorXmppHost::store(QuorStoredMessage& stored,

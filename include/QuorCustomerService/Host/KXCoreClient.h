@@ -62,6 +62,19 @@ class QUOR_CS_EXPORT KXCoreClient {
 
   // After this the host decodes received messages of the type's object name into that type.
   virtual void registerMessageType(const KXMessageContentType& type) = 0;
+
+  // Delivery the session API reports truthfully. Optional: a host that overrides neither keeps
+  // every send's outcome as sent or failed, and lines cannot be sent again under their id.
+  //
+  // Whether the error code of a send's error closure means that the message was written and
+  // may still arrive (the link went before the server confirmed it): the app shows the line as
+  // unconfirmed, not as failed. No code does by default.
+  virtual bool isUnconfirmedError(int64_t errorCode) const;
+  // Sends the message `messageId` that this host sent before (failed or unconfirmed) once more
+  // under its original id, so that a receiver takes it once whatever became of the earlier
+  // copies; the closures report as sendMessage()'s do. False when the host cannot (no such
+  // message, or no support): nothing is sent and no closure runs. False by default.
+  virtual bool resendMessage(int64_t messageId, SuccessBlock success, ErrorBlock error);
 };
 
 }  // namespace quor

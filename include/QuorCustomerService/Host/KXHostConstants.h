@@ -11,6 +11,8 @@ constexpr int32_t KXConversationTypeCustomerService = 5;
 
 // Direction of a received (incoming) message.
 constexpr int32_t KXMessageDirectionReceive = 2;
+// A message this side sent (hosts mark their sent records with it).
+constexpr int32_t KXMessageDirectionSend = 1;
 
 // The received status that the library gives every local message it makes.
 constexpr int32_t KXReceivedStatusRead = 1;

@@ -14,8 +14,10 @@ enum class KXCSMessageAuthor {
 };
 
 // Where a line stands. The desk's lines are Received; the customer's are Sending until the
-// host reports the send, then Sent or Failed.
-enum class KXCSDelivery { Received, Sending, Sent, Failed };
+// host reports the send, then Sent (the server took it), Failed (it cannot have arrived), or
+// Unconfirmed (it was written and may still arrive: the link went before the server confirmed
+// it; it is sent once more under its id, and becomes Sent when that is confirmed).
+enum class KXCSDelivery { Received, Sending, Sent, Failed, Unconfirmed };
 
 // One line of the conversation, as the observer gets it. A plain value.
 struct KXCSConversationMessage {
@@ -29,7 +31,8 @@ struct KXCSConversationMessage {
   std::string senderName;
   // The host's message id as the line reached the library (0 when the host gave none yet: a
   // host that stores a received message numbers it afterwards; a sent line's id comes with
-  // Sent), its sent time (received lines), and the host's error code (Failed).
+  // its outcome), its sent time (received lines), and the host's error code (Failed,
+  // Unconfirmed).
   int64_t messageId = 0;
   int64_t sentTime = 0;
   int64_t errorCode = 0;

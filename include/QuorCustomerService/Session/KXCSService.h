@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <memory>
 #include <ostream>
 #include <string>
@@ -60,7 +61,8 @@ class QUOR_CS_EXPORT KXCSService {
   KXCSServiceResult askForAgent();
   // Chooses one of the offered groups (ChoosingGroup only), then WaitingForAgent.
   KXCSServiceResult chooseGroup(const std::string& groupId);
-  // Rates the robot's answer; refused when the configuration turns robot rating off.
+  // Rates the robot's answer; refused when the configuration turns robot rating off, and with
+  // InvalidText when a text is not UTF-8 (as rateAgent()).
   KXCSServiceResult rateRobot(const KXCSRobotRating& rating);
   // Rates the agent: stars must be one of the configuration's evaluation values (when it lists
   // any); refused when the configuration turns agent rating off.
@@ -75,9 +77,22 @@ class QUOR_CS_EXPORT KXCSService {
   KXCSServiceResult end();
 
   // Sends a line of text to the robot or agent, from Connected on (NotConnected before the
-  // desk answered and after the end; EmptyText for ""). The line comes to onMessage() at once
-  // (Sending) and to onMessageDelivery() with the host's outcome.
+  // desk answered and after the end; EmptyText for ""; InvalidText for bytes that are not
+  // UTF-8; TooLarge when its encoded body is over maxTextBytes()). The line comes to
+  // onMessage() at once (Sending) and to onMessageDelivery() with the host's outcome: Sent,
+  // Failed, or Unconfirmed (sent once more under its id by itself; Sent when confirmed).
   KXCSServiceResult sendText(const std::string& text);
+  // Sends the customer's line `sequence` once more under its original id, so that the desk
+  // takes it once whatever happened before: a Failed or Unconfirmed line (Sending, then its
+  // outcome). A Failed line the host cannot send under its id goes out as a new copy (it never
+  // arrived); an Unconfirmed one then is NotRetryable. NotConnected as for sendText().
+  KXCSServiceResult retry(uint64_t sequence);
+  // The largest encoded body of a text sendText() sends, in bytes (kDefaultMaxTextBytes): a
+  // server closes the stream on a stanza over its limit, so a larger text is refused before
+  // it is written. A host may refuse a smaller one when its server announces a lower limit.
+  static constexpr std::size_t kDefaultMaxTextBytes = 64 * 1024;
+  std::size_t maxTextBytes() const;
+  void setMaxTextBytes(std::size_t bytes);
   // The desk's lines (robot, agent, notices) received since the last markRead(), kept in memory
   // for the life of this object. A host with a store may persist it across runs.
   uint64_t unreadCount() const;

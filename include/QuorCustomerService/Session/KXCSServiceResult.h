@@ -25,6 +25,9 @@ enum class KXCSServiceResult {
   StarsNotOffered,   // rateAgent() with stars that are not among the evaluation options
   InvalidForm,       // leaveMessage() with values that fail the form (see the field errors)
   EmptyText,         // sendText() with an empty text
+  InvalidText,       // a text that is not valid UTF-8 (nothing could write it)
+  TooLarge,          // sendText() with a text over maxTextBytes() once encoded
+  NotRetryable,      // retry() of a line that is not Failed or Unconfirmed, or unknown
 };
 
 // The customer's answer about the robot. A plain value.

@@ -20,6 +20,9 @@ namespace {
 
 constexpr int kPortAttempts = 5;
 constexpr auto kReadyTimeout = std::chrono::seconds(15);
+// ejabberd takes 5 to 10 s to create its tables on a busy machine of two cores.
+constexpr auto kEjabberdReadyTimeout = std::chrono::seconds(60);
+constexpr auto kAccountTimeout = std::chrono::seconds(10);
 constexpr auto kStopTimeout = std::chrono::seconds(3);
 
 // Prosody's file store names directories and files with every character that is not a letter
@@ -56,6 +59,31 @@ std::string luaString(const std::string& text) {
   return quoted + "\"";
 }
 
+// An Erlang binary literal of UTF-8 text.
+std::string erlangBinary(const std::string& text) {
+  std::string quoted = "<<\"";
+  for (const unsigned char c : text) {
+    if (c == '"' || c == '\\') quoted += '\\';
+    quoted += static_cast<char>(c);
+  }
+  return quoted + "\"/utf8>>";
+}
+
+// The directory that holds ejabberd's application (ERL_LIBS), or "" when it is not installed.
+std::string ejabberdLibraries() {
+  std::error_code failed;
+  for (const auto& entry : std::filesystem::directory_iterator("/usr/lib", failed)) {
+    if (!entry.is_directory(failed)) continue;
+    for (const auto& inner : std::filesystem::directory_iterator(entry.path(), failed)) {
+      if (inner.path().filename().string().rfind("ejabberd-", 0) == 0 &&
+          std::filesystem::exists(inner.path() / "ebin" / "ejabberd.app", failed)) {
+        return entry.path().string();
+      }
+    }
+  }
+  return "";
+}
+
 // A loopback port that was free a moment ago.
 int freePort() {
   const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
@@ -85,7 +113,9 @@ std::unique_ptr<QuorPrivateServer> QuorPrivateServer::start(Options options, std
   std::unique_ptr<QuorPrivateServer> server(new QuorPrivateServer(std::move(options)));
   const char* temporary = std::getenv("TMPDIR");
   std::string directory =
-      std::string(temporary && *temporary ? temporary : "/tmp") + "/quor-prosody-XXXXXX";
+      std::string(temporary && *temporary ? temporary : "/tmp") +
+      (server->options_.software == Software::Ejabberd ? "/quor-ejabberd-XXXXXX"
+                                                       : "/quor-prosody-XXXXXX");
   if (!::mkdtemp(directory.data())) {
     if (error) *error = "cannot make a temporary directory";
     return nullptr;
@@ -108,7 +138,9 @@ std::unique_ptr<QuorPrivateServer> QuorPrivateServer::start(Options options, std
     server->port_ = freePort();
     if (server->launch(&reason)) return server;
   }
-  if (error) *error = "prosody did not start: " + reason;
+  if (error)
+    *error = (server->options_.software == Software::Ejabberd ? "ejabberd" : "prosody") +
+             std::string(" did not start: ") + reason;
   return nullptr;
 }
 
@@ -122,6 +154,17 @@ QuorPrivateServer::~QuorPrivateServer() {
 }
 
 bool QuorPrivateServer::addAccount(const std::string& user, const std::string& password) {
+  if (options_.software == Software::Ejabberd) {
+    // The server registers every account of this file now and then (see launchEjabberd()).
+    std::ofstream file(directory_ + "/accounts.eterm", std::ios::app);
+    file << "{" << erlangBinary(user) << ", " << erlangBinary(password) << "}.\n";
+    if (!file.flush()) return false;
+    ++accountCount_;
+    if (!running()) return true;
+    std::string ignored;
+    return server_->waitForOutput("quor: accounts " + std::to_string(accountCount_) + "\n", 0,
+                                  kAccountTimeout, &ignored);
+  }
   const std::string accounts = directory_ + "/data/" + pathEncode(options_.domain) + "/accounts";
   std::error_code failed;
   std::filesystem::create_directories(accounts, failed);
@@ -181,9 +224,73 @@ bool QuorPrivateServer::writeConfiguration(std::string* error) const {
   return true;
 }
 
+bool QuorPrivateServer::writeEjabberdConfiguration(std::string* error) const {
+  std::ofstream config(directory_ + "/ejabberd.yml", std::ios::trunc);
+  // A stock configuration but for where it listens: stream management, the archive and offline
+  // storage as a deployment has them.
+  config << "loglevel: info\n"
+         << "hosts:\n  - \"" << options_.domain << "\"\n"
+         << "listen:\n"
+         << "  - port: " << port_ << "\n"
+         << "    ip: \"127.0.0.1\"\n"
+         << "    module: ejabberd_c2s\n"
+         << "    max_stanza_size: 262144\n"
+         << "auth_method: internal\n"
+         << "auth_password_format: scram\n"
+         << "acl:\n  local:\n    user_regexp: \"\"\n"
+         << "access_rules:\n  c2s:\n    allow: all\n  local:\n    allow: local\n"
+         << "shaper_rules:\n  max_user_sessions: 10\n  max_user_offline_messages: 5000\n"
+         << "modules:\n"
+         << "  mod_disco: {}\n  mod_ping: {}\n  mod_stream_mgmt: {}\n  mod_offline: {}\n"
+         << "  mod_roster: {}\n  mod_mam:\n    default: always\n";
+  if (!config.flush()) {
+    if (error) *error = "cannot write the configuration";
+    return false;
+  }
+  return true;
+}
+
+bool QuorPrivateServer::launchEjabberd(std::string* error) {
+  const std::string libraries = ejabberdLibraries();
+  if (libraries.empty()) {
+    if (error) *error = "ejabberd is not installed (Debian's ejabberd package)";
+    return false;
+  }
+  if (!writeEjabberdConfiguration(error)) return false;
+  const std::string output = directory_ + "/server.log";
+  const std::size_t logStart = QuorChildProcess::readFile(output).size();
+  // Registers the accounts of accounts.eterm at start and then every 100 ms, printing how many
+  // there are whenever that changes: addAccount() waits for its line.
+  const std::string accounts = directory_ + "/accounts.eterm";
+  const std::string eval =
+      "Register = fun() -> case file:consult(\"" + accounts +
+      "\") of {ok, As} -> [ejabberd_auth:try_register(U, " + erlangBinary(options_.domain) +
+      ", P) || {U, P} <- As], length(As); _ -> 0 end end, "
+      "First = Register(), io:format(\"quor: accounts ~p~n\", [First]), "
+      "spawn(fun() -> (fun Loop(Seen) -> timer:sleep(100), Now = Register(), "
+      "if Now =/= Seen -> io:format(\"quor: accounts ~p~n\", [Now]); true -> ok end, "
+      "Loop(Now) end)(First) end).";
+  server_ = QuorChildProcess::start(
+      {"env", "ERL_LIBS=" + libraries, "EJABBERD_CONFIG_PATH=" + directory_ + "/ejabberd.yml",
+       "EJABBERD_LOG_PATH=" + directory_ + "/ejabberd.log",
+       "ERL_CRASH_DUMP=" + directory_ + "/erl_crash.dump", "HOME=" + directory_, "erl", "-noinput",
+       "-mnesia", "dir", "\"" + directory_ + "/spool\"", "-s", "ejabberd", "-eval", eval},
+      output, error);
+  if (!server_) return false;
+  const std::string ready =
+      "Start accepting TCP connections at 127.0.0.1:" + std::to_string(port_) + " ";
+  if (server_->waitForOutput(ready, logStart, kEjabberdReadyTimeout, error) &&
+      server_->waitForOutput("quor: accounts ", logStart, kEjabberdReadyTimeout, error)) {
+    return true;
+  }
+  server_.reset();
+  return false;
+}
+
 bool QuorPrivateServer::launch(std::string* error) {
+  if (options_.software == Software::Ejabberd) return launchEjabberd(error);
   if (!writeConfiguration(error)) return false;
-  const std::string output = directory_ + "/prosody.log";
+  const std::string output = directory_ + "/server.log";
   const std::size_t logStart = QuorChildProcess::readFile(output).size();
   server_ = QuorChildProcess::start(
       {options_.prosody, "-F", "--config", directory_ + "/prosody.cfg.lua"}, output, error);
@@ -221,7 +328,7 @@ QuorXmppOptions QuorPrivateServer::account(const std::string& user,
 }
 
 std::string QuorPrivateServer::log() const {
-  return QuorChildProcess::readFile(directory_ + "/prosody.log");
+  return QuorChildProcess::readFile(directory_ + "/server.log");
 }
 
 }  // namespace quor

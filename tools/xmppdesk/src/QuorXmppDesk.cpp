@@ -120,6 +120,9 @@ void QuorXmppDesk::onStatus(QuorXmppConnectionStatus status) {
 }
 
 void QuorXmppDesk::onPayload(QuorXmppPayload payload) {
+  // A customer's send written again (a retry, a resend after a lost link, its next run) is
+  // answered once.
+  if (recent_.seenBefore(QuorRecentPayloads::keyOf(payload))) return;
   auto session = sessionFor(payload.peer);
   if (!session) return;
   QuorWireMessage message;

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <functional>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -92,6 +93,14 @@ class QuorHostBase : public KXCoreClient,
       const KXString& pushContent, const KXString& pushData, RecordSuccessBlock successBlock,
       RecordErrorBlock errorBlock) final;
   void registerMessageType(const KXMessageContentType& type) override;
+  // Sends again a send of this host that has not succeeded (the last kUnsettledKept with an id
+  // and closures), through transmit() with `again` set. A host with a store overrides it.
+  bool resendMessage(int64_t messageId, SuccessBlock success, ErrorBlock error) override;
+  static constexpr std::size_t kUnsettledKept = 1024;
+  // The error codes that mean "written, may still arrive" (none by default; a test host or an
+  // adapter sets its own, the XMPP host overrides isUnconfirmedError()).
+  void setUnconfirmedErrorCodes(std::vector<int64_t> codes);
+  bool isUnconfirmedError(int64_t errorCode) const override;
   // KXFwLog: formats the entries that the sink takes (or that observesLogs() wants).
   void write(int32_t level, int32_t type, std::string_view tag, std::string_view format,
              std::initializer_list<KXLogArgument> keys) override;
@@ -148,8 +157,13 @@ class QuorHostBase : public KXCoreClient,
                                   QuorSendClosures closures, SuccessBlock success, ErrorBlock error,
                                   RecordSuccessBlock recordSuccess, RecordErrorBlock recordError);
 
+  // Keeps `send` for resendMessage() until it succeeds; `success` then forgets it.
+  SuccessBlock keepUntilSent(const QuorOutgoingSend& send, SuccessBlock success);
+
   const std::shared_ptr<KXMainRunLoop> mainRunLoop_;
   mutable std::mutex mutex_;
+  std::map<int64_t, QuorOutgoingSend> unsettled_;  // by message id, under mutex_
+  std::vector<int64_t> unconfirmedErrorCodes_;     // under mutex_
   QuorTypeRegistry types_;
   QuorModuleSet modules_;
   std::vector<MessageListener> listeners_;

@@ -25,6 +25,8 @@ struct QuorOutgoingSend {
   KXString pushData;
   QuorSendClosures closures = QuorSendClosures::None;
   std::shared_ptr<KXMessage> record;
+  // A send made again by resendMessage(): the same record, to go out under its first id.
+  bool again = false;
 };
 
 }  // namespace quor

@@ -17,7 +17,10 @@ namespace quor {
 enum class QuorDeliveryStatus : int32_t {
   Pending = 0,  // handed to the connection, no outcome yet
   Sent = 1,     // confirmed by the server (its sentTime is the server's stamp)
-  Failed = 2,   // its send failed, or the process ended before it had an outcome
+  Failed = 2,   // its send failed: it cannot have arrived
+  // Written, but the link went before the server confirmed it: it may have arrived. Written
+  // again under its stanza id (by the session, or by the next run), so the desk takes it once.
+  Unconfirmed = 3,
 };
 
 // One stored message: what a host needs to rebuild its record. A plain value.
@@ -32,7 +35,7 @@ struct QuorStoredMessage {
   int64_t sentTime = 0;
   int32_t receivedStatus = 0;
   QuorDeliveryStatus status = QuorDeliveryStatus::Sent;
-  std::string stanzaId;  // a sent message's stanza id, kept while it is Pending
+  std::string stanzaId;  // a sent message's stanza id
 };
 
 // The conversations of one account, in one SQLite database in WAL mode: each message once,
@@ -66,10 +69,12 @@ class QuorMessageStore {
   // `beforeId` (0: from the newest).
   std::vector<QuorStoredMessage> page(const std::string& targetId, int64_t beforeId,
                                       int count) const;
-  // The sent messages that were still Pending when the store opened (left by an earlier run
-  // that ended before their outcome), oldest first, with their stanza ids: the host writes
-  // them again under the same ids, so that each reaches the desk once.
+  // The sent messages that were still Pending or Unconfirmed when the store opened (left by an
+  // earlier run that ended before their outcome), oldest first, with their stanza ids: the
+  // host writes them again under the same ids, so that each reaches the desk once.
   std::vector<QuorStoredMessage> unsent() const;
+  // The message stored under `id`, if any.
+  std::optional<QuorStoredMessage> find(int64_t id) const;
   // This device's resource for the account: made once, then kept.
   const std::string& deviceResource() const { return deviceResource_; }
   // Why the newest write failed.

@@ -24,5 +24,9 @@ constexpr int64_t QuorXmppErrorNoSuchRecipient = 31005;
 constexpr int64_t QuorXmppErrorNotSendable = 31006;
 // The host was destroyed or logged out while the send waited for its confirmation.
 constexpr int64_t QuorXmppErrorStopped = 31007;
+// The message is larger than the server takes (QuorXmppOptions::maxSendStanzaBytes, or the
+// server's announced limit): it was never written, since a server ends the stream on it. Also
+// a message the server ended the stream on twice: it is not written a third time.
+constexpr int64_t QuorXmppErrorTooLarge = 31008;
 
 }  // namespace quor

@@ -2,17 +2,16 @@
 
 #include <chrono>
 #include <cstdint>
-#include <deque>
 #include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
-#include <unordered_set>
 #include <vector>
 
 #include "QuorHostBase/QuorHostBase.h"
 #include "QuorHostBase/QuorWorkerThread.h"
 #include "QuorXmppHost/QuorMessageStore.h"
+#include "QuorXmppHost/QuorRecentPayloads.h"
 #include "QuorXmppHost/QuorXmppConnection.h"
 #include "QuorXmppHost/QuorXmppOptions.h"
 
@@ -99,7 +98,7 @@ class QuorXmppHost : public QuorHostBase, private QuorXmppConnection::Events {
   std::string jidOfDesk(const std::string& deskId) const;
 
   // A stored message and where it stands: a sent message is Pending until its outcome, then
-  // Sent or Failed; a received one is Sent.
+  // Sent, Failed or Unconfirmed; a received one is Sent.
   struct HistoryEntry {
     std::shared_ptr<KXMessage> message;
     QuorDeliveryStatus status;
@@ -131,6 +130,12 @@ class QuorXmppHost : public QuorHostBase, private QuorXmppConnection::Events {
       int32_t conversationType, const KXString& targetId, const KXString& senderUserId,
       int32_t receivedStatus, std::shared_ptr<KXMessageContent> content) override;
   void onReceiveFakeMessage(std::shared_ptr<KXMessage> message) override;
+  // 31002 and 31003: the message was written and may have arrived (its history says
+  // Unconfirmed).
+  bool isUnconfirmedError(int64_t errorCode) const override;
+  // Writes the stored sent message `messageId` again under its stanza id (also one an earlier
+  // run sent); succeeds at once for one already Sent.
+  bool resendMessage(int64_t messageId, SuccessBlock success, ErrorBlock error) override;
 
  protected:
   void transmit(QuorOutgoingSend send, std::shared_ptr<QuorPendingSend> pending) override;
@@ -148,8 +153,6 @@ class QuorXmppHost : public QuorHostBase, private QuorXmppConnection::Events {
   void deliver(const QuorXmppPayload& payload);
   bool storeReceived(const std::shared_ptr<KXMessage>& message,
                      const QuorReceivedMessage& received) override;
-  // Whether a message with this origin key was taken before (and remembers it if not).
-  bool seenBefore(const std::string& originKey);
   std::shared_ptr<KXMessage> recordOf(const QuorStoredMessage& stored) const;
   // Stores a message; a failure is logged and reported to the store error listener.
   QuorMessageStore::Insert store(QuorStoredMessage& stored, const std::string& originKey,
@@ -157,6 +160,11 @@ class QuorXmppHost : public QuorHostBase, private QuorXmppConnection::Events {
   // Writes again, once online, the stored sends an earlier run left Pending.
   void sendUnsent();
   void keepOutcome(int64_t id, QuorDeliveryStatus status, int64_t sentTime);
+  QuorXmppPayload payloadOf(const QuorStoredMessage& stored) const;
+  // Hands a payload to the connection and its outcome to `pending` and the store, on the
+  // delivery thread. `writtenBefore`: an earlier copy was written, so a copy that is not
+  // written now is still unconfirmed, never failed.
+  void carry(QuorXmppPayload payload, std::shared_ptr<QuorPendingSend> pending, bool writtenBefore);
   void observeWire(const QuorXmppPayload& payload, bool fromClient) const;
 
   const Options options_;
@@ -170,8 +178,7 @@ class QuorXmppHost : public QuorHostBase, private QuorXmppConnection::Events {
   mutable std::mutex mutex_;
   WireObserver wireObserver_;
   StoreErrorListener storeErrorListener_;
-  std::unordered_set<std::string> seen_;
-  std::deque<std::string> seenOrder_;
+  QuorRecentPayloads recent_;
   // The destructor stops the connection, then ends the delivery thread, then frees the
   // connection.
   std::unique_ptr<QuorWorkerThread> delivery_;

@@ -46,6 +46,11 @@ struct QuorXmppOptions {
   // The largest stanza the server may send, in bytes on the wire; a larger one (or one nested
   // deeper than 32 elements) ends the connection as the server's error.
   std::size_t maxStanzaBytes = 1024 * 1024;
+  // The largest message this client writes, in bytes on the wire: a server ends the stream on
+  // a stanza over its limit (256 KiB by default in Prosody and ejabberd), so a larger send
+  // fails with QuorXmppErrorTooLarge without being written. A lower limit the server announces
+  // (XEP-0478) takes its place.
+  std::size_t maxSendStanzaBytes = 255 * 1024;
   // The resource of the connection: one per device, so that two devices of one account never
   // take turns. Empty: QuorXmppHost uses the one its store keeps for this device; a bare
   // QuorXmppConnection makes one for itself ("quor-cs-" and 12 random hex digits).

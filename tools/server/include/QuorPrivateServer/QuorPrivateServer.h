@@ -9,12 +9,14 @@
 
 namespace quor {
 
-// A private XMPP server for development, tests, the demo and the benchmarks: Prosody with the
-// customer-service stamping module, in a temporary directory, on a free loopback port, with
-// accounts created before it starts.
+// A private XMPP server for development, tests, the demo and the benchmarks, in a temporary
+// directory, on a free loopback port, with accounts created before it starts: Prosody with the
+// customer-service stamping module (the default), or a stock ejabberd, the second server every
+// host must work with.
 //
-// start() launches `prosody -F` as a child process and returns once its log says the client
-// port is active; when the port was taken meanwhile it tries another. The destructor stops the
+// start() launches `prosody -F` (or ejabberd in its own Erlang runtime, with no distribution
+// and so no epmd) as a child process and returns once its log says the client port is active;
+// when the port was taken meanwhile it tries another. The destructor stops the
 // server (SIGTERM, then SIGKILL) and removes the directory. The child also dies with the thread
 // that started it (PR_SET_PDEATHSIG), so no server outlives a crashed test: start servers from a
 // thread that lives as long as the server is needed; and a janitor process removes the
@@ -24,13 +26,18 @@ namespace quor {
 // Threads: one object is used from one thread at a time.
 class QuorPrivateServer {
  public:
+  enum class Software { Prosody, Ejabberd };
+
   struct Options {
+    Software software = Software::Prosody;
     std::string domain = "localhost";
     // user name -> password
     std::map<std::string, std::string> accounts;
-    // Load the stamping module (mod_quor_cs_stamp); off gives a stock server.
+    // Prosody: load the stamping module (mod_quor_cs_stamp); off gives a stock server.
+    // ejabberd is always stock.
     bool stampingModule = true;
-    // Require TLS, with a self-signed certificate for the domain made at start (openssl).
+    // Prosody: require TLS, with a self-signed certificate for the domain made at start
+    // (openssl). ejabberd offers no TLS.
     bool tls = false;
     // The Prosody executable and the directory that holds mod_quor_cs_stamp.lua.
     std::string prosody = "prosody";
@@ -53,7 +60,8 @@ class QuorPrivateServer {
   // The server process's id while it runs, else 0.
   pid_t pid() const { return server_ ? server_->pid() : 0; }
 
-  // Creates an account; a running server sees it at the next login.
+  // Creates an account; a running server sees it at the next login (ejabberd registers it
+  // within a few hundred milliseconds; this returns once it did).
   bool addAccount(const std::string& user, const std::string& password);
   // Stops the server as a crash would (SIGKILL), keeping its data.
   void kill();
@@ -73,11 +81,14 @@ class QuorPrivateServer {
   explicit QuorPrivateServer(Options options);
   bool launch(std::string* error);
   bool writeConfiguration(std::string* error) const;
+  bool writeEjabberdConfiguration(std::string* error) const;
+  bool launchEjabberd(std::string* error);
   bool makeCertificate(std::string* error) const;
 
   Options options_;
   std::string directory_;
   int port_ = 0;
+  std::size_t accountCount_ = 0;
   std::unique_ptr<QuorChildProcess> server_;
   std::unique_ptr<QuorChildProcess> janitor_;
 };

@@ -11,6 +11,7 @@
 
 #include "QuorCustomerService/Host/KXTypes.h"
 #include "QuorDeskSimulator/QuorDeskSimulator.h"
+#include "QuorXmppHost/QuorRecentPayloads.h"
 #include "QuorXmppHost/QuorXmppConnection.h"
 
 namespace quor {
@@ -79,6 +80,7 @@ class QuorXmppDesk : private QuorXmppConnection::Events {
   LogSink logSink_;
   int32_t logMaxLevel_ = 0;
   PeopleWatch peopleWatch_;
+  QuorRecentPayloads recent_;
   std::unique_ptr<QuorXmppConnection> connection_;
 };
 

@@ -7,6 +7,7 @@ import static org.junit.Assert.assertTrue;
 
 import java.util.Arrays;
 import java.util.Collections;
+import java.util.Collections;
 import java.util.List;
 import java.util.stream.Collectors;
 import org.junit.After;
@@ -96,6 +97,29 @@ public class JourneyTest {
       kit.settle();
       assertTrue(screen.lines.contains("CUSTOMER: " + text));
       assertTrue(screen.lines.contains("ROBOT: 收到 👍"));
+    }
+  }
+
+  @Test
+  public void textsThatCannotBeSentAreRefusedAndOnlyAnUnsentLineIsRetried() {
+    Screen screen = new Screen();
+    try (Service service = new Service(kit.deskId(), screen)) {
+      service.start();
+      kit.settle();
+      RefusedException lone =
+          assertThrows(RefusedException.class, () -> service.sendText("half \uD83D a pair"));
+      assertEquals(Result.INVALID_TEXT, lone.result());
+      service.setMaxTextBytes(64);
+      assertEquals(64, service.maxTextBytes());
+      String quotes = String.join("", Collections.nCopies(40, "\""));
+      RefusedException large =
+          assertThrows(RefusedException.class, () -> service.sendText(quotes));
+      assertEquals(Result.TOO_LARGE, large.result());
+      assertThrows(IllegalArgumentException.class, () -> service.sendText(null));
+      service.sendText("hello");
+      kit.settle();
+      RefusedException sent = assertThrows(RefusedException.class, () -> service.retry(2));
+      assertEquals(Result.NOT_RETRYABLE, sent.result());
     }
   }
 

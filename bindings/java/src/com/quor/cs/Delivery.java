@@ -1,9 +1,14 @@
 package com.quor.cs;
 
-/** How far a line got: received from the desk, or the customer's sending, sent or failed. */
+/**
+ * How far a line got: received from the desk, or the customer's sending, sent (the server took
+ * it), failed (it cannot have arrived) or unconfirmed (written, may have arrived: sent once more
+ * under its id by itself, and SENT when that is confirmed).
+ */
 public enum Delivery {
   RECEIVED,
   SENDING,
   SENT,
-  FAILED
+  FAILED,
+  UNCONFIRMED
 }

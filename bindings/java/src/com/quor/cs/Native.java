@@ -45,6 +45,12 @@ final class Native {
 
   static native int serviceSendText(long service, byte[] text);
 
+  static native int serviceRetry(long service, long sequence);
+
+  static native long serviceMaxTextBytes(long service);
+
+  static native void serviceSetMaxTextBytes(long service, long bytes);
+
   static native long serviceUnreadCount(long service);
 
   static native void serviceMarkRead(long service);

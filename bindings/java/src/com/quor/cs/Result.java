@@ -14,7 +14,13 @@ public enum Result {
   NO_DIALOG_TO_RATE,
   STARS_NOT_OFFERED,
   INVALID_FORM,
-  EMPTY_TEXT;
+  EMPTY_TEXT,
+  /** A text that is not UTF-8 (a String with a lone surrogate). */
+  INVALID_TEXT,
+  /** sendText over the service's maxTextBytes once encoded. */
+  TOO_LARGE,
+  /** retry of a line that is not FAILED or UNCONFIRMED. */
+  NOT_RETRYABLE;
 
   static Result of(int code) {
     return values()[code];

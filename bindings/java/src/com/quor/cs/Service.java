@@ -72,9 +72,34 @@ public final class Service extends NativeHandle {
     Native.check(Native.serviceEnd(live()));
   }
 
-  /** A line of text to the robot or the agent (from Connected on). */
+  /**
+   * A line of text to the robot or the agent (from Connected on). Its delivery comes to
+   * onMessageDelivery: SENT, FAILED, or UNCONFIRMED (sent once more by itself; SENT when
+   * confirmed). A text that is not UTF-8 (a lone surrogate) is refused with INVALID_TEXT, one
+   * over {@link #maxTextBytes()} once encoded with TOO_LARGE; null throws
+   * IllegalArgumentException.
+   */
   public void sendText(String text) {
+    if (text == null) throw new IllegalArgumentException("text is null");
     Native.check(Native.serviceSendText(live(), Utf8.bytes(text)));
+  }
+
+  /**
+   * Sends the customer's line {@code sequence} (FAILED or UNCONFIRMED) once more under its
+   * original id, so that the desk takes it once; NOT_RETRYABLE for another line.
+   */
+  public void retry(long sequence) {
+    Native.check(Native.serviceRetry(live(), sequence));
+  }
+
+  /** The largest encoded text sendText sends, in bytes (65536 by default). */
+  public long maxTextBytes() {
+    return Native.serviceMaxTextBytes(live());
+  }
+
+  public void setMaxTextBytes(long bytes) {
+    if (bytes < 0) throw new IllegalArgumentException("bytes < 0");
+    Native.serviceSetMaxTextBytes(live(), bytes);
   }
 
   public long unreadCount() {

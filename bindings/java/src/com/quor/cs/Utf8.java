@@ -1,5 +1,9 @@
 package com.quor.cs;
 
+import java.nio.ByteBuffer;
+import java.nio.CharBuffer;
+import java.nio.charset.CharacterCodingException;
+import java.nio.charset.CodingErrorAction;
 import java.nio.charset.StandardCharsets;
 
 // Strings cross the native border as UTF-8 bytes: JNI's own string functions speak modified
@@ -7,8 +11,21 @@ import java.nio.charset.StandardCharsets;
 final class Utf8 {
   private Utf8() {}
 
+  // A String with a lone surrogate has no UTF-8 form: it is refused (INVALID_TEXT), as the
+  // library refuses such bytes, never sent with a replacement character.
   static byte[] bytes(String text) {
-    return text == null ? null : text.getBytes(StandardCharsets.UTF_8);
+    if (text == null) return null;
+    try {
+      ByteBuffer encoded = StandardCharsets.UTF_8.newEncoder()
+          .onMalformedInput(CodingErrorAction.REPORT)
+          .onUnmappableCharacter(CodingErrorAction.REPORT)
+          .encode(CharBuffer.wrap(text));
+      byte[] bytes = new byte[encoded.remaining()];
+      encoded.get(bytes);
+      return bytes;
+    } catch (CharacterCodingException e) {
+      throw new RefusedException(Result.INVALID_TEXT);
+    }
   }
 
   static String text(byte[] bytes) {

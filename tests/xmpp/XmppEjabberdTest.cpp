@@ -1,0 +1,92 @@
+// The XMPP host and the desk program on ejabberd, the second server: a stock configuration with
+// stream management, where the server counts a stanza before it bounces it.
+#include <thread>
+
+#include "QuorPrivateServer/QuorTcpProxy.h"
+#include "QuorXmppHost/QuorXmppErrors.h"
+#include "xmpp/XmppFixture.h"
+
+namespace quor::test {
+namespace {
+
+using ::testing::ElementsAre;
+
+class XmppEjabberd : public XmppFixture {
+ protected:
+  void SetUp() override {
+    QuorPrivateServer::Options options;
+    options.software = QuorPrivateServer::Software::Ejabberd;
+    options.accounts = {{"alice", "alice-pw"}, {deskLocalPart(), "desk-pw"}};
+    std::string error;
+    server = QuorPrivateServer::start(options, &error);
+    ASSERT_TRUE(server) << error;
+  }
+};
+
+TEST_F(XmppEjabberd, TheDeskProgramServesAJourneyAndAMissingDeskFailsAtOnce) {
+  startDesk();
+  host = makeHost("alice", ":memory:", view);
+  start("quor-shop", view);
+  ASSERT_TRUE(eventsReach(view, 2));
+  EXPECT_THAT(view.events, ElementsAre("success", "mode(3)"));
+  ASSERT_TRUE(shownReach(view, 1));
+  say(*host, "quor-shop", "where is my order?");
+  ASSERT_TRUE(shownReach(view, 2));
+  EXPECT_EQ(view.shown[1], "Orders ship within 24 hours; you can follow yours under Me > Orders.");
+
+  // ejabberd acknowledges a stanza to an account that does not exist before it bounces it: the
+  // send fails all the same, and a text to nobody is never reported sent.
+  Outcomes& ghost = track();
+  const auto sent = std::chrono::steady_clock::now();
+  sendCounted(*host, "anyone?", ghost, "ghost-desk");
+  ASSERT_TRUE(runUntil([&] { return ghost.reported() == 1; }));
+  EXPECT_LT(std::chrono::steady_clock::now() - sent, std::chrono::seconds(2));
+  EXPECT_THAT(ghost.failed, ElementsAre(QuorXmppErrorNoSuchRecipient));
+  EXPECT_EQ(host->history("ghost-desk").at(0).status, QuorDeliveryStatus::Failed);
+
+  AppView missing;
+  const auto started = std::chrono::steady_clock::now();
+  client.stopCustomerService("quor-shop");
+  start("ghost-desk", missing);
+  ASSERT_TRUE(eventsReach(missing, 1));
+  EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(2));
+  EXPECT_EQ(missing.events[0],
+            "error(" + std::to_string(QuorXmppErrorNoSuchRecipient) + ",连接客服失败!)");
+}
+
+TEST_F(XmppEjabberd, ADeadLinkIsNoticedAndWhatWasSaidMeanwhileArrivesOnce) {
+  auto proxy = QuorTcpProxy::start(server->port());
+  ASSERT_TRUE(proxy);
+  startDesk();
+  QuorXmppOptions connection = accountOptions("alice", "alice-pw");
+  connection.port = static_cast<uint16_t>(proxy->port());
+  connection.keepaliveInterval = std::chrono::milliseconds(300);
+  connection.keepaliveTimeout = std::chrono::milliseconds(300);
+  host = makeHost("alice", ":memory:", view, &connection);
+  start("quor-shop", view);
+  ASSERT_TRUE(eventsReach(view, 2));
+  ASSERT_TRUE(shownReach(view, 1));
+
+  proxy->setBlackHole(true);
+  Outcomes& question = track();
+  sendCounted(*host, "where is my order?", question);
+  ASSERT_TRUE(
+      runUntil([&] { return host->connectionStatus() != QuorXmppConnectionStatus::Connected; }));
+  proxy->setBlackHole(false);
+  ASSERT_TRUE(host->waitUntilOnline(kPatience));
+  ASSERT_TRUE(shownReach(view, 2));
+  ASSERT_TRUE(runUntil([&] { return question.reported() == 1; }));
+  EXPECT_EQ(question.succeeded, 1);
+  // The answer once: wait until the desk could have answered a second copy, then count.
+  Outcomes& later = track();
+  sendCounted(*host, "thanks", later);
+  ASSERT_TRUE(runUntil([&] { return view.shown.size() >= 3; }));
+  EXPECT_EQ(std::count(view.shown.begin(), view.shown.end(),
+                       "Orders ship within 24 hours; you can follow yours under Me > Orders."),
+            1);
+  proxy.reset();
+  host->logout();
+}
+
+}  // namespace
+}  // namespace quor::test
