@@ -263,6 +263,42 @@ TEST_F(SessionApi, AStartThatTimedOutNeverTouchesTheNextStart) {
                                             "Connecting", "Connected", "Robot+"));
 }
 
+TEST_F(SessionApi, AHandshakeSentLateServesTheNextStartOnce) {
+  // The first handshake goes out only after its start timed out, and the desk answers it. A
+  // start made before that answer takes it over (no second handshake); one made after it sends
+  // its own. Either way the app sees one Connected and one greeting.
+  for (const bool startFirst : {true, false}) {
+    SCOPED_TRACE(startFirst ? "started before the late send" : "started after the answer");
+    KXCustomerServiceClient::sharedCustomerServiceClient().setHandShakeMessageSendTime(0);
+    auto simulator = desk("{}");
+    service = KXCSService::make(simulator->deskId(), recorder);
+    host->setAutoConfirm(false);
+    service->start(nullptr, std::chrono::milliseconds(20));
+    settleUntil(KXCSServiceState::Failed);
+    if (startFirst) {
+      EXPECT_EQ(service->start(nullptr), Result::Done);
+    }
+    host->settle();
+    EXPECT_TRUE(host->confirmOldestSend(true, std::nullopt, 0));  // the desk gets it, and answers
+    host->settle();
+    if (!startFirst) {
+      EXPECT_EQ(service->start(nullptr), Result::Done);
+      host->settle();
+    }
+    EXPECT_EQ(host->confirmOldestSend(true, std::nullopt, 0), !startFirst);
+    host->setAutoConfirm(true);
+    host->settle();
+    EXPECT_THAT(recorder->take(), ElementsAre("Connecting", "Failed(Timeout: 连接客服失败!)",
+                                              "Connecting", "Connected", "Robot+"));
+    const auto lines = recorder->takeLines();
+    EXPECT_EQ(std::count(lines.begin(), lines.end(),
+                         "1 Robot: Hi, I am Ava, the Quor Shop assistant. How can I help?"),
+              1);
+    service.reset();
+    host->settle();
+  }
+}
+
 TEST_F(SessionApi, EndWhileConnectingThenStartGivesOneServiceAndOneGreeting) {
   auto simulator = desk("{}");
   service = KXCSService::make(simulator->deskId(), recorder);

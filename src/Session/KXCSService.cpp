@@ -182,19 +182,30 @@ class KXCSService::Core : public std::enable_shared_from_this<Core> {
   void onHoldExpired(uint64_t handshake) {
     const auto [given, held] = resolve(handshake);
     if (!held) return;
-    if (given == GivenUp::Ended) client().stopCustomerService(deskId);
+    if (given != GivenUp::No) client().stopCustomerService(deskId);
     queue().release(this);
   }
 
+  // The handshake was sent. When its start had timed out, the desk got it and may still answer:
+  // that answer serves the next start, as after end(), instead of a second handshake whose
+  // answer would report Connected (and greet) a second time. A start made meanwhile takes it
+  // over now.
   void onHandshakeSent() {
+    bool adopted = false;
     {
       std::lock_guard<std::mutex> lock(mutex);
       if (outstanding == 0) return;
       sendConfirmed = true;
-      // A timed-out start waited only for its send's outcome: the desk may never answer.
       if (givenUp != GivenUp::TimedOut) return;
+      givenUp = GivenUp::Ended;  // the hold's timer still bounds the wait
+      if (status.state == State::Connecting && attached == 0) {
+        attached = outstanding;
+        givenUp = GivenUp::No;
+        hold.reset();
+        adopted = true;
+      }
     }
-    onHoldExpired(outstanding);
+    if (adopted) queue().withdraw(this);
   }
 
   void onSuccess(uint64_t handshake, const std::shared_ptr<KXCustomerServiceConfig>& config) {
@@ -208,8 +219,8 @@ class KXCSService::Core : public std::enable_shared_from_this<Core> {
         blocked = config && config->isBlack();
       }
     }
-    // Answered after the app ended the service: the stop that end() left for now.
-    if (given == GivenUp::Ended) client().stopCustomerService(deskId);
+    // Answered after the app ended the service (or it timed out): the stop left for now.
+    if (given != GivenUp::No) client().stopCustomerService(deskId);
     if (held) queue().release(this);
     if (!live) return;
     KXCSServiceStatus next;
@@ -226,7 +237,7 @@ class KXCSService::Core : public std::enable_shared_from_this<Core> {
     const auto [given, held] = resolve(handshake);
     const bool live = reporting(handshake);
     // A refusal leaves the service running in the client: stop it here.
-    if (code == KXCSHandShakeRefused && (live || given == GivenUp::Ended))
+    if (code == KXCSHandShakeRefused && (live || given != GivenUp::No))
       client().stopCustomerService(deskId);
     if (held) queue().release(this);
     if (!live) return;
@@ -313,19 +324,22 @@ class KXCSService::Core : public std::enable_shared_from_this<Core> {
 
   void onTimeout(uint64_t started) {
     bool release = false;
+    bool keepService = false;
     {
       std::lock_guard<std::mutex> lock(mutex);
       if (started != generation || status.state != State::Connecting) return;
-      // Until the send has an outcome, a late failure would stop the service of the next start.
+      // Until the send has an outcome, a late failure would stop the service of the next start,
+      // and a late success means the desk may still answer: the client's service stays for it.
       if (outstanding != 0 && !sendConfirmed) {
         giveUpLocked(GivenUp::TimedOut);
+        keepService = true;
       } else if (outstanding != 0) {
         outstanding = 0;
         release = true;
       }
     }
     detach();
-    client().stopCustomerService(deskId);
+    if (!keepService) client().stopCustomerService(deskId);
     if (release) queue().release(this);
     KXCSServiceStatus next;
     next.state = State::Failed;
@@ -494,7 +508,7 @@ KXCSService::~KXCSService() {
   bool stop;
   {
     std::lock_guard<std::mutex> lock(core_->mutex);
-    stop = running(core_->status.state) || core_->givenUp == Core::GivenUp::Ended;
+    stop = running(core_->status.state) || core_->givenUp != Core::GivenUp::No;
   }
   core_->detach();
   if (stop) core_->client().stopCustomerService(core_->deskId);
