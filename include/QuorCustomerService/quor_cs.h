@@ -331,10 +331,18 @@ QUOR_CS_C_API void quor_cs_xmpp_host_destroy(quor_cs_xmpp_host* host);
  * connected, reconnecting, until logout. */
 QUOR_CS_C_API int quor_cs_xmpp_host_connect(quor_cs_xmpp_host* host);
 QUOR_CS_C_API void quor_cs_xmpp_host_logout(quor_cs_xmpp_host* host);
-/* 1 once online within `timeout_ms`, else 0. */
+/* 1 once online within `timeout_ms`, else 0 (at once when the login was refused or replaced). */
 QUOR_CS_C_API int quor_cs_xmpp_host_wait_online(quor_cs_xmpp_host* host, int64_t timeout_ms);
-/* The connection's status: 0 connected, 1 connecting, 2 disconnected (reconnecting), 3 signed
- * out, 4 replaced by another login of the device's resource (docs/xmpp.md). */
+/* The connection's status (docs/xmpp.md). Replaced and refused are for good: the host does not
+ * reconnect until quor_cs_xmpp_host_logout() and quor_cs_xmpp_host_connect() again. */
+typedef enum quor_cs_xmpp_status {
+  QUOR_CS_XMPP_CONNECTED = 0,
+  QUOR_CS_XMPP_CONNECTING = 1,
+  QUOR_CS_XMPP_DISCONNECTED = 2, /* the link went; reconnecting */
+  QUOR_CS_XMPP_SIGNED_OUT = 3,
+  QUOR_CS_XMPP_REPLACED = 4, /* another login of the device's resource took it */
+  QUOR_CS_XMPP_REFUSED = 5   /* the server refused the login: a wrong password, no such account */
+} quor_cs_xmpp_status;
 QUOR_CS_C_API int quor_cs_xmpp_host_status(const quor_cs_xmpp_host* host);
 /* Runs the host's main queue on the calling (main) thread until nothing arrived for
  * `quiet_ms`: the callbacks of the services run here, unless the app installed a dispatcher. */

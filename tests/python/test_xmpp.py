@@ -73,3 +73,12 @@ def test_bad_xmpp_options_are_refused():
         quor_cs.XmppHost("", "pw")
     with pytest.raises(ValueError, match="tls"):
         quor_cs.XmppHost("mei@localhost", "pw", tls="sometimes")
+
+
+def test_a_wrong_password_is_reported_once_and_not_tried_again(server_port):
+    with quor_cs.XmppHost("mei@localhost", "not-her-password", server="127.0.0.1",
+                          port=server_port) as host:
+        host.connect()
+        assert not host.wait_online(10)  # returns as soon as the server refused
+        assert host.status == quor_cs.XmppStatus.REFUSED
+        host.logout()

@@ -149,6 +149,37 @@ TEST_F(XmppField, ATextTheServerCannotTakeFailsOnceAndTheLinkStaysUp) {
   EXPECT_TRUE(host->waitUntilOnline(kPatience));
 }
 
+TEST_F(XmppField, AWrongPasswordIsToldOnceAndNotTriedAgain) {
+  std::vector<std::string> errors;
+  std::mutex mutex;
+  QuorXmppHost::Options options;
+  options.connection = accountOptions("alice", "not-her-password");
+  auto refused = QuorXmppHost::create(options, nullptr);
+  refused->setLogSink(
+      [&](const QuorLogEntry& entry) {
+        std::lock_guard<std::mutex> lock(mutex);
+        errors.push_back(entry.text);
+      },
+      2);
+  Outcomes& outcomes = track();
+  sendCounted(*refused, "hello", outcomes);
+  refused->connect();
+  const auto started = std::chrono::steady_clock::now();
+  EXPECT_FALSE(refused->waitUntilOnline(kPatience));
+  EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(5));
+  EXPECT_EQ(refused->connectionStatus(), QuorXmppConnectionStatus::Refused);
+  ASSERT_TRUE(runUntil(*refused, [&] { return outcomes.reported() == 1; }));
+  EXPECT_THAT(outcomes.failed, ElementsAre(QuorXmppErrorNotOnline));
+  // Longer than the reconnection backoff: a retrying host would have logged again.
+  std::this_thread::sleep_for(std::chrono::milliseconds(600));
+  {
+    std::lock_guard<std::mutex> lock(mutex);
+    ASSERT_EQ(errors.size(), 1u);
+    EXPECT_THAT(errors[0], ::testing::HasSubstr("not-authorized"));
+  }
+  refused->logout();
+}
+
 TEST_F(XmppField, AFailedSendStaysFailedInTheHistory) {
   host = makeHost("alice", ":memory:", view);
   Outcomes& outcomes = track();

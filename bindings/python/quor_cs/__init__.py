@@ -33,7 +33,7 @@ from ._native import ffi, lib
 __all__ = [
     "Author", "Delivery", "Group", "Kit", "Message", "Observer", "Reason", "Refused",
     "InvalidForm", "Result", "Service", "State", "Status", "set_dispatcher", "run_task",
-    "drop_task", "version", "XmppHost",
+    "drop_task", "version", "XmppHost", "XmppStatus",
 ]
 
 
@@ -94,6 +94,16 @@ class Delivery(enum.IntEnum):
     SENT = 2
     FAILED = 3
     UNCONFIRMED = 4
+
+
+class XmppStatus(enum.IntEnum):
+    """An XmppHost's connection status."""
+    CONNECTED = 0
+    CONNECTING = 1
+    DISCONNECTED = 2  # the link went; reconnecting
+    SIGNED_OUT = 3
+    REPLACED = 4  # another login of the device's resource took it
+    REFUSED = 5  # the server refused the login: a wrong password, no such account
 
 
 class Refused(Exception):
@@ -435,9 +445,9 @@ class XmppHost:
         return bool(lib.quor_cs_xmpp_host_wait_online(self._host, int(timeout * 1000)))
 
     @property
-    def status(self) -> int:
-        """0 connected, 1 connecting, 2 disconnected, 3 signed out, 4 replaced."""
-        return lib.quor_cs_xmpp_host_status(self._host)
+    def status(self) -> "XmppStatus":
+        """The connection's status; REPLACED and REFUSED are for good (no reconnection)."""
+        return XmppStatus(lib.quor_cs_xmpp_host_status(self._host))
 
     def settle(self, quiet: float = 0.3) -> None:
         """Runs the library's callbacks on this thread until nothing arrived for `quiet`."""

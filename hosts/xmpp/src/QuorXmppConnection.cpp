@@ -107,8 +107,10 @@ class QuorXmppConnection::Network : private QuorXmlStream::Handler {
   void flush();
   void write(const std::string& xml);
   void writeStanza(const std::string& xml, const std::string& id = "");
-  // `why` by value: it may be a member of what closing the link frees.
-  void lose(std::string why, bool replaced = false);
+  // `why` by value: it may be a member of what closing the link frees. `ending` Replaced or
+  // Refused ends the connection for good (no reconnection); anything else reconnects.
+  void lose(std::string why,
+            QuorXmppConnectionStatus ending = QuorXmppConnectionStatus::Disconnected);
   void closeSocket();
   void sayGoodbye();
   void setStatus(QuorXmppConnectionStatus status);
@@ -142,7 +144,9 @@ class QuorXmppConnection::Network : private QuorXmlStream::Handler {
   void passBarrier();
   void expire(Clock::time_point now);
   void keepAlive(Clock::time_point now);
-  void failEverything(int64_t errorCode);
+  // Fails every send still waiting: `writtenCode` for those written on some link, `unwrittenCode`
+  // for the others.
+  void failEverything(int64_t writtenCode, int64_t unwrittenCode);
 
   // Received stanzas.
   void onStreamStart(const QuorXmlElement& header) override;
@@ -165,7 +169,7 @@ class QuorXmppConnection::Network : private QuorXmlStream::Handler {
   bool authenticated_ = false;
   bool smOffered_ = false;
   bool sessionRequired_ = false;
-  bool replaced_ = false;
+  bool ended_ = false;  // Replaced or Refused: no reconnection
   // The stream starts again (after authentication) once the parser has returned.
   bool restartStream_ = false;
   std::string out_;          // bytes for the socket
@@ -266,8 +270,13 @@ void QuorXmppConnection::sendRaw(std::string xml) {
 
 bool QuorXmppConnection::waitUntilOnline(std::chrono::milliseconds timeout) const {
   std::unique_lock<std::mutex> lock(mutex_);
-  return statusChanged_.wait_for(
-      lock, timeout, [this] { return status_.load() == QuorXmppConnectionStatus::Connected; });
+  // A login that ended for good (Replaced, Refused) will not come online: no need to wait.
+  statusChanged_.wait_for(lock, timeout, [this] {
+    const auto now = status_.load();
+    return now == QuorXmppConnectionStatus::Connected ||
+           now == QuorXmppConnectionStatus::Replaced || now == QuorXmppConnectionStatus::Refused;
+  });
+  return status_.load() == QuorXmppConnectionStatus::Connected;
 }
 
 void QuorXmppConnection::wake() {
@@ -285,7 +294,7 @@ void QuorXmppConnection::Network::run() {
       if (owner_.stopping_) break;
     }
     auto now = Clock::now();
-    if (phase_ == Phase::Offline && !replaced_ && now >= nextAttempt_) connect();
+    if (phase_ == Phase::Offline && !ended_ && now >= nextAttempt_) connect();
     takeOutbox();
     if (phase_ == Phase::Online) writeQueued(now);
     expire(now);
@@ -307,10 +316,10 @@ void QuorXmppConnection::Network::run() {
       if (socket_ >= 0 && (fds[1].revents & POLLOUT)) flush();
     }
   }
-  failEverything(QuorXmppErrorStopped);
+  failEverything(QuorXmppErrorStopped, QuorXmppErrorStopped);
   if (phase_ == Phase::Online) sayGoodbye();
   closeSocket();
-  if (!replaced_) setStatus(QuorXmppConnectionStatus::SignedOut);
+  if (!ended_) setStatus(QuorXmppConnectionStatus::SignedOut);
 }
 
 void QuorXmppConnection::Network::sayGoodbye() {
@@ -334,7 +343,7 @@ void QuorXmppConnection::Network::sayGoodbye() {
 
 int QuorXmppConnection::Network::pollTimeoutMs(Clock::time_point now) const {
   auto next = now + std::chrono::hours(1);
-  if (phase_ == Phase::Offline && !replaced_) next = std::min(next, nextAttempt_);
+  if (phase_ == Phase::Offline && !ended_) next = std::min(next, nextAttempt_);
   if (phase_ == Phase::Connecting || phase_ == Phase::LoggingIn) {
     next = std::min(next, attemptStart_ + options_.loginTimeout);
   }
@@ -480,7 +489,7 @@ void QuorXmppConnection::Network::writeStanza(const std::string& xml, const std:
   sm_.sent(id, xml);
 }
 
-void QuorXmppConnection::Network::lose(std::string why, bool replaced) {
+void QuorXmppConnection::Network::lose(std::string why, QuorXmppConnectionStatus ending) {
   const bool wasOnline = phase_ == Phase::Online;
   closeSocket();
   owner_.events_.onLog(wasOnline ? 3 : 4, "xmpp", "connection lost: " + why);
@@ -499,13 +508,19 @@ void QuorXmppConnection::Network::lose(std::string why, bool replaced) {
     entry.second.deadline = entry.second.made + options_.outboxTimeout;
   }
   expire(now);
-  if (replaced) {
-    replaced_ = true;
+  if (ending == QuorXmppConnectionStatus::Replaced) {
     owner_.events_.onLog(3, "xmpp",
                          "another login of " + owner_.bareJid_ + " took the resource " +
                              owner_.resource_ + "; this login ends");
-    failEverything(QuorXmppErrorConnectionLost);
-    setStatus(QuorXmppConnectionStatus::Replaced);
+  } else if (ending == QuorXmppConnectionStatus::Refused) {
+    owner_.events_.onLog(2, "xmpp",
+                         "the server refused the login of " + owner_.bareJid_ + " (" + why +
+                             "); no more attempts until the host connects again");
+  }
+  if (ending == QuorXmppConnectionStatus::Replaced || ending == QuorXmppConnectionStatus::Refused) {
+    ended_ = true;
+    failEverything(QuorXmppErrorConnectionLost, QuorXmppErrorNotOnline);
+    setStatus(ending);
     return;
   }
   setStatus(QuorXmppConnectionStatus::Disconnected);
@@ -611,8 +626,14 @@ void QuorXmppConnection::Network::onSasl(const QuorXmlElement& element) {
     restartStream_ = true;
     openStream();
   } else if (name == "failure") {
-    owner_.events_.onLog(2, "xmpp", "authentication as " + owner_.bareJid_ + " failed");
-    lose("authentication failed");
+    // A refused login (a wrong password, an account that does not exist) is not tried again:
+    // every attempt would be refused, and servers lock out accounts that keep trying.
+    std::string condition = "authentication failed";
+    if (!element.children().empty()) condition = element.children().front()->localName();
+    if (const QuorXmlElement* text = element.child("text", kSasl)) {
+      if (!text->text().empty()) condition += ": " + text->text();
+    }
+    lose(condition, QuorXmppConnectionStatus::Refused);
   }
 }
 
@@ -855,16 +876,17 @@ void QuorXmppConnection::Network::keepAlive(Clock::time_point now) {
   }
 }
 
-void QuorXmppConnection::Network::failEverything(int64_t errorCode) {
+void QuorXmppConnection::Network::failEverything(int64_t writtenCode, int64_t unwrittenCode) {
   auto waiting = std::move(waiting_);
   waiting_.clear();
   for (auto& entry : waiting) {
-    if (entry.second.outcome) entry.second.outcome(errorCode, 0);
+    // Sends that wait for a link after a lost one were written on it.
+    if (entry.second.outcome) entry.second.outcome(writtenCode, 0);
   }
   auto queued = std::move(queued_);
   queued_.clear();
   for (auto& outgoing : queued) {
-    if (outgoing.outcome) outgoing.outcome(errorCode, 0);
+    if (outgoing.outcome) outgoing.outcome(unwrittenCode, 0);
   }
 }
 
@@ -902,7 +924,7 @@ void QuorXmppConnection::Network::onStanza(std::unique_ptr<QuorXmlElement> stanz
     if (!conflict) blameOldestUnsettled();
     lose(
         conflict ? "another login took this resource" : "the server ended the stream with an error",
-        conflict);
+        conflict ? QuorXmppConnectionStatus::Replaced : QuorXmppConnectionStatus::Disconnected);
   }
 }
 

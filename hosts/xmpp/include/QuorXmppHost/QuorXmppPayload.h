@@ -30,6 +30,8 @@ enum class QuorXmppConnectionStatus : int64_t {
   Disconnected = 2,  // lost or failed; reconnecting with backoff
   SignedOut = 3,     // stopped by the application
   Replaced = 4,      // another login of the account took this resource; no reconnection
+  Refused = 5,       // the server refused the login (a wrong password, no such account); no
+                     // reconnection until the host connects again
 };
 
 }  // namespace quor

@@ -58,9 +58,13 @@ public final class XmppHost extends NativeHandle {
     }
   }
 
-  /** Connection status values of {@link #status()}. */
+  /**
+   * Connection status values of {@link #status()}. REPLACED (another login took the device's
+   * resource) and REFUSED (the server refused the login: a wrong password, no such account) are
+   * for good: no reconnection until logout() and connect() again.
+   */
   public static final int CONNECTED = 0, CONNECTING = 1, DISCONNECTED = 2, SIGNED_OUT = 3,
-      REPLACED = 4;
+      REPLACED = 4, REFUSED = 5;
 
   public XmppHost(Options options) {
     super(create(options), "host");
@@ -84,6 +88,7 @@ public final class XmppHost extends NativeHandle {
     Native.xmppLogout(live());
   }
 
+  /** True once online within the time; false at once when the login was refused or replaced. */
   public boolean waitOnline(long timeoutMillis) {
     return Native.xmppWaitOnline(live(), timeoutMillis);
   }
