@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <thread>
 
 #include "QuorPrivateServer/QuorChildProcess.h"
 #include "xmpp/XmppFixture.h"
@@ -59,17 +60,21 @@ class DemoAgainstADesk : public XmppFixture {
   // Runs the demo's journey as alice against the desk `deskJid` on this test's server; its
   // transcript, or "" when it did not complete.
   std::string journey(const std::string& deskJid) {
-    const std::string output = scratch("demo");
+    std::string error;
+    auto demo = launch(deskJid);
+    const bool completed =
+        demo && demo->waitForOutput("Journey complete.", 0, kPatience * 3, &error);
+    EXPECT_TRUE(completed) << error;
+    return completed ? QuorChildProcess::readFile(demo->outputPath()) : "";
+  }
+  std::unique_ptr<QuorChildProcess> launch(const std::string& deskJid) {
     std::string error;
     auto demo = QuorChildProcess::start(
         {QUOR_CS_DEMO_PROGRAM, "--server", "127.0.0.1:" + std::to_string(server->port()), "--desk",
          deskJid, "--account", "alice@localhost", "--password", "alice-pw"},
-        output, &error);
+        scratch("demo"), &error);
     EXPECT_TRUE(demo) << error;
-    const bool completed =
-        demo && demo->waitForOutput("Journey complete.", 0, kPatience * 3, &error);
-    EXPECT_TRUE(completed) << error;
-    return completed ? QuorChildProcess::readFile(output) : "";
+    return demo;
   }
   // A file of this test's own under the test's temporary directory, removed at the end.
   std::string scratch(const std::string& name) {
@@ -92,6 +97,24 @@ TEST_F(DemoAgainstADesk, AnExistingServerAndDesk) {
   EXPECT_NE(transcript.find("Connecting to 127.0.0.1:"), std::string::npos) << transcript;
   EXPECT_NE(transcript.find("mode: human agent"), std::string::npos) << transcript;
   EXPECT_NE(transcript.find("Ava: Orders ship"), std::string::npos) << transcript;
+}
+
+// The demo waits for the start's own outcome: a desk that answers late is waited for, and a desk
+// that does not exist fails the journey with the reason.
+TEST_F(DemoAgainstADesk, WaitsForTheStartsOutcomeAndSaysWhyItFailed) {
+  auto late = launch(QuorDeskJid::toJid("quor-shop", "localhost"));
+  std::string error;
+  // The demo logs in and sends its handshake meanwhile (its output is written when it ends);
+  // the server keeps the handshake for the desk, which answers once it logs in.
+  std::this_thread::sleep_for(std::chrono::milliseconds(1500));
+  startDesk();
+  EXPECT_TRUE(late->waitForOutput("Journey complete.", 0, kPatience * 3, &error)) << error;
+
+  auto missing = launch(QuorDeskJid::toJid("ghost-desk", "localhost"));
+  ASSERT_TRUE(missing->waitForOutput("Journey failed", 0, kPatience, &error))
+      << error << QuorChildProcess::readFile(missing->outputPath());
+  const std::string transcript = QuorChildProcess::readFile(missing->outputPath());
+  EXPECT_NE(transcript.find("ConnectionFailed, code 31005"), std::string::npos) << transcript;
 }
 
 // The desk of docs/protocol.md ("a desk in 50 lines"), written in Python from the protocol

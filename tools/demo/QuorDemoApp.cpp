@@ -6,10 +6,14 @@
 #include <iostream>
 #include <nlohmann/json.hpp>
 #include <sstream>
+#include <thread>
 #include <unordered_set>
 
 namespace quor {
 namespace {
+
+// How long the demo waits for the desk's answer to its handshake.
+constexpr auto kStartTimeout = std::chrono::seconds(15);
 
 void status(const std::string& line) { std::printf("  * %s\n", line.c_str()); }
 
@@ -119,8 +123,19 @@ bool QuorDemoApp::start() {
   info->setName("Mei");
   info->setPage("orders");
   std::printf("Opening customer service with desk %s\n", deskId_.c_str());
-  service_->start(info, std::chrono::seconds(15));
+  service_->start(info, kStartTimeout);
+  // The start's own outcome, however long the desk takes within the timeout: its answer, a
+  // failure or the timeout.
   settle_();
+  while (service_->status().state == KXCSServiceState::Connecting) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    settle_();
+  }
+  const KXCSServiceStatus status = service_->status();
+  if (status.state == KXCSServiceState::Failed) {
+    std::printf("The service did not start: %s (%s, code %lld)\n", status.text.c_str(),
+                KXCSService::reasonName(status.reason), static_cast<long long>(status.code));
+  }
   return !screen_->failed && screen_->config;
 }
 
