@@ -139,3 +139,42 @@ def test_the_apps_own_loop_runs_the_callbacks(kit):
         for task in tasks:
             quor_cs.drop_task(task)
         quor_cs.set_dispatcher(None)
+
+
+def test_misuse_fails_loudly_and_loses_nothing(kit, capsys):
+    tasks, failures = [], [2]
+
+    def post(task):
+        if failures[0]:
+            failures[0] -= 1
+            raise RuntimeError("the app's loop is busy")
+        tasks.append(task)
+
+    quor_cs.set_dispatcher(post)
+    try:
+        screen = Screen()
+        with quor_cs.Service(kit.desk_id, screen) as service:
+            service.start()
+            kit.settle()
+            service.mark_read()  # one more post: the tasks refused before come with it
+            kit.settle()
+            ran = tasks[0]
+            while tasks:
+                quor_cs.run_task(tasks.pop(0))
+                kit.settle()
+            assert screen.states[:3] == [quor_cs.State.CONNECTING, quor_cs.State.CONNECTED,
+                                         quor_cs.State.ROBOT]
+            with pytest.raises(ValueError, match="already"):
+                quor_cs.run_task(ran)
+            with pytest.raises(ValueError):
+                service.rate_agent(5, extra={"when": object()})
+    finally:
+        for task in tasks:
+            quor_cs.drop_task(task)
+        quor_cs.set_dispatcher(None)
+    assert "the app's loop is busy" in capsys.readouterr().err
+    with pytest.raises(quor_cs.Closed):
+        service.send_text("after close")
+    kit.close()
+    with pytest.raises(quor_cs.Closed):
+        kit.settle()

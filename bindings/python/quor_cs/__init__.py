@@ -25,6 +25,7 @@ import enum
 import json
 import os
 import sys
+import threading
 from dataclasses import dataclass, field
 from typing import Any, Callable, Dict, List, Optional
 
@@ -33,7 +34,7 @@ from ._native import ffi, lib
 __all__ = [
     "Author", "Delivery", "Group", "Kit", "Message", "Observer", "Reason", "Refused",
     "InvalidForm", "Result", "Service", "State", "Status", "set_dispatcher", "run_task",
-    "drop_task", "version", "XmppHost", "XmppStatus",
+    "drop_task", "version", "XmppHost", "XmppStatus", "Closed", "Task",
 ]
 
 
@@ -188,7 +189,21 @@ def _optional_utf8(text: Optional[str], name: str):
 
 
 def _json(value) -> bytes:
-    return json.dumps(value, ensure_ascii=False).encode("utf-8")
+    # A value JSON cannot hold (an object, NaN) or a str without a UTF-8 form is a bad argument.
+    try:
+        return json.dumps(value, ensure_ascii=False, allow_nan=False).encode("utf-8")
+    except (TypeError, ValueError) as error:
+        raise ValueError(f"quor_cs: not a JSON value: {error}") from None
+
+
+class Closed(ValueError):
+    """A call on a Service, Kit or XmppHost after its close()."""
+
+
+def _open(handle, what: str):
+    if handle is None:
+        raise Closed(f"quor_cs: the {what} is closed")
+    return handle
 
 
 def _check(code: int) -> None:
@@ -293,9 +308,7 @@ class Service:
         self.close()
 
     def _live(self):
-        if self._service is None:
-            raise ValueError("quor_cs: the service is closed")
-        return self._service
+        return _open(self._service, "service")
 
     def start(self, customer: Optional[Dict[str, Any]] = None, timeout: float = 0) -> None:
         info = _json(customer) if customer is not None else ffi.NULL
@@ -390,20 +403,23 @@ class Kit:
 
     @property
     def desk_id(self) -> str:
-        return _text(lib.quor_cs_kit_desk_id(self._kit))
+        return _text(lib.quor_cs_kit_desk_id(self._live()))
+
+    def _live(self):
+        return _open(self._kit, "kit")
 
     def settle(self) -> None:
         """Runs the host and the library's callbacks until nothing more happens."""
-        lib.quor_cs_kit_settle(self._kit)
+        lib.quor_cs_kit_settle(self._live())
 
     def desk_say(self, text: str) -> None:
-        _check(lib.quor_cs_kit_desk_say(self._kit, text.encode("utf-8")))
+        _check(lib.quor_cs_kit_desk_say(self._live(), _utf8(text)))
 
     def desk_request_rating(self) -> None:
-        _check(lib.quor_cs_kit_desk_request_rating(self._kit))
+        _check(lib.quor_cs_kit_desk_request_rating(self._live()))
 
     def desk_end(self, text: str = "", code: int = 0) -> None:
-        _check(lib.quor_cs_kit_desk_end(self._kit, text.encode("utf-8"), code))
+        _check(lib.quor_cs_kit_desk_end(self._live(), _utf8(text), code))
 
     def close(self) -> None:
         if self._kit is not None:
@@ -438,28 +454,31 @@ class XmppHost:
             lib.quor_cs_free(error[0])
             raise ValueError("quor_cs: " + problem)
 
+    def _live(self):
+        return _open(self._host, "host")
+
     def connect(self) -> None:
-        _check(lib.quor_cs_xmpp_host_connect(self._host))
+        _check(lib.quor_cs_xmpp_host_connect(self._live()))
 
     def wait_online(self, timeout: float) -> bool:
-        return bool(lib.quor_cs_xmpp_host_wait_online(self._host, int(timeout * 1000)))
+        return bool(lib.quor_cs_xmpp_host_wait_online(self._live(), int(timeout * 1000)))
 
     @property
     def status(self) -> "XmppStatus":
         """The connection's status; REPLACED and REFUSED are for good (no reconnection)."""
-        return XmppStatus(lib.quor_cs_xmpp_host_status(self._host))
+        return XmppStatus(lib.quor_cs_xmpp_host_status(self._live()))
 
     def settle(self, quiet: float = 0.3) -> None:
         """Runs the library's callbacks on this thread until nothing arrived for `quiet`."""
-        lib.quor_cs_xmpp_host_settle(self._host, int(quiet * 1000))
+        lib.quor_cs_xmpp_host_settle(self._live(), int(quiet * 1000))
 
     def send_text(self, desk_id: str, text: str) -> None:
-        _check(lib.quor_cs_xmpp_host_send_text(self._host, desk_id.encode("utf-8"),
-                                               text.encode("utf-8")))
+        _check(lib.quor_cs_xmpp_host_send_text(self._live(), _utf8(desk_id, "desk_id"),
+                                               _utf8(text)))
 
     def history(self, desk_id: str, before: int = 0, count: int = 20) -> List[Dict[str, Any]]:
         out = ffi.new("char**")
-        code = lib.quor_cs_xmpp_host_history(self._host, desk_id.encode("utf-8"), before, count,
+        code = lib.quor_cs_xmpp_host_history(self._live(), _utf8(desk_id, "desk_id"), before, count,
                                              out)
         try:
             _check(code)
@@ -468,7 +487,7 @@ class XmppHost:
             lib.quor_cs_free(out[0])
 
     def logout(self) -> None:
-        lib.quor_cs_xmpp_host_logout(self._host)
+        lib.quor_cs_xmpp_host_logout(self._live())
 
     def close(self) -> None:
         if self._host is not None:
@@ -487,7 +506,30 @@ class XmppHost:
 _dispatcher = None
 
 
-def set_dispatcher(post: Optional[Callable[[Any], None]]) -> None:
+class Task:
+    """One closure of the library for the main thread: run it (or drop it) once."""
+
+    __slots__ = ("_task",)
+
+    def __init__(self, task):
+        self._task = task
+
+    def _take(self):
+        task, self._task = self._task, None
+        if task is None:
+            raise ValueError("quor_cs: the task was run or dropped already")
+        return task
+
+
+# Tasks the app's post() raised for: handed to it again, first, at the next post.
+_unposted: List[Task] = []
+_unposted_lock = threading.Lock()
+
+
+def set_dispatcher(post: Optional[Callable[[Task], None]]) -> None:
+    """Hands the library's main-thread work to `post` (called on any thread) as Task objects;
+    the app's loop calls run_task() or drop_task() on each, once. A post that raises is
+    reported and given the task again with the next post, so no task is lost."""
     global _dispatcher
     if post is None:
         lib.quor_cs_set_dispatcher(ffi.NULL, ffi.NULL)
@@ -496,15 +538,26 @@ def set_dispatcher(post: Optional[Callable[[Any], None]]) -> None:
 
     @ffi.callback("void(void*, quor_cs_task*)", onerror=_report)
     def posted(_user, task):
-        post(task)
+        with _unposted_lock:
+            waiting = _unposted[:] + [Task(task)]
+            _unposted.clear()
+        for index, item in enumerate(waiting):
+            try:
+                post(item)
+            except BaseException:
+                with _unposted_lock:
+                    _unposted[:0] = waiting[index:]
+                raise
 
     _dispatcher = posted  # kept alive while installed
     lib.quor_cs_set_dispatcher(posted, ffi.NULL)
 
 
-def run_task(task) -> None:
-    lib.quor_cs_run_task(task)
+def run_task(task: Task) -> None:
+    """Runs a posted task on the calling (main) thread; ValueError when it ran already."""
+    lib.quor_cs_run_task(task._take())
 
 
-def drop_task(task) -> None:
-    lib.quor_cs_drop_task(task)
+def drop_task(task: Task) -> None:
+    """Frees a posted task without running it; ValueError when it ran already."""
+    lib.quor_cs_drop_task(task._take())
