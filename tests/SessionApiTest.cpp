@@ -366,6 +366,18 @@ TEST_F(SessionApi, TheConversationComesInOrderWithItsUnreadCount) {
   EXPECT_EQ(service->status().state, KXCSServiceState::Ended);
   EXPECT_EQ(service->sendText("hello?"), Result::NotConnected);
 
+  // The desk's invitation to leave a message is a line of its own, with its text.
+  service->start(nullptr);
+  host->settle();
+  recorder->takeLines();
+  simulator->inviteLeaveMessage("No agent is free: leave us a message?");
+  host->settle();
+  EXPECT_THAT(
+      recorder->takeLines(),
+      ElementsAre("9 LeaveMessageInvitation: No agent is free: leave us a message?", "unread 5"));
+  service->end();
+  host->settle();
+
   // A line the host fails is reported Failed with the host's code.
   service->start(nullptr);
   host->settle();
@@ -375,8 +387,8 @@ TEST_F(SessionApi, TheConversationComesInOrderWithItsUnreadCount) {
   host->settle();
   const auto lines = recorder->takeLines();
   ASSERT_GE(lines.size(), 2u);
-  EXPECT_EQ(lines[lines.size() - 2], "9 Customer: anyone?");
-  EXPECT_EQ(lines.back(), "9 Failed");
+  EXPECT_EQ(lines[lines.size() - 2], "11 Customer: anyone?");
+  EXPECT_EQ(lines.back(), "11 Failed");
 }
 
 TEST_F(SessionApi, EachLineIsToldWhatBecameOfItAndARetryKeepsItsId) {

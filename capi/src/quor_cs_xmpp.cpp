@@ -174,8 +174,15 @@ int quor_cs_xmpp_host_history(quor_cs_xmpp_host* host, const char* desk_id,
                            {"direction", message.messageDirection()},
                            {"sentTime", message.sentTime()},
                            {"status", statusName(entry.status)}};
-      if (const auto* text = dynamic_cast<const KXTextMessage*>(message.content().get()))
+      const KXMessageContent* content = message.content().get();
+      if (const auto* text = dynamic_cast<const KXTextMessage*>(content)) {
         json["text"] = text->content().value_or("");
+      } else if (const auto* notice =
+                     dynamic_cast<const KXInformationNotificationMessage*>(content)) {
+        json["text"] = notice->message().value_or("");
+      } else if (const auto* invitation = dynamic_cast<const KXCSPullLeaveMessage*>(content)) {
+        json["text"] = invitation->content().value_or("");
+      }
       entries.push_back(std::move(json));
     }
     capi::give(history_json, entries.dump(-1, ' ', false, KXDictionary::error_handler_t::replace));

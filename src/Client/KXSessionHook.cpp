@@ -8,6 +8,7 @@
 #include "QuorCustomerService/Host/KXHostConstants.h"
 #include "QuorCustomerService/Host/KXInformationNotificationMessage.h"
 #include "QuorCustomerService/Host/KXTextMessage.h"
+#include "QuorCustomerService/Message/KXCSPullLeaveMessage.h"
 
 namespace quor {
 namespace {
@@ -66,7 +67,8 @@ void KXSessionHook::conversationMessage(const std::shared_ptr<KXMessage>& messag
   if (!message || message->conversationType() != KXConversationTypeCustomerService) return;
   const auto* content = message->content().get();
   if (!dynamic_cast<const KXTextMessage*>(content) &&
-      !dynamic_cast<const KXInformationNotificationMessage*>(content)) {
+      !dynamic_cast<const KXInformationNotificationMessage*>(content) &&
+      !dynamic_cast<const KXCSPullLeaveMessage*>(content)) {
     return;
   }
   for (const auto& listener : listenersOf(message->targetId())) {

@@ -2,6 +2,7 @@
 
 #include "QuorCustomerService/Host/KXInformationNotificationMessage.h"
 #include "QuorCustomerService/Host/KXTextMessage.h"
+#include "QuorCustomerService/Message/KXCSPullLeaveMessage.h"
 
 namespace quor {
 
@@ -15,6 +16,9 @@ KXCSConversationMessage KXCSConversation::received(const KXMessage& message, boo
   } else if (const auto* notice = dynamic_cast<const KXInformationNotificationMessage*>(content)) {
     line.author = KXCSMessageAuthor::Notice;
     line.text = notice->message().value_or("");
+  } else if (const auto* invitation = dynamic_cast<const KXCSPullLeaveMessage*>(content)) {
+    line.author = KXCSMessageAuthor::LeaveMessageInvitation;
+    line.text = invitation->content().value_or("");
   }
   if (content && content->senderUserInfo() && content->senderUserInfo()->name()) {
     line.senderName = *content->senderUserInfo()->name();

@@ -102,6 +102,8 @@ const char* KXCSService::authorName(KXCSMessageAuthor author) {
       return "Agent";
     case enum_t::Notice:
       return "Notice";
+    case enum_t::LeaveMessageInvitation:
+      return "LeaveMessageInvitation";
   }
   return "?";
 }

@@ -82,6 +82,9 @@ class QuorDemoApp::Screen : public KXCSServiceObserver {
       case KXCSMessageAuthor::Notice:
         std::printf("  -- %s --\n", line.text.c_str());
         break;
+      case KXCSMessageAuthor::LeaveMessageInvitation:
+        std::printf("  -- %s (the desk invites a message) --\n", line.text.c_str());
+        break;
       case KXCSMessageAuthor::Robot:
       case KXCSMessageAuthor::Agent:
         std::printf("%s: %s\n", line.senderName.empty() ? "Desk" : line.senderName.c_str(),
@@ -92,6 +95,9 @@ class QuorDemoApp::Screen : public KXCSServiceObserver {
   void onMessageDelivery(const KXCSConversationMessage& line) override {
     if (line.delivery == KXCSDelivery::Failed)
       status("not sent (" + std::to_string(line.errorCode) + "): " + line.text);
+    if (line.delivery == KXCSDelivery::Unconfirmed)
+      status("not confirmed yet, sent again (" + std::to_string(line.errorCode) +
+             "): " + line.text);
   }
 
   std::shared_ptr<KXCustomerServiceConfig> config;

@@ -85,6 +85,7 @@ class Author(enum.IntEnum):
     ROBOT = 1
     AGENT = 2
     NOTICE = 3
+    LEAVE_MESSAGE_INVITATION = 4  # the desk invites a message: show the form
 
 
 class Delivery(enum.IntEnum):

@@ -1,5 +1,7 @@
 #include "QuorXmlStream.h"
 
+#include <dlfcn.h>
+
 #include <expat.h>
 
 #include <algorithm>
@@ -29,9 +31,16 @@ QuorXmlStream::~QuorXmlStream() = default;
 void QuorXmlStream::reset() {
   if (parser_->xml) XML_ParserFree(parser_->xml);
   parser_->xml = XML_ParserCreate("UTF-8");
-#ifdef QUOR_CS_EXPAT_HAS_REPARSE_DEFERRAL
   // Every stanza is handed on as soon as its bytes are here, not when the next read comes.
+#ifdef QUOR_CS_EXPAT_HAS_REPARSE_DEFERRAL
   XML_SetReparseDeferralEnabled(parser_->xml, XML_FALSE);
+#else
+  // Built with headers that lack the switch, the running library may still defer (a security
+  // update backports it under the old version number): turned off where it exists.
+  using SetDeferral = XML_Bool (*)(XML_Parser, XML_Bool);
+  static const auto setDeferral =
+      reinterpret_cast<SetDeferral>(::dlsym(RTLD_DEFAULT, "XML_SetReparseDeferralEnabled"));
+  if (setDeferral) setDeferral(parser_->xml, XML_FALSE);
 #endif
   XML_SetUserData(parser_->xml, this);
   XML_SetElementHandler(

@@ -11,6 +11,9 @@ enum class KXCSMessageAuthor {
   Robot,     // a text of the desk while no agent serves (the robot's greeting among them)
   Agent,     // a text of the desk while a human agent serves (the agent's greeting among them)
   Notice,    // a notice shown to the customer: the desk's closing text, a refusal
+  // The desk invites the customer to leave a message (KX:CsPLM; the text is its invitation):
+  // show the leave-message form (KXCSService::leaveMessage()).
+  LeaveMessageInvitation,
 };
 
 // Where a line stands. The desk's lines are Received; the customer's are Sending until the

@@ -5,5 +5,7 @@ public enum Author {
   CUSTOMER,
   ROBOT,
   AGENT,
-  NOTICE
+  NOTICE,
+  /** The desk invites the customer to leave a message: show the form. */
+  LEAVE_MESSAGE_INVITATION
 }
