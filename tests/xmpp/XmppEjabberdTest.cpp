@@ -88,5 +88,53 @@ TEST_F(XmppEjabberd, ADeadLinkIsNoticedAndWhatWasSaidMeanwhileArrivesOnce) {
   host->logout();
 }
 
+// Two nodes of one cluster: the customer on one, the desk on the other.
+TEST(XmppEjabberdCluster, ACustomerOnOneNodeIsServedByTheDeskOnTheOther) {
+  const std::string deskJid = QuorDeskJid::toJid("quor-shop", "localhost");
+  const std::string deskAccount = deskJid.substr(0, deskJid.find('@'));
+  QuorPrivateServer::Options options;
+  options.software = QuorPrivateServer::Software::Ejabberd;
+  options.nodes = 2;
+  options.accounts = {{"alice", "alice-pw"}, {deskAccount, "desk-pw"}};
+  std::string error;
+  auto cluster = QuorPrivateServer::start(options, &error);
+  ASSERT_TRUE(cluster) << error;
+  ASSERT_NE(cluster->account("alice", "alice-pw", 1).port, cluster->port());
+
+  QuorXmppDesk desk(QuorDeskSimulator::defaultProfile(),
+                    cluster->account(deskAccount, "desk-pw", 0));
+  desk.start();
+  ASSERT_TRUE(desk.waitUntilOnline(kPatience));
+  QuorXmppHost::Options hostOptions;
+  hostOptions.connection = cluster->account("alice", "alice-pw", 1);
+  auto host = QuorXmppHost::create(hostOptions, &error);
+  ASSERT_TRUE(host) << error;
+  host->setLogSink(nullptr, 0);
+  host->install();
+  host->loadExtensionModule();
+  std::vector<std::string> shown;
+  host->addMessageListener(
+      [&shown](const std::shared_ptr<KXMessage>& message) { shown.push_back(textOf(message)); });
+  host->connect();
+  ASSERT_TRUE(host->waitUntilOnline(kPatience));
+
+  auto service = KXCSService::make("quor-shop", std::weak_ptr<KXCSServiceObserver>());
+  ASSERT_EQ(service->start(nullptr, std::chrono::seconds(10)), KXCSServiceResult::Done);
+  const auto until = [&](const std::function<bool()>& done) {
+    const auto deadline = std::chrono::steady_clock::now() + kPatience;
+    while (!done() && std::chrono::steady_clock::now() < deadline)
+      host->mainRunLoop().runOnce(std::chrono::milliseconds(10));
+    return done();
+  };
+  ASSERT_TRUE(until([&] { return service->status().state == KXCSServiceState::Robot; }));
+  ASSERT_EQ(service->sendText("where is my order?"), KXCSServiceResult::Done);
+  ASSERT_TRUE(until([&] { return shown.size() >= 2; }));
+  EXPECT_EQ(shown[1], "Orders ship within 24 hours; you can follow yours under Me > Orders.");
+  service.reset();
+  host->logout();
+  QuorHostBase::uninstall();
+  desk.stop();
+}
+
 }  // namespace
 }  // namespace quor::test

@@ -6,6 +6,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cctype>
 #include <chrono>
 #include <cstdio>
@@ -145,7 +146,13 @@ std::unique_ptr<QuorPrivateServer> QuorPrivateServer::start(Options options, std
 }
 
 QuorPrivateServer::~QuorPrivateServer() {
-  stop();
+  // Its data goes with the directory: ejabberd need not write it out first.
+  if (options_.software == Software::Ejabberd) {
+    kill();
+  } else {
+    stop();
+  }
+  epmd_.reset();
   janitor_.reset();
   if (!directory_.empty()) {
     std::error_code ignored;
@@ -224,14 +231,17 @@ bool QuorPrivateServer::writeConfiguration(std::string* error) const {
   return true;
 }
 
-bool QuorPrivateServer::writeEjabberdConfiguration(std::string* error) const {
-  std::ofstream config(directory_ + "/ejabberd.yml", std::ios::trunc);
+bool QuorPrivateServer::writeEjabberdConfiguration(const std::string& directory, int port,
+                                                   std::string* error) const {
+  std::error_code failed;
+  std::filesystem::create_directories(directory + "/spool", failed);
+  std::ofstream config(directory + "/ejabberd.yml", std::ios::trunc);
   // A stock configuration but for where it listens: stream management, the archive and offline
   // storage as a deployment has them.
   config << "loglevel: info\n"
          << "hosts:\n  - \"" << options_.domain << "\"\n"
          << "listen:\n"
-         << "  - port: " << port_ << "\n"
+         << "  - port: " << port << "\n"
          << "    ip: \"127.0.0.1\"\n"
          << "    module: ejabberd_c2s\n"
          << "    max_stanza_size: 262144\n"
@@ -243,48 +253,102 @@ bool QuorPrivateServer::writeEjabberdConfiguration(std::string* error) const {
          << "modules:\n"
          << "  mod_disco: {}\n  mod_ping: {}\n  mod_stream_mgmt: {}\n  mod_offline: {}\n"
          << "  mod_roster: {}\n  mod_mam:\n    default: always\n";
-  if (!config.flush()) {
+  if (failed || !config.flush()) {
     if (error) *error = "cannot write the configuration";
     return false;
   }
   return true;
 }
 
-bool QuorPrivateServer::launchEjabberd(std::string* error) {
+std::unique_ptr<QuorChildProcess> QuorPrivateServer::launchEjabberdNode(std::size_t node,
+                                                                        std::string* error) {
   const std::string libraries = ejabberdLibraries();
   if (libraries.empty()) {
     if (error) *error = "ejabberd is not installed (Debian's ejabberd package)";
-    return false;
+    return nullptr;
   }
-  if (!writeEjabberdConfiguration(error)) return false;
-  const std::string output = directory_ + "/server.log";
+  // The first node keeps its files in the server's directory, the others in node2, node3 ...
+  const std::string directory =
+      node == 0 ? directory_ : directory_ + "/node" + std::to_string(node + 1);
+  const int port = ports_[node];
+  if (!writeEjabberdConfiguration(directory, port, error)) return nullptr;
+  const std::string output = directory + "/server.log";
   const std::size_t logStart = QuorChildProcess::readFile(output).size();
-  // Registers the accounts of accounts.eterm at start and then every 100 ms, printing how many
-  // there are whenever that changes: addAccount() waits for its line.
-  const std::string accounts = directory_ + "/accounts.eterm";
-  const std::string eval =
-      "Register = fun() -> case file:consult(\"" + accounts +
-      "\") of {ok, As} -> [ejabberd_auth:try_register(U, " + erlangBinary(options_.domain) +
-      ", P) || {U, P} <- As], length(As); _ -> 0 end end, "
-      "First = Register(), io:format(\"quor: accounts ~p~n\", [First]), "
-      "spawn(fun() -> (fun Loop(Seen) -> timer:sleep(100), Now = Register(), "
-      "if Now =/= Seen -> io:format(\"quor: accounts ~p~n\", [Now]); true -> ok end, "
-      "Loop(Now) end)(First) end).";
-  server_ = QuorChildProcess::start(
-      {"env", "ERL_LIBS=" + libraries, "EJABBERD_CONFIG_PATH=" + directory_ + "/ejabberd.yml",
-       "EJABBERD_LOG_PATH=" + directory_ + "/ejabberd.log",
-       "ERL_CRASH_DUMP=" + directory_ + "/erl_crash.dump", "HOME=" + directory_, "erl", "-noinput",
-       "-mnesia", "dir", "\"" + directory_ + "/spool\"", "-s", "ejabberd", "-eval", eval},
-      output, error);
-  if (!server_) return false;
-  const std::string ready =
-      "Start accepting TCP connections at 127.0.0.1:" + std::to_string(port_) + " ";
-  if (server_->waitForOutput(ready, logStart, kEjabberdReadyTimeout, error) &&
-      server_->waitForOutput("quor: accounts ", logStart, kEjabberdReadyTimeout, error)) {
-    return true;
+  std::vector<std::string> arguments = {"env",
+                                        "ERL_LIBS=" + libraries,
+                                        "EJABBERD_CONFIG_PATH=" + directory + "/ejabberd.yml",
+                                        "EJABBERD_LOG_PATH=" + directory + "/ejabberd.log",
+                                        "ERL_CRASH_DUMP=" + directory + "/erl_crash.dump",
+                                        "HOME=" + directory_};
+  if (epmd_) arguments.push_back("ERL_EPMD_PORT=" + std::to_string(epmdPort_));
+  arguments.insert(arguments.end(),
+                   {"erl", "-noinput", "-mnesia", "dir", "\"" + directory + "/spool\""});
+  if (epmd_) {
+    // A node of a cluster: Erlang's distribution on loopback only, through this server's own
+    // epmd, with a cookie made for this server.
+    arguments.insert(arguments.end(),
+                     {"-sname", "quor" + std::to_string(node + 1) + "@localhost", "-setcookie",
+                      cookie_, "-kernel", "inet_dist_use_interface", "{127,0,0,1}"});
   }
-  server_.reset();
-  return false;
+  arguments.insert(arguments.end(), {"-s", "ejabberd", "-eval"});
+  std::string ready = "quor: accounts ";
+  if (node == 0) {
+    // Registers the accounts of accounts.eterm at start and then every 100 ms, printing how many
+    // there are whenever that changes: addAccount() waits for its line. The other nodes share
+    // the accounts through the cluster's database.
+    const std::string accounts = directory_ + "/accounts.eterm";
+    arguments.push_back(
+        "Register = fun() -> case file:consult(\"" + accounts +
+        "\") of {ok, As} -> [ejabberd_auth:try_register(U, " + erlangBinary(options_.domain) +
+        ", P) || {U, P} <- As], length(As); _ -> 0 end end, "
+        "First = Register(), io:format(\"quor: accounts ~p~n\", [First]), "
+        "spawn(fun() -> (fun Loop(Seen) -> timer:sleep(100), Now = Register(), "
+        "if Now =/= Seen -> io:format(\"quor: accounts ~p~n\", [Now]); true -> ok end, "
+        "Loop(Now) end)(First) end).");
+  } else {
+    ready = "quor: joined ok";
+    arguments.push_back(
+        "io:format(\"quor: joined ~p~n\", [catch "
+        "ejabberd_admin:join_cluster(<<\"quor1@localhost\">>)]).");
+  }
+  auto process = QuorChildProcess::start(arguments, output, error);
+  if (!process) return nullptr;
+  const std::string listening =
+      "Start accepting TCP connections at 127.0.0.1:" + std::to_string(port) + " ";
+  if (process->waitForOutput(listening, logStart, kEjabberdReadyTimeout, error) &&
+      process->waitForOutput(ready, logStart, kEjabberdReadyTimeout, error)) {
+    return process;
+  }
+  return nullptr;
+}
+
+bool QuorPrivateServer::launchEjabberd(std::string* error) {
+  if (options_.nodes > 1 && !epmd_) {
+    epmdPort_ = freePort();
+    cookie_ = "quor" + std::to_string(::getpid()) + "x" + std::to_string(epmdPort_);
+    epmd_ = QuorChildProcess::start(
+        {"epmd", "-port", std::to_string(epmdPort_), "-address", "127.0.0.1"},
+        directory_ + "/epmd.log", error);
+    if (!epmd_) return false;
+  }
+  ports_.resize(std::max<std::size_t>(options_.nodes, 1));
+  ports_[0] = port_;
+  for (std::size_t node = 1; node < ports_.size(); ++node) {
+    if (ports_[node] == 0) ports_[node] = freePort();
+  }
+  server_ = launchEjabberdNode(0, error);
+  if (!server_) return false;
+  nodes_.clear();
+  for (std::size_t node = 1; node < ports_.size(); ++node) {
+    auto joined = launchEjabberdNode(node, error);
+    if (!joined) {
+      server_.reset();
+      nodes_.clear();
+      return false;
+    }
+    nodes_.push_back(std::move(joined));
+  }
+  return true;
 }
 
 bool QuorPrivateServer::launch(std::string* error) {
@@ -303,13 +367,25 @@ bool QuorPrivateServer::launch(std::string* error) {
 }
 
 void QuorPrivateServer::kill() {
+  for (auto& node : nodes_) node->stop(SIGKILL);
+  nodes_.clear();
   if (server_) server_->stop(SIGKILL);
   server_.reset();
 }
 
 void QuorPrivateServer::stop() {
+  for (auto& node : nodes_) node->stop(SIGTERM, kStopTimeout);
+  nodes_.clear();
   if (server_) server_->stop(SIGTERM, kStopTimeout);
   server_.reset();
+}
+
+void QuorPrivateServer::killNode(std::size_t node) {
+  if (node == 0) {
+    if (server_) server_->stop(SIGKILL);
+    return;
+  }
+  if (node - 1 < nodes_.size() && nodes_[node - 1]) nodes_[node - 1]->stop(SIGKILL);
 }
 
 bool QuorPrivateServer::restart(std::string* error) {
@@ -317,13 +393,13 @@ bool QuorPrivateServer::restart(std::string* error) {
   return launch(error);
 }
 
-QuorXmppOptions QuorPrivateServer::account(const std::string& user,
-                                           const std::string& password) const {
+QuorXmppOptions QuorPrivateServer::account(const std::string& user, const std::string& password,
+                                           std::size_t node) const {
   QuorXmppOptions options;
   options.jid = jid(user);
   options.password = password;
   options.server = "127.0.0.1";
-  options.port = static_cast<uint16_t>(port_);
+  options.port = static_cast<uint16_t>(node < ports_.size() ? ports_[node] : port_);
   return options;
 }
 

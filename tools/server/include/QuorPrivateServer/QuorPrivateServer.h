@@ -3,6 +3,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "QuorPrivateServer/QuorChildProcess.h"
 #include "QuorXmppHost/QuorXmppOptions.h"
@@ -36,6 +37,10 @@ class QuorPrivateServer {
     // Prosody: load the stamping module (mod_quor_cs_stamp); off gives a stock server.
     // ejabberd is always stock.
     bool stampingModule = true;
+    // ejabberd: the number of nodes, joined into one cluster (Erlang's distribution on
+    // loopback, through an epmd of the server's own, on a free port); each node has its own
+    // client port (account(user, password, node)). Prosody has one.
+    std::size_t nodes = 1;
     // Prosody: require TLS, with a self-signed certificate for the domain made at start
     // (openssl). ejabberd offers no TLS.
     bool tls = false;
@@ -54,8 +59,10 @@ class QuorPrivateServer {
   int port() const { return port_; }
   // "user@domain"
   std::string jid(const std::string& user) const { return user + "@" + options_.domain; }
-  // How a client logs in to this server as `user`: on 127.0.0.1 and the server's port.
-  QuorXmppOptions account(const std::string& user, const std::string& password) const;
+  // How a client logs in to this server as `user`: on 127.0.0.1 and the port of `node` (the
+  // first node's by default).
+  QuorXmppOptions account(const std::string& user, const std::string& password,
+                          std::size_t node = 0) const;
   bool running() const { return server_ && server_->running(); }
   // The server process's id while it runs, else 0.
   pid_t pid() const { return server_ ? server_->pid() : 0; }
@@ -65,6 +72,8 @@ class QuorPrivateServer {
   bool addAccount(const std::string& user, const std::string& password);
   // Stops the server as a crash would (SIGKILL), keeping its data.
   void kill();
+  // Stops one node of a cluster as a crash would; the others go on.
+  void killNode(std::size_t node);
   // Stops the server cleanly (SIGTERM), keeping its data.
   void stop();
   // Starts a stopped server again on the same port with the same data; false with a reason.
@@ -81,8 +90,9 @@ class QuorPrivateServer {
   explicit QuorPrivateServer(Options options);
   bool launch(std::string* error);
   bool writeConfiguration(std::string* error) const;
-  bool writeEjabberdConfiguration(std::string* error) const;
+  bool writeEjabberdConfiguration(const std::string& directory, int port, std::string* error) const;
   bool launchEjabberd(std::string* error);
+  std::unique_ptr<QuorChildProcess> launchEjabberdNode(std::size_t node, std::string* error);
   bool makeCertificate(std::string* error) const;
 
   Options options_;
@@ -91,6 +101,12 @@ class QuorPrivateServer {
   std::size_t accountCount_ = 0;
   std::unique_ptr<QuorChildProcess> server_;
   std::unique_ptr<QuorChildProcess> janitor_;
+  // A cluster's other nodes, their client ports (the first node's too), and its epmd.
+  std::vector<std::unique_ptr<QuorChildProcess>> nodes_;
+  std::vector<int> ports_;
+  std::unique_ptr<QuorChildProcess> epmd_;
+  int epmdPort_ = 0;
+  std::string cookie_;
 };
 
 }  // namespace quor
