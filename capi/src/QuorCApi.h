@@ -65,6 +65,17 @@ inline void give(char** out, const std::optional<std::string>& text) noexcept {
   if (out) *out = text ? ownedCopy(*text) : nullptr;
 }
 
+// The one host the C layer installs at a time (a kit, a host written in C, an XMPP host): a
+// second one would take the library's interfaces from under the first's services. True when
+// `owner` holds it (it was free, or `owner` held it already).
+bool claimHost(const void* owner);
+// Frees the slot when `owner` holds it.
+void releaseHost(const void* owner);
+// One service per desk: a second would share the client's session of the desk with the first
+// and cut across its reports. True when `deskId` had none; forget it when the service goes.
+bool claimDesk(const std::string& deskId);
+void releaseDesk(const std::string& deskId);
+
 // The JSON text `text` parsed with the library's depth limit; absent when it does not parse.
 inline std::optional<KXDictionary> parsed(const char* text) {
   if (!text) return std::nullopt;

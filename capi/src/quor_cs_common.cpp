@@ -1,5 +1,41 @@
-// The C layer's version, names and memory.
+// The C layer's version, names, memory and the slots for its one host and one service per desk.
+#include <mutex>
+#include <unordered_set>
+
 #include "QuorCApi.h"
+
+namespace quor::capi {
+namespace {
+
+std::mutex slotsMutex;
+const void* hostOwner = nullptr;
+std::unordered_set<std::string> desksWithAService;
+
+}  // namespace
+
+bool claimHost(const void* owner) {
+  std::lock_guard<std::mutex> lock(slotsMutex);
+  if (hostOwner && hostOwner != owner) return false;
+  hostOwner = owner;
+  return true;
+}
+
+void releaseHost(const void* owner) {
+  std::lock_guard<std::mutex> lock(slotsMutex);
+  if (hostOwner == owner) hostOwner = nullptr;
+}
+
+bool claimDesk(const std::string& deskId) {
+  std::lock_guard<std::mutex> lock(slotsMutex);
+  return desksWithAService.insert(deskId).second;
+}
+
+void releaseDesk(const std::string& deskId) {
+  std::lock_guard<std::mutex> lock(slotsMutex);
+  desksWithAService.erase(deskId);
+}
+
+}  // namespace quor::capi
 
 extern "C" {
 
@@ -13,6 +49,8 @@ const char* quor_cs_result_name(int result) {
       return "ErrorMemory";
     case QUOR_CS_ERROR_INTERNAL:
       return "ErrorInternal";
+    case QUOR_CS_ERROR_STATE:
+      return "ErrorState";
     case QUOR_CS_OK:
       return "OK";
     default:

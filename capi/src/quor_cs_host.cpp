@@ -95,8 +95,9 @@ extern "C" {
 quor_cs_host* quor_cs_host_install(const quor_cs_host_functions* functions) {
   if (!functions) return nullptr;
   using namespace quor;
-  return capi::guardedValue<quor_cs_host*>(nullptr, [&] {
+  return capi::guardedValue<quor_cs_host*>(nullptr, [&]() -> quor_cs_host* {
     auto made = std::make_unique<quor_cs_host>();
+    if (!capi::claimHost(made.get())) return nullptr;
     made->host = std::make_shared<capi::CHost>(*functions);
     made->host->install();
     made->host->loadExtensionModule();
@@ -110,6 +111,7 @@ void quor_cs_host_uninstall(quor_cs_host* host) {
     quor::QuorHostBase::uninstall();
     return QUOR_CS_OK;
   });
+  quor::capi::releaseHost(host);
   delete host;
 }
 

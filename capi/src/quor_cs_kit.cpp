@@ -34,6 +34,17 @@ quor_cs_kit* quor_cs_kit_create(const char* profile_json, char** error) {
       return nullptr;
     }
     auto kit = std::make_unique<quor_cs_kit>();
+    if (!capi::claimHost(kit.get())) {
+      capi::give(error, std::string("another kit or host is installed: destroy it first"));
+      return nullptr;
+    }
+    // Given back if anything below throws.
+    struct Release {
+      quor_cs_kit* kit;
+      ~Release() {
+        if (kit) capi::releaseHost(kit);
+      }
+    } release{kit.get()};
     kit->host = std::make_shared<QuorLoopbackHost>();
     kit->host->install();
     kit->host->setLogSink(nullptr, 0);
@@ -41,6 +52,7 @@ quor_cs_kit* quor_cs_kit_create(const char* profile_json, char** error) {
     desk->attach(kit->host);
     kit->deskId = desk->deskId();
     kit->desk = std::move(desk);
+    release.kit = nullptr;
     return kit.release();
   });
 }
@@ -52,6 +64,7 @@ void quor_cs_kit_destroy(quor_cs_kit* kit) {
     quor::QuorLoopbackHost::uninstall();
     return QUOR_CS_OK;
   });
+  quor::capi::releaseHost(kit);
   delete kit;
 }
 

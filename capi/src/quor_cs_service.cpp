@@ -155,6 +155,7 @@ class CObserver : public KXCSServiceObserver {
 }  // namespace quor::capi
 
 struct quor_cs_service {
+  std::string deskId;
   std::shared_ptr<quor::capi::CObserver> observer;
   std::shared_ptr<quor::KXCSService> service;
   std::unique_ptr<quor::capi::StatusView> lastStatus;  // what quor_cs_service_status() showed
@@ -181,11 +182,18 @@ extern "C" {
 
 quor_cs_service* quor_cs_service_create(const char* desk_id, const quor_cs_observer* observer) {
   if (!desk_id || !observer) return nullptr;
-  return capi::guardedValue<quor_cs_service*>(nullptr, [&] {
-    auto made = std::make_unique<quor_cs_service>();
-    made->observer = std::make_shared<capi::CObserver>(*observer);
-    made->service = KXCSService::make(desk_id, made->observer);
-    return made.release();
+  return capi::guardedValue<quor_cs_service*>(nullptr, [&]() -> quor_cs_service* {
+    if (!capi::claimDesk(desk_id)) return nullptr;
+    try {
+      auto made = std::make_unique<quor_cs_service>();
+      made->deskId = desk_id;
+      made->observer = std::make_shared<capi::CObserver>(*observer);
+      made->service = KXCSService::make(desk_id, made->observer);
+      return made.release();
+    } catch (...) {
+      capi::releaseDesk(desk_id);
+      throw;
+    }
   });
 }
 
@@ -197,6 +205,7 @@ void quor_cs_service_destroy(quor_cs_service* service) {
     if (observer) observer->release();
     return QUOR_CS_OK;
   });
+  capi::releaseDesk(service->deskId);
   delete service;
 }
 

@@ -102,12 +102,14 @@ void quor_cs_xmpp_host_destroy(quor_cs_xmpp_host* host) {
     }
     return QUOR_CS_OK;
   });
+  capi::releaseHost(host);
   delete host;
 }
 
 int quor_cs_xmpp_host_connect(quor_cs_xmpp_host* host) {
   if (!host) return QUOR_CS_ERROR_ARGUMENT;
   return capi::guarded([host] {
+    if (!capi::claimHost(host)) return QUOR_CS_ERROR_STATE;
     if (!host->connected) {
       host->host->install();
       host->host->loadExtensionModule();

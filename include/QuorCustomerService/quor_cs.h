@@ -61,7 +61,8 @@ typedef enum quor_cs_result {
   QUOR_CS_NOT_RETRYABLE = 15,     /* retry of a line that is not failed or unconfirmed */
   QUOR_CS_ERROR_ARGUMENT = -1,    /* a required pointer is NULL, or a JSON text does not parse */
   QUOR_CS_ERROR_MEMORY = -2,      /* memory ran out */
-  QUOR_CS_ERROR_INTERNAL = -3     /* anything else; logged */
+  QUOR_CS_ERROR_INTERNAL = -3,    /* anything else; logged */
+  QUOR_CS_ERROR_STATE = -4        /* not now: another host is installed, the handle is gone */
 } quor_cs_result;
 
 /* The name of a result ("OK", "NotConnected", "ErrorArgument"); "?" for another value. */
@@ -189,8 +190,10 @@ typedef struct quor_cs_observer {
 
 typedef struct quor_cs_service quor_cs_service;
 
-/* A service for `desk_id` reporting to `observer` (copied). NULL when an argument is NULL or
- * memory ran out. Several services with different desks may run at once; keep one per desk. */
+/* A service for `desk_id` reporting to `observer` (copied). NULL when an argument is NULL,
+ * memory ran out, or a service for `desk_id` exists already (destroy it first: two would share
+ * the desk's session and cut across each other's reports). Several services with different
+ * desks may run at once. */
 QUOR_CS_C_API quor_cs_service* quor_cs_service_create(const char* desk_id,
                                                       const quor_cs_observer* observer);
 /* Ends a running service (the desk gets its suspend when it asked for one), calls the
@@ -245,7 +248,8 @@ typedef struct quor_cs_kit quor_cs_kit;
 
 /* Installs the loopback host with the library's module and attaches a desk simulator made
  * from `profile_json` (merged into the default profile; NULL: the default). NULL on a bad
- * profile, with the reason in *error (the caller's; may be NULL). One kit at a time. */
+ * profile or while another kit or host is installed, with the reason in *error (the caller's;
+ * may be NULL). One kit or host at a time. */
 QUOR_CS_C_API quor_cs_kit* quor_cs_kit_create(const char* profile_json, char** error);
 /* Uninstalls the host and frees the kit. Destroy the kit's services first. */
 QUOR_CS_C_API void quor_cs_kit_destroy(quor_cs_kit* kit);
@@ -296,8 +300,9 @@ typedef struct quor_cs_host_functions {
 
 /* Installs the host (copied) as the library's core client, logger and settings, with the
  * library's module loaded (register_type is called for its types). Main-thread work waits in
- * the host's queue for quor_cs_host_run_main(), unless the app installs a dispatcher after
- * this call. NULL when memory ran out. One host at a time. */
+ * the host's queue for quor_cs_host_run_main(), unless the app installs a dispatcher (before or
+ * after this call). NULL when memory ran out or another kit or host is installed. One host at a
+ * time. */
 QUOR_CS_C_API quor_cs_host* quor_cs_host_install(const quor_cs_host_functions* functions);
 /* Uninstalls and frees the host. Sends not yet completed stay valid handles: complete them. */
 QUOR_CS_C_API void quor_cs_host_uninstall(quor_cs_host* host);
@@ -329,7 +334,8 @@ QUOR_CS_C_API quor_cs_xmpp_host* quor_cs_xmpp_host_create(const char* options_js
  * services that used it first. */
 QUOR_CS_C_API void quor_cs_xmpp_host_destroy(quor_cs_xmpp_host* host);
 /* Installs the host as the library's (with the library's module) and logs in; it stays
- * connected, reconnecting, until logout. */
+ * connected, reconnecting, until logout. QUOR_CS_ERROR_STATE while another kit or host is
+ * installed. */
 QUOR_CS_C_API int quor_cs_xmpp_host_connect(quor_cs_xmpp_host* host);
 QUOR_CS_C_API void quor_cs_xmpp_host_logout(quor_cs_xmpp_host* host);
 /* 1 once online within `timeout_ms`, else 0 (at once when the login was refused or replaced). */

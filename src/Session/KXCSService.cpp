@@ -706,6 +706,8 @@ KXCSServiceResult KXCSService::end() {
 KXCSServiceResult KXCSService::sendText(const std::string& text) {
   const State now = core_->snapshot().state;
   if (!running(now) || now == State::Connecting) return Result::NotConnected;
+  // No host carries it (the app uninstalled its host, or a test's kit is gone).
+  if (!KXCoreClient::sharedCoreClient()) return Result::NotConnected;
   if (text.empty()) return Result::EmptyText;
   if (!KXUtf8::isValid(text)) return Result::InvalidText;
   auto content = KXTextMessage::messageWithContent(text);
@@ -726,6 +728,7 @@ KXCSServiceResult KXCSService::sendText(const std::string& text) {
 KXCSServiceResult KXCSService::retry(uint64_t sequence) {
   const State now = core_->snapshot().state;
   if (!running(now) || now == State::Connecting) return Result::NotConnected;
+  if (!KXCoreClient::sharedCoreClient()) return Result::NotConnected;
   KXCSConversationMessage before;
   uint64_t attempt;
   {

@@ -134,6 +134,11 @@ int main(void) {
       &error);
   CHECK(kit != NULL && error == NULL);
   if (!kit) return 1;
+  /* One kit or host at a time: a second would take the first's services from under them. */
+  CHECK(quor_cs_kit_create(NULL, &error) == NULL);
+  CHECK(error != NULL && strstr(error, "another kit or host") != NULL);
+  quor_cs_free(error);
+  error = NULL;
 
   memset(&s, 0, sizeof s);
   memset(&observer, 0, sizeof observer);
@@ -147,6 +152,7 @@ int main(void) {
   CHECK(quor_cs_service_create(NULL, &observer) == NULL);
   service = quor_cs_service_create(quor_cs_kit_desk_id(kit), &observer);
   CHECK(service != NULL);
+  CHECK(quor_cs_service_create(quor_cs_kit_desk_id(kit), &observer) == NULL); /* one per desk */
 
   /* Refused before the desk answered; bad arguments are errors, never crashes. */
   CHECK(quor_cs_service_send_text(service, "hello") == QUOR_CS_NOT_CONNECTED);
@@ -219,6 +225,17 @@ int main(void) {
   quor_cs_service_destroy(service);
   CHECK(s.released == 1);
   quor_cs_kit_destroy(kit);
+
+  /* With the kit gone nothing carries a text: refused, never a silent OK. */
+  kit = quor_cs_kit_create(NULL, &error);
+  CHECK(kit != NULL);
+  service = quor_cs_service_create(quor_cs_kit_desk_id(kit), &observer);
+  CHECK(service != NULL);
+  CHECK(quor_cs_service_start(service, NULL, 0) == QUOR_CS_OK);
+  quor_cs_kit_settle(kit);
+  quor_cs_kit_destroy(kit);
+  CHECK(quor_cs_service_send_text(service, "anyone?") == QUOR_CS_NOT_CONNECTED);
+  quor_cs_service_destroy(service);
 
   journey_on_the_apps_loop();
   if (failures)

@@ -178,3 +178,13 @@ def test_misuse_fails_loudly_and_loses_nothing(kit, capsys):
     kit.close()
     with pytest.raises(quor_cs.Closed):
         kit.settle()
+
+
+def test_one_kit_and_one_service_per_desk_at_a_time(kit):
+    with pytest.raises(RuntimeError, match="another kit or host"):
+        quor_cs.Kit()
+    with quor_cs.Service(kit.desk_id):
+        with pytest.raises(RuntimeError, match="open already"):
+            quor_cs.Service(kit.desk_id)
+    with quor_cs.Service(kit.desk_id):  # once the first is closed
+        pass

@@ -214,6 +214,8 @@ def _check(code: int) -> None:
         raise ValueError("quor_cs: a bad argument")
     if code == lib.QUOR_CS_ERROR_MEMORY:
         raise MemoryError("quor_cs: out of memory")
+    if code == lib.QUOR_CS_ERROR_STATE:
+        raise RuntimeError("quor_cs: not now: another kit or host is installed (close it first)")
     if code < 0:
         raise RuntimeError("quor_cs: " + ffi.string(lib.quor_cs_result_name(code)).decode())
     raise Refused(Result(code))
@@ -291,7 +293,8 @@ class Service:
         functions.on_unread_count_changed = _on_unread_count_changed
         self._service = lib.quor_cs_service_create(desk_id.encode("utf-8"), functions)
         if self._service == ffi.NULL:
-            raise MemoryError("quor_cs: the service could not be made")
+            raise RuntimeError(f"quor_cs: a service for desk {desk_id!r} is open already: "
+                               "close it first")
 
     def close(self) -> None:
         """Ends a running service; nothing is reported afterwards."""
@@ -400,6 +403,8 @@ class Kit:
         if self._kit == ffi.NULL:
             problem = _text(error[0])
             lib.quor_cs_free(error[0])
+            if problem.startswith("another kit or host"):
+                raise RuntimeError("quor_cs: " + problem)
             raise ValueError("quor_cs: " + problem)
 
     @property

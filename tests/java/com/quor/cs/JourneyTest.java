@@ -124,6 +124,15 @@ public class JourneyTest {
   }
 
   @Test
+  public void oneKitAndOneServicePerDeskAtATime() {
+    assertThrows(IllegalStateException.class, () -> new Kit());
+    try (Service first = new Service(kit.deskId(), new Screen())) {
+      assertThrows(IllegalStateException.class, () -> new Service(kit.deskId(), new Screen()));
+    }
+    new Service(kit.deskId(), new Screen()).close();  // once the first is closed
+  }
+
+  @Test
   public void badInputThrowsAndNothingIsLost() {
     assertThrows(IllegalArgumentException.class, () -> new Kit("{not json"));
     assertThrows(IllegalArgumentException.class, () -> new Service(null, new Screen()));

@@ -13,7 +13,9 @@ public final class InstalledHost extends NativeHandle {
   public static InstalledHost install(Host host) {
     if (host == null) throw new IllegalArgumentException("host");
     long handle = Native.hostInstall(new HostBridge(host));
-    if (handle == 0) throw new OutOfMemoryError("the host could not be installed");
+    if (handle == 0) {
+      throw new IllegalStateException("another kit or host is installed: close it first");
+    }
     return new InstalledHost(handle);
   }
 

@@ -21,7 +21,9 @@ public final class Kit extends NativeHandle {
     byte[][] error = new byte[1][];
     long handle = Native.kitCreate(Utf8.bytes(profileJson), error);
     if (handle == 0) {
-      throw new IllegalArgumentException(error[0] == null ? "no kit" : Utf8.text(error[0]));
+      String reason = error[0] == null ? "no kit" : Utf8.text(error[0]);
+      if (reason.startsWith("another kit or host")) throw new IllegalStateException(reason);
+      throw new IllegalArgumentException(reason);
     }
     return handle;
   }

@@ -110,6 +110,9 @@ final class Native {
     if (code > 0 && code < Result.values().length) throw new RefusedException(Result.of(code));
     if (code == -1) throw new IllegalArgumentException("a required argument is missing or invalid");
     if (code == -2) throw new OutOfMemoryError("the library ran out of memory");
+    if (code == -4) {
+      throw new IllegalStateException("not now: another kit or host is installed (close it first)");
+    }
     throw new IllegalStateException("the library failed (code " + code + "); see its log");
   }
 }

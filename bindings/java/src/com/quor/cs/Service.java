@@ -17,7 +17,10 @@ public final class Service extends NativeHandle {
   private static long create(String deskId, Observer observer) {
     if (deskId == null || observer == null) throw new IllegalArgumentException("deskId, observer");
     long handle = Native.serviceCreate(Utf8.bytes(deskId), new ObserverBridge(observer));
-    if (handle == 0) throw new OutOfMemoryError("the service could not be made");
+    if (handle == 0) {
+      throw new IllegalStateException(
+          "a service for desk " + deskId + " is open already: close it first");
+    }
     return handle;
   }
 
