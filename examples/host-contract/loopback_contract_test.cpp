@@ -33,12 +33,14 @@ class DeskPeer : public QuorLoopbackPeer {
 
 class LoopbackSubject : public contract::QuorHostBaseSubject {
  public:
-  // `stampsNothing`: a broken host that confirms sends with sentTime 0, for the check that the
-  // contract catches it.
-  explicit LoopbackSubject(bool stampsNothing = false) : stampsNothing_(stampsNothing) {
+  // Broken hosts, for the checks that the contract catches them: one that confirms sends with
+  // sentTime 0, and one whose clock is an hour slow (its sends are stamped an hour before the
+  // desk's messages, which carry the server's time).
+  enum class Stamps { Right, Nothing, HourSlow };
+  explicit LoopbackSubject(Stamps stamps = Stamps::Right) : stamps_(stamps) {
     host_->connectPeer(peer_);
     adopt(*host_);
-    if (stampsNothing_) host_->setAutoConfirm(false);
+    if (broken()) host_->setAutoConfirm(false);
   }
   ~LoopbackSubject() override {
     host_->settle();
@@ -49,9 +51,9 @@ class LoopbackSubject : public contract::QuorHostBaseSubject {
     for (int round = 0; round < 1000; ++round) {
       if (failingCode_ && host_->confirmOldestSend(false, std::nullopt, *failingCode_)) {
         failingCode_.reset();
-        host_->setAutoConfirm(!stampsNothing_);
+        host_->setAutoConfirm(!broken());
       }
-      while (stampsNothing_ && !failingCode_ && host_->confirmOldestSend(true, int64_t{0}, 0)) {
+      while (broken() && !failingCode_ && host_->confirmOldestSend(true, brokenStamp(), 0)) {
       }
       host_->settle();
       if (done()) return true;
@@ -76,8 +78,17 @@ class LoopbackSubject : public contract::QuorHostBaseSubject {
   }
 
  private:
+  bool broken() const { return stamps_ != Stamps::Right; }
+  int64_t brokenStamp() const { return stamps_ == Stamps::Nothing ? 0 : serverTime() - 3600000; }
+  static int64_t serverTime() {
+    return std::chrono::duration_cast<std::chrono::milliseconds>(
+               std::chrono::system_clock::now().time_since_epoch())
+        .count();
+  }
+
   QuorWireMessage wire(const std::string& objectName, const std::string& body, bool offline) {
     QuorWireMessage message;
+    if (stamps_ == Stamps::HourSlow) message.sentTime = serverTime();
     message.objectName = objectName;
     message.targetId = deskId();
     message.senderUserId = deskId();
@@ -89,7 +100,7 @@ class LoopbackSubject : public contract::QuorHostBaseSubject {
   std::shared_ptr<QuorLoopbackHost> host_ = std::make_shared<QuorLoopbackHost>();
   std::shared_ptr<DeskPeer> peer_ = std::make_shared<DeskPeer>();
   std::optional<int64_t> failingCode_;
-  const bool stampsNothing_;
+  const Stamps stamps_;
 };
 
 }  // namespace
@@ -106,10 +117,14 @@ INSTANTIATE_TEST_SUITE_P(Loopback, QuorHostContract,
 
 // A broken host that confirms its sends with sentTime 0: run only by the checks that expect it
 // to fail (the contract must catch it).
-std::unique_ptr<quor::contract::QuorHostContractSubject> makeBrokenLoopback() {
-  return std::make_unique<LoopbackSubject>(true);
+std::unique_ptr<quor::contract::QuorHostContractSubject> makeStampsNothing() {
+  return std::make_unique<LoopbackSubject>(LoopbackSubject::Stamps::Nothing);
 }
-INSTANTIATE_TEST_SUITE_P(BrokenStamps, QuorHostContract,
-                         ::testing::Values(quor::contract::QuorHostContractFactory{
-                             "StampsNothing", makeBrokenLoopback}),
-                         quor::contract::contractName);
+std::unique_ptr<quor::contract::QuorHostContractSubject> makeHourSlow() {
+  return std::make_unique<LoopbackSubject>(LoopbackSubject::Stamps::HourSlow);
+}
+INSTANTIATE_TEST_SUITE_P(
+    BrokenStamps, QuorHostContract,
+    ::testing::Values(quor::contract::QuorHostContractFactory{"StampsNothing", makeStampsNothing},
+                      quor::contract::QuorHostContractFactory{"ClockAnHourSlow", makeHourSlow}),
+    quor::contract::contractName);

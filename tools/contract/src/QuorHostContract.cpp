@@ -73,6 +73,14 @@ std::shared_ptr<KXMessageContent> text(const std::string& content) {
   return KXTextMessage::messageWithContent(content);
 }
 
+// A record or a body as words, for failure messages.
+std::string describe(const std::shared_ptr<KXMessage>& message) {
+  if (!message) return "no record";
+  return "the record of " + message->objectName().value_or("(no object name)") + " with id " +
+         std::to_string(message->messageId());
+}
+std::string describe(const KXData& body) { return body ? "'" + *body + "'" : "no body"; }
+
 TEST_P(QuorHostContract, ReceivedTypesDecodeIntoAFreshInstanceByObjectName) {
   subject->core().registerMessageType(KXMessageContentType::of<ContractProbe>());
   Shown shown;
@@ -85,11 +93,14 @@ TEST_P(QuorHostContract, ReceivedTypesDecodeIntoAFreshInstanceByObjectName) {
   auto* first = dynamic_cast<ContractProbe*>(shown.messages[0]->content().get());
   auto* second = dynamic_cast<ContractProbe*>(shown.messages[1]->content().get());
   ASSERT_TRUE(first && second);
-  EXPECT_NE(first, second);
-  EXPECT_EQ(first->body, R"({"n":1})");
-  EXPECT_EQ(second->body, R"({"n":2})");
-  EXPECT_EQ(first->decodes, 1);
-  EXPECT_EQ(shown.messages[2]->objectName(), "QuorTest:Unknown");  // kept, not dropped
+  EXPECT_NE(first, second) << "two messages were decoded into one instance: make a fresh one "
+                              "with the registered type's create() for each";
+  EXPECT_EQ(first->body, R"({"n":1})") << "the first probe's body is " << describe(first->body);
+  EXPECT_EQ(second->body, R"({"n":2})") << "the second probe's body is " << describe(second->body);
+  EXPECT_EQ(first->decodes, 1) << "decodeWithData() ran " << first->decodes
+                               << " times for one message: it must run once";
+  EXPECT_EQ(shown.messages[2]->objectName(), "QuorTest:Unknown")
+      << "a message of a type nobody registered must still reach the listeners, kept as it came";
   auto* greeting = dynamic_cast<KXTextMessage*>(shown.messages[3]->content().get());
   ASSERT_TRUE(greeting);
   EXPECT_EQ(greeting->content(), "hello");
@@ -124,20 +135,31 @@ TEST_P(QuorHostContract, SendClosuresRunExactlyOnceWithIdsAndCodesUnchanged) {
     return successes + recordSuccesses + errors >= 3 && subject->deskReceived().size() >= 3;
   }));
   std::this_thread::sleep_for(std::chrono::milliseconds(100));  // a second report would come now
-  EXPECT_EQ(successes, 1);
-  EXPECT_EQ(recordSuccesses, 1);
-  EXPECT_EQ(errors, 1);
-  EXPECT_EQ(sentId, record->messageId());
-  EXPECT_EQ(failedId, failing->messageId());
-  EXPECT_EQ(failedCode, failure.code);
-  ASSERT_TRUE(confirmed);
+  EXPECT_EQ(successes, 1) << "the success closures ran " << successes
+                          << " times for one successful send: each send calls one closure once";
+  EXPECT_EQ(recordSuccesses, 1) << "the record-passing success closure ran " << recordSuccesses
+                                << " times: it must run once";
+  EXPECT_EQ(errors, 1) << "the error closures ran " << errors
+                       << " times for one failing send: it must run once";
+  EXPECT_EQ(sentId, record->messageId()) << "the success closure got id " << sentId
+                                         << ", but sendMessage returned " << describe(record);
+  EXPECT_EQ(failedId, failing->messageId()) << "the error closure got id " << failedId
+                                            << ", but sendMessage returned " << describe(failing);
+  EXPECT_EQ(failedCode, failure.code) << "the error closure got code " << failedCode
+                                      << ": the host's own code must reach the library unchanged";
+  ASSERT_TRUE(confirmed) << "the record-passing success closure got no record";
   EXPECT_THAT(subject->deskReceived(), ElementsAre("KX:TxtMsg", "KX:TxtMsg", "KX:TxtMsg"));
 }
 
 // The library orders the desk's answers against its handshake by the record's sentTime as the
-// success closure sees it: it must be set, before the closure runs, and not after a reply the
-// desk sent later.
+// success closure sees it: it must be set before the closure runs, on the clock the desk's
+// messages carry (the server's): not before a message the desk sent earlier (a slow clock would
+// let a stale answer through), not after a reply the desk sent later (a fast one would drop it).
 TEST_P(QuorHostContract, ASuccessClosureSeesTheSentTimeWhichNoLaterReplyPrecedes) {
+  Shown shown;
+  listen(*subject, shown);
+  subject->deskSends("KX:TxtMsg", R"({"content":"earlier"})");
+  ASSERT_TRUE(subject->runMainUntil([&] { return shown.size() >= 1; }));
   std::atomic<int64_t> stampSeen{-1};
   subject->core().sendMessageSuccessBlock(
       KXConversationTypeCustomerService, subject->deskId(), text("handshake"), std::nullopt,
@@ -145,12 +167,20 @@ TEST_P(QuorHostContract, ASuccessClosureSeesTheSentTimeWhichNoLaterReplyPrecedes
       nullptr);
   ASSERT_TRUE(
       subject->runMainUntil([&] { return stampSeen >= 0 && !subject->deskReceived().empty(); }));
-  EXPECT_GT(stampSeen, 0) << "the record's sentTime was not set when the success closure ran";
-  Shown shown;
-  listen(*subject, shown);
+  ASSERT_GT(stampSeen, 0) << "the record's sentTime was " << stampSeen
+                          << " when the success closure ran: it must be the send's time, set "
+                             "before the closure runs";
   subject->deskSends("KX:TxtMsg", R"({"content":"reply"})");
-  ASSERT_TRUE(subject->runMainUntil([&] { return shown.size() >= 1; }));
-  EXPECT_LE(stampSeen, shown.messages[0]->sentTime());
+  ASSERT_TRUE(subject->runMainUntil([&] { return shown.size() >= 2; }));
+  const int64_t earlier = shown.messages[0]->sentTime();
+  const int64_t reply = shown.messages[1]->sentTime();
+  EXPECT_GE(stampSeen, earlier) << "the send was stamped " << (earlier - stampSeen) / 1000
+                                << " s before a message the desk had sent earlier: the host's "
+                                   "clock is slow; stamp sends with the server's time";
+  EXPECT_LE(stampSeen, reply) << "the send was stamped " << (stampSeen - reply) / 1000
+                              << " s after the reply the desk sent later: the host's clock is "
+                                 "fast, and the library would drop that reply as older than its "
+                                 "handshake; stamp sends with the server's time";
 }
 
 // What every duty above adds up to: a real start through the library reaches the robot.
@@ -172,7 +202,11 @@ TEST_P(QuorHostContract, AStartThroughTheLibraryReachesTheRobot) {
                                  R"("robotName":"Ava","robotWelcome":"Hello"}})");
   subject->runMainUntil([&] { return screen->states.size() >= 3; });
   EXPECT_THAT(screen->states, ElementsAre(KXCSServiceState::Connecting, KXCSServiceState::Connected,
-                                          KXCSServiceState::Robot));
+                                          KXCSServiceState::Robot))
+      << "the desk's answer did not start the service: the library takes it only when its "
+         "sentTime is not older than the handshake's, which the success closure must see set (see "
+         "ASuccessClosureSeesTheSentTimeWhichNoLaterReplyPrecedes), and only when the host offers "
+         "it to the module";
   service->end();
   subject->runMainUntil([&] { return screen->states.size() >= 4; });
 }
@@ -194,9 +228,13 @@ TEST_P(QuorHostContract, AnInsertedRecordIsDeliveredByTheFakeReceiveWithItsValue
   memory->setReceivedStatus(KXReceivedStatusRead);
   subject->core().onReceiveFakeMessage(memory);
   ASSERT_TRUE(subject->runMainUntil([&] { return shown.size() >= 2; }));
-  EXPECT_EQ(shown.messages[0], record);
-  EXPECT_EQ(shown.messages[1], memory);
-  EXPECT_EQ(shown.messages[1]->messageId(), 0);
+  EXPECT_TRUE(shown.messages[0] == record)
+      << "the listeners got " << describe(shown.messages[0]) << ", not the inserted "
+      << describe(record) << ": hand on the very record onReceiveFakeMessage() was given";
+  EXPECT_TRUE(shown.messages[1] == memory)
+      << "the listeners got " << describe(shown.messages[1])
+      << ", not the unstored notice (id 0) the library handed on";
+  EXPECT_EQ(shown.messages[1]->messageId(), 0) << "an unstored notice keeps message id 0";
   EXPECT_EQ(shown.messages[1]->messageDirection(), KXMessageDirectionReceive);
 }
 
@@ -210,7 +248,9 @@ TEST_P(QuorHostContract, SignalAndHeldMessagesNeverReachTheListeners) {
   ASSERT_TRUE(subject->runMainUntil([&] { return shown.size() >= 1; }));
   std::this_thread::sleep_for(std::chrono::milliseconds(50));
   subject->runMainUntil([] { return true; });
-  ASSERT_EQ(shown.size(), 1u);
+  ASSERT_EQ(shown.size(), 1u) << "the listeners saw " << shown.size()
+                              << " messages: messages the module held and signal types must not "
+                                 "reach them, only the text";
   EXPECT_EQ(shown.messages[0]->objectName(), "KX:TxtMsg");
 }
 
