@@ -71,6 +71,10 @@ inline void give(char** out, const std::optional<std::string>& text) noexcept {
 bool claimHost(const void* owner);
 // Frees the slot when `owner` holds it.
 void releaseHost(const void* owner);
+// A host was installed or uninstalled (its own dispatcher with it, or none): the app's
+// dispatcher, when it set one, stays the library's, whatever the order of the two.
+void keepAppDispatcher();
+
 // One service per desk: a second would share the client's session of the desk with the first
 // and cut across its reports. True when `deskId` had none; forget it when the service goes.
 bool claimDesk(const std::string& deskId);

@@ -100,6 +100,7 @@ quor_cs_host* quor_cs_host_install(const quor_cs_host_functions* functions) {
     if (!capi::claimHost(made.get())) return nullptr;
     made->host = std::make_shared<capi::CHost>(*functions);
     made->host->install();
+    capi::keepAppDispatcher();
     made->host->loadExtensionModule();
     return made.release();
   });
@@ -109,6 +110,7 @@ void quor_cs_host_uninstall(quor_cs_host* host) {
   if (!host) return;
   quor::capi::guarded([] {
     quor::QuorHostBase::uninstall();
+    quor::capi::keepAppDispatcher();
     return QUOR_CS_OK;
   });
   quor::capi::releaseHost(host);

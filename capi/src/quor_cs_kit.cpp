@@ -47,6 +47,7 @@ quor_cs_kit* quor_cs_kit_create(const char* profile_json, char** error) {
     } release{kit.get()};
     kit->host = std::make_shared<QuorLoopbackHost>();
     kit->host->install();
+    capi::keepAppDispatcher();
     kit->host->setLogSink(nullptr, 0);
     kit->host->loadExtensionModule();
     desk->attach(kit->host);
@@ -62,6 +63,7 @@ void quor_cs_kit_destroy(quor_cs_kit* kit) {
   quor::capi::guarded([kit] {
     kit->host->settle();
     quor::QuorLoopbackHost::uninstall();
+    quor::capi::keepAppDispatcher();
     return QUOR_CS_OK;
   });
   quor::capi::releaseHost(kit);

@@ -28,7 +28,7 @@ class CDispatcher : public KXMainThreadDispatcher {
 struct Installed {
   std::mutex mutex;
   std::shared_ptr<KXMainThreadDispatcher> previous;
-  bool ours = false;
+  std::shared_ptr<KXMainThreadDispatcher> app;  // the app's, while it has one
 };
 Installed& installed() {
   static Installed* state = new Installed();  // never destroyed: tasks may run during exit
@@ -36,6 +36,15 @@ Installed& installed() {
 }
 
 }  // namespace
+
+void keepAppDispatcher() {
+  auto& state = installed();
+  std::lock_guard<std::mutex> lock(state.mutex);
+  if (!state.app) return;
+  state.previous = KXMainThreadDispatcher::shared();  // the host's, to go back to
+  KXMainThreadDispatcher::setShared(state.app);
+}
+
 }  // namespace quor::capi
 
 extern "C" {
@@ -46,13 +55,13 @@ void quor_cs_set_dispatcher(quor_cs_post_fn post, void* user) {
     auto& state = capi::installed();
     std::lock_guard<std::mutex> lock(state.mutex);
     if (!post) {
-      if (state.ours) KXMainThreadDispatcher::setShared(std::move(state.previous));
-      state.ours = false;
+      if (state.app) KXMainThreadDispatcher::setShared(std::move(state.previous));
+      state.app.reset();
       return QUOR_CS_OK;
     }
-    if (!state.ours) state.previous = KXMainThreadDispatcher::shared();
-    KXMainThreadDispatcher::setShared(std::make_shared<capi::CDispatcher>(post, user));
-    state.ours = true;
+    if (!state.app) state.previous = KXMainThreadDispatcher::shared();
+    state.app = std::make_shared<capi::CDispatcher>(post, user);
+    KXMainThreadDispatcher::setShared(state.app);
     return QUOR_CS_OK;
   });
 }

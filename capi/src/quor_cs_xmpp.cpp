@@ -99,6 +99,7 @@ void quor_cs_xmpp_host_destroy(quor_cs_xmpp_host* host) {
     if (host->connected) {
       host->host->logout();
       QuorHostBase::uninstall();
+      capi::keepAppDispatcher();
     }
     return QUOR_CS_OK;
   });
@@ -112,6 +113,7 @@ int quor_cs_xmpp_host_connect(quor_cs_xmpp_host* host) {
     if (!capi::claimHost(host)) return QUOR_CS_ERROR_STATE;
     if (!host->connected) {
       host->host->install();
+      capi::keepAppDispatcher();
       host->host->loadExtensionModule();
       host->connected = true;
     }

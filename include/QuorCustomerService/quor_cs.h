@@ -79,7 +79,8 @@ typedef struct quor_cs_task quor_cs_task;
  * a desktop loop). Called on any thread, never blocking for long. */
 typedef void (*quor_cs_post_fn)(void* user, quor_cs_task* task);
 
-/* Installs the app's dispatcher; the library's main-thread work goes through it from then on.
+/* Installs the app's dispatcher; the library's main-thread work goes through it from then on,
+ * whether a kit or host is installed before or after this call.
  * NULL `post` goes back to the installed host's (or the library's own run loop). */
 QUOR_CS_C_API void quor_cs_set_dispatcher(quor_cs_post_fn post, void* user);
 /* Runs a posted task on the calling (main) thread and frees it. Exactly once per task. */

@@ -86,19 +86,22 @@ static void settle_with(quor_cs_kit* kit, app_loop* loop) {
   }
 }
 
-/* With the app's dispatcher installed, the service reports through the app's tasks only. */
-static void journey_on_the_apps_loop(void) {
+/* With the app's dispatcher installed, before the kit or after it, the service reports through
+ * the app's tasks only. */
+static void journey_on_the_apps_loop(int dispatcher_first) {
   app_loop loop;
   screen s;
   quor_cs_observer observer;
-  quor_cs_kit* kit = quor_cs_kit_create("{\"serviceType\": 1}", NULL);
+  quor_cs_kit* kit;
   quor_cs_service* service;
   memset(&loop, 0, sizeof loop);
   memset(&s, 0, sizeof s);
   memset(&observer, 0, sizeof observer);
+  if (dispatcher_first) quor_cs_set_dispatcher(post_task, &loop);
+  kit = quor_cs_kit_create("{\"serviceType\": 1}", NULL);
   CHECK(kit != NULL);
   if (!kit) return;
-  quor_cs_set_dispatcher(post_task, &loop);
+  if (!dispatcher_first) quor_cs_set_dispatcher(post_task, &loop);
   observer.user = &s;
   observer.on_state_changed = on_state_changed;
   service = quor_cs_service_create(quor_cs_kit_desk_id(kit), &observer);
@@ -237,7 +240,8 @@ int main(void) {
   CHECK(quor_cs_service_send_text(service, "anyone?") == QUOR_CS_NOT_CONNECTED);
   quor_cs_service_destroy(service);
 
-  journey_on_the_apps_loop();
+  journey_on_the_apps_loop(0);
+  journey_on_the_apps_loop(1);
   if (failures)
     fprintf(stderr, "%d checks failed; states: %s\nlines: %s\n", failures, s.states, s.lines);
   return failures ? 1 : 0;
