@@ -108,47 +108,73 @@ quor_cs_message messageView(const KXCSConversationMessage& line) {
   return view;
 }
 
-// The app's function pointers behind the C++ observer interface. Runs on the main thread.
+// The app's function pointers behind the C++ observer interface. Runs on the main thread. A
+// callback may destroy its own service: nothing is called after that, and `release` comes once
+// the callback has returned (a closure of the library may hold several calls).
 class CObserver : public KXCSServiceObserver {
  public:
   explicit CObserver(const quor_cs_observer& functions) : f_(functions) {}
 
   void onStateChanged(const KXCSServiceStatus& status) override {
-    if (!f_.on_state_changed) return;
-    const StatusView view(status);
-    f_.on_state_changed(f_.user, &view.view);
+    call(f_.on_state_changed, [&](auto function) {
+      const StatusView view(status);
+      function(f_.user, &view.view);
+    });
   }
   void onRatingRequested(const KXString& dialogId) override {
-    if (f_.on_rating_requested)
-      f_.on_rating_requested(f_.user, dialogId ? dialogId->c_str() : nullptr);
+    call(f_.on_rating_requested,
+         [&](auto function) { function(f_.user, dialogId ? dialogId->c_str() : nullptr); });
   }
   void onEvaluationSettings(const KXDictionary& settings) override {
-    if (!f_.on_evaluation_settings) return;
-    const std::string json = settings.dump(-1, ' ', false, KXDictionary::error_handler_t::replace);
-    f_.on_evaluation_settings(f_.user, json.c_str());
+    call(f_.on_evaluation_settings, [&](auto function) {
+      const std::string json =
+          settings.dump(-1, ' ', false, KXDictionary::error_handler_t::replace);
+      function(f_.user, json.c_str());
+    });
   }
   void onMessageLeft(bool sent, int64_t value) override {
-    if (f_.on_message_left) f_.on_message_left(f_.user, sent ? 1 : 0, value);
+    call(f_.on_message_left, [&](auto function) { function(f_.user, sent ? 1 : 0, value); });
   }
   void onMessage(const KXCSConversationMessage& line) override {
-    if (!f_.on_message) return;
-    const quor_cs_message view = messageView(line);
-    f_.on_message(f_.user, &view);
+    call(f_.on_message, [&](auto function) {
+      const quor_cs_message view = messageView(line);
+      function(f_.user, &view);
+    });
   }
   void onMessageDelivery(const KXCSConversationMessage& line) override {
-    if (!f_.on_message_delivery) return;
-    const quor_cs_message view = messageView(line);
-    f_.on_message_delivery(f_.user, &view);
+    call(f_.on_message_delivery, [&](auto function) {
+      const quor_cs_message view = messageView(line);
+      function(f_.user, &view);
+    });
   }
   void onUnreadCountChanged(uint64_t unread) override {
-    if (f_.on_unread_count_changed) f_.on_unread_count_changed(f_.user, unread);
+    call(f_.on_unread_count_changed, [&](auto function) { function(f_.user, unread); });
   }
+  // The service is destroyed: no call from now on; `release` now, or when the running callback
+  // returns.
   void release() {
-    if (f_.release) f_.release(f_.user);
+    released_ = true;
+    if (depth_ == 0) releaseNow();
   }
 
  private:
+  template <class Function, class Call>
+  void call(Function function, Call&& invoke) {
+    if (!function || released_) return;
+    ++depth_;
+    invoke(function);
+    if (--depth_ == 0 && released_) releaseNow();
+  }
+  void releaseNow() {
+    if (releaseCalled_) return;
+    releaseCalled_ = true;
+    if (f_.release) f_.release(f_.user);
+  }
+
   const quor_cs_observer f_;
+  int depth_ = 0;  // callbacks running (main thread only)
+  bool released_ = false;
+  bool releaseCalled_ = false;
 };
 
 }  // namespace

@@ -172,7 +172,8 @@ typedef struct quor_cs_message {
 } quor_cs_message;
 
 /* What a service reports. Every function may be NULL. All run on the main thread, one at a
- * time, in order, and none after quor_cs_service_destroy() returned. */
+ * time, in order, and none after quor_cs_service_destroy() returned. A callback may destroy its
+ * own service: nothing is called after that, and release comes when that callback returns. */
 typedef struct quor_cs_observer {
   void* user;
   void (*on_state_changed)(void* user, const quor_cs_status* status);
@@ -185,7 +186,8 @@ typedef struct quor_cs_observer {
   void (*on_message)(void* user, const quor_cs_message* message);
   void (*on_message_delivery)(void* user, const quor_cs_message* message);
   void (*on_unread_count_changed)(void* user, uint64_t unread);
-  /* Called once by quor_cs_service_destroy(), after the last callback: free `user` here. */
+  /* Called once, after the last callback: by quor_cs_service_destroy(), or when the callback
+   * that destroyed the service returns. Free `user` here. */
   void (*release)(void* user);
 } quor_cs_observer;
 

@@ -117,6 +117,62 @@ static void journey_on_the_apps_loop(int dispatcher_first) {
   quor_cs_kit_destroy(kit);
 }
 
+/* A service that destroys itself in its own callback: nothing more is called, and release comes
+ * once, after that callback returned. */
+typedef struct self_destroying {
+  quor_cs_service* service;
+  int inside, destroyed, calls_after, released, released_inside;
+} self_destroying;
+
+static void destroy_on_message(void* user, const quor_cs_message* message) {
+  self_destroying* d = user;
+  (void)message;
+  if (d->destroyed) {
+    ++d->calls_after;
+    return;
+  }
+  d->inside = 1;
+  d->destroyed = 1;
+  quor_cs_service_destroy(d->service);
+  d->inside = 0;
+}
+
+static void count_after(void* user, uint64_t unread) {
+  self_destroying* d = user;
+  (void)unread;
+  if (d->destroyed) ++d->calls_after;
+}
+
+static void count_release(void* user) {
+  self_destroying* d = user;
+  ++d->released;
+  if (d->inside) d->released_inside = 1;
+}
+
+static void a_service_destroyed_in_its_own_callback(void) {
+  self_destroying d;
+  quor_cs_observer observer;
+  quor_cs_kit* kit = quor_cs_kit_create("{\"serviceType\": 1}", NULL);
+  CHECK(kit != NULL);
+  if (!kit) return;
+  memset(&d, 0, sizeof d);
+  memset(&observer, 0, sizeof observer);
+  observer.user = &d;
+  observer.on_message = destroy_on_message; /* the greeting; its unread count comes right after */
+  observer.on_unread_count_changed = count_after;
+  observer.release = count_release;
+  d.service = quor_cs_service_create(quor_cs_kit_desk_id(kit), &observer);
+  CHECK(quor_cs_service_start(d.service, NULL, 0) == QUOR_CS_OK);
+  quor_cs_kit_settle(kit);
+  quor_cs_kit_desk_say(kit, "anyone there?");
+  quor_cs_kit_settle(kit);
+  CHECK(d.destroyed == 1);
+  CHECK(d.calls_after == 0);
+  CHECK(d.released == 1);
+  CHECK(d.released_inside == 0);
+  quor_cs_kit_destroy(kit);
+}
+
 int main(void) {
   char* error = NULL;
   quor_cs_kit* kit;
@@ -242,6 +298,7 @@ int main(void) {
 
   journey_on_the_apps_loop(0);
   journey_on_the_apps_loop(1);
+  a_service_destroyed_in_its_own_callback();
   if (failures)
     fprintf(stderr, "%d checks failed; states: %s\nlines: %s\n", failures, s.states, s.lines);
   return failures ? 1 : 0;

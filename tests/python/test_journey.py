@@ -188,3 +188,28 @@ def test_one_kit_and_one_service_per_desk_at_a_time(kit):
             quor_cs.Service(kit.desk_id)
     with quor_cs.Service(kit.desk_id):  # once the first is closed
         pass
+
+
+def test_a_service_closed_in_its_own_callback_hears_nothing_more(kit):
+    class Closing(quor_cs.Observer):
+        def __init__(self):
+            self.after = 0
+            self.service = None
+
+        def on_message(self, message):
+            if self.service is None:
+                self.after += 1
+                return
+            service, self.service = self.service, None
+            service.close()
+
+        def on_unread_count_changed(self, unread):
+            self.after += self.service is None
+
+    observer = Closing()
+    observer.service = quor_cs.Service(kit.desk_id, observer)
+    observer.service.start()
+    kit.settle()
+    kit.desk_say("anyone there?")
+    kit.settle()
+    assert observer.service is None and observer.after == 0

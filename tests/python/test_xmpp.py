@@ -82,3 +82,19 @@ def test_a_wrong_password_is_reported_once_and_not_tried_again(server_port):
         assert not host.wait_online(10)  # returns as soon as the server refused
         assert host.status == quor_cs.XmppStatus.REFUSED
         host.logout()
+
+
+def test_a_host_closed_before_its_services_leaves_the_next_kit_working(server_port, desk):
+    host = quor_cs.XmppHost("mei@localhost", "mei-pw", server="127.0.0.1", port=server_port)
+    host.connect()
+    assert host.wait_online(10)
+    early = quor_cs.Service(desk, Screen())
+    early.start(timeout=15)  # closed before the desk answered
+    host.close()
+    early.close()
+    with quor_cs.Kit() as kit:
+        screen = Screen()
+        with quor_cs.Service(kit.desk_id, screen) as service:
+            service.start(timeout=15)
+            kit.settle()
+            assert screen.states[-1] == quor_cs.State.ROBOT

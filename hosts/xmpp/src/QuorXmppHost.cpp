@@ -254,23 +254,29 @@ QuorMessageStore::Insert QuorXmppHost::store(QuorStoredMessage& stored,
   const auto inserted = store_->insert(stored, originKey);
   if (inserted != QuorMessageStore::Insert::Failed) return inserted;
   // Never a silent loss: the log says it at error level and the app hears it.
+  tellStoreError("cannot store a message of " + stored.targetId, record);
+  return inserted;
+}
+
+void QuorXmppHost::tellStoreError(const std::string& what,
+                                  const std::shared_ptr<KXMessage>& record) {
   const std::string reason = store_->lastError();
-  writeEntry({threadName(), KXLogLevelError, 0, "QuorXmppHost",
-              "cannot store a message of " + stored.targetId + ": " + reason});
+  writeEntry({threadName(), KXLogLevelError, 0, "QuorXmppHost", what + ": " + reason});
   StoreErrorListener listener;
   {
     std::lock_guard<std::mutex> lock(mutex_);
     listener = storeErrorListener_;
   }
   if (listener) post([listener, record, reason] { listener(record, reason); });
-  return inserted;
 }
 
 void QuorXmppHost::keepOutcome(int64_t id, QuorDeliveryStatus status, int64_t sentTime) {
   if (store_->setOutcome(id, status, sentTime)) return;
-  writeEntry(
-      {threadName(), KXLogLevelError, 0, "QuorXmppHost",
-       "cannot store the outcome of message " + std::to_string(id) + ": " + store_->lastError()});
+  // The message stays Pending in the store, and the next run sends it again under its id (the
+  // desk takes it once); the app hears that its outcome was not kept.
+  const auto stored = store_->find(id);
+  tellStoreError("cannot store the outcome of message " + std::to_string(id),
+                 stored ? recordOf(*stored) : nullptr);
 }
 
 void QuorXmppHost::setStoreErrorListener(StoreErrorListener listener) {

@@ -110,7 +110,8 @@ class QuorXmppHost : public QuorHostBase, private QuorXmppConnection::Events {
 
   // Hears every message that should have been stored and could not be (a full disk, say), with
   // the store's reason, on the main thread; the message is shown and sent as usual, with
-  // message id 0. The log has an error entry for each too.
+  // message id 0. Also a sent message whose outcome could not be stored (it stays Pending and
+  // the next run sends it again under its id). The log has an error entry for each too.
   using StoreErrorListener =
       std::function<void(const std::shared_ptr<KXMessage>& message, const std::string& reason)>;
   void setStoreErrorListener(StoreErrorListener listener);
@@ -160,6 +161,8 @@ class QuorXmppHost : public QuorHostBase, private QuorXmppConnection::Events {
   // Writes again, once online, the stored sends an earlier run left Pending.
   void sendUnsent();
   void keepOutcome(int64_t id, QuorDeliveryStatus status, int64_t sentTime);
+  // Logs a failed write of the store at error level and tells the store error listener.
+  void tellStoreError(const std::string& what, const std::shared_ptr<KXMessage>& record);
   QuorXmppPayload payloadOf(const QuorStoredMessage& stored) const;
   // Hands a payload to the connection and its outcome to `pending` and the store, on the
   // delivery thread. `writtenBefore`: an earlier copy was written, so a copy that is not

@@ -133,6 +133,35 @@ public class JourneyTest {
   }
 
   @Test
+  public void aServiceClosedInItsOwnCallbackHearsNothingMore() {
+    int[] after = {0};
+    Service[] service = new Service[1];
+    service[0] = new Service(kit.deskId(), new Observer() {
+      @Override
+      public void onMessage(Message message) {
+        if (service[0] == null) {
+          ++after[0];
+          return;
+        }
+        Service closing = service[0];
+        service[0] = null;
+        closing.close();
+      }
+
+      @Override
+      public void onUnreadCountChanged(long unread) {
+        if (service[0] == null) ++after[0];
+      }
+    });
+    service[0].start();
+    kit.settle();
+    kit.deskSay("anyone there?");
+    kit.settle();
+    assertEquals(null, service[0]);
+    assertEquals(0, after[0]);
+  }
+
+  @Test
   public void badInputThrowsAndNothingIsLost() {
     assertThrows(IllegalArgumentException.class, () -> new Kit("{not json"));
     assertThrows(IllegalArgumentException.class, () -> new Service(null, new Screen()));
