@@ -363,8 +363,9 @@ QUOR_CS_C_API int quor_cs_xmpp_host_send_text(quor_cs_xmpp_host* host, const cha
                                               const char* text);
 /* One page of a desk's stored conversation, newest first, as a JSON array of {"messageId",
  * "objectName", "direction" (1 sent, 2 received), "sentTime", "status" ("pending", "sent",
- * "failed", "unconfirmed"), "text" (a text's, a notice's, a leave-message invitation's)}: at most `count` messages older than
- * `before_message_id` (0: from the newest). *history_json is the caller's (quor_cs_free). */
+ * "failed", "unconfirmed"), "text" (a text's, a notice's, a leave-message invitation's)}: at most
+ * `count` messages older than `before_message_id` (0: from the newest). *history_json is the
+ * caller's (quor_cs_free). */
 QUOR_CS_C_API int quor_cs_xmpp_host_history(quor_cs_xmpp_host* host, const char* desk_id,
                                             int64_t before_message_id, int count,
                                             char** history_json);
