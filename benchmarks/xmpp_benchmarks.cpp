@@ -451,8 +451,9 @@ int main(int argc, char** argv) {
   }
   server->addAccount(deskUser(), "pw");
   desk = QuorChildProcess::start(
-      {QUOR_CS_DESK_PROGRAM, "--jid", server->jid(deskUser()), "--password", "pw", "--server",
-       "127.0.0.1", "--port", std::to_string(server->port())},
+      {"env", "QUOR_CS_DESK_PASSWORD=pw", QUOR_CS_DESK_PROGRAM, "--jid", server->jid(deskUser()),
+       "--state", server->directory() + "/desk.sqlite", "--server", "127.0.0.1", "--port",
+       std::to_string(server->port())},
       "/dev/null", &error);
   // The desk reports on stderr, which goes nowhere here: wait until it is online instead.
   bool answered = false;

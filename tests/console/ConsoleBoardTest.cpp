@@ -8,13 +8,11 @@ namespace {
 
 using ::testing::ElementsAre;
 
-QuorWireMessage wire(const std::string& objectName, const std::string& body,
-                     const std::string& sender = "") {
-  QuorWireMessage message;
-  message.objectName = objectName;
-  message.body = body;
-  if (!sender.empty()) message.senderUserId = sender;
-  return message;
+// A message of `customer`'s session as the desk records it.
+QuorDeskStore::Record said(const std::string& customer, bool fromCustomer,
+                           const std::string& objectName, const std::string& body,
+                           const std::string& sender = "", const std::string& agent = "") {
+  return {customer, 1000, fromCustomer, objectName, body, sender, agent};
 }
 
 std::vector<std::string> texts(const KXDictionary& conversation) {
@@ -27,21 +25,18 @@ std::vector<std::string> texts(const KXDictionary& conversation) {
 TEST(ConsoleBoard, TheDesksMessagesMakeTheCustomersStateAndReadableLines) {
   QuorConsoleBoard board;
   const std::string mei = "mei@localhost";
-  board.record(mei, wire("KX:CsHs", R"({"userInfo":{"name":"梅"},"requestInfo":{"page":"o"}})"),
-               true);
-  board.record(mei, wire("KX:CsHsR", R"({"status":1,"data":{"robotWelcome":"Hi!"}})"), false);
-  board.record(mei, wire("KX:TxtMsg", R"({"content":"hi"})"), true);
-  board.record(mei, wire("KX:TxtMsg", R"({"content":"Hello","user":{"name":"Ava"}})", "shop"),
-               false);
-  board.record(mei, wire("KX:CsCha", R"({"groupid":"sales"})"), true);
+  board.record(said(mei, true, "KX:CsHs", R"({"userInfo":{"name":"梅"},"requestInfo":{"page":"o"}})"));
+  board.record(said(mei, false, "KX:CsHsR", R"({"status":1,"data":{"robotWelcome":"Hi!"}})"));
+  board.record(said(mei, true, "KX:TxtMsg", R"({"content":"hi"})"));
+  board.record(said(mei, false, "KX:TxtMsg", R"({"content":"Hello","user":{"name":"Ava"}})", "shop"));
+  board.record(said(mei, true, "KX:CsCha", R"({"groupid":"sales"})"));
   EXPECT_EQ(board.conversation(mei)["customer"]["state"], "waiting");
   EXPECT_GT(board.conversation(mei)["customer"]["waitingSince"].get<int64_t>(), 0);
-  board.noteTaken(mei, "Ada");
-  board.record(mei, wire("KX:CsChaR", R"({"code":200,"data":{"status":1}})"), false);
-  board.record(mei, wire("KX:CsEva", R"({"source":4,"suggest":"ok","type":"1"})"), true);
-  board.record(mei, wire("KX:CsLM", R"({"phone":"1"})"), true);
-  board.record(mei, wire("KX:CsEnd", R"({"code":0,"msg":"Bye"})"), false);
-  board.record(mei, wire("KX:TxtMsg", "not json"), true);  // kept as an empty line, not lost
+  board.record(said(mei, false, "KX:CsChaR", R"({"code":200,"data":{"status":1}})", "", "Ada"));
+  board.record(said(mei, true, "KX:CsEva", R"({"source":4,"suggest":"ok","type":"1"})"));
+  board.record(said(mei, true, "KX:CsLM", R"({"phone":"1"})"));
+  board.record(said(mei, false, "KX:CsEnd", R"({"code":0,"msg":"Bye"})"));
+  board.record(said(mei, true, "KX:TxtMsg", "not json"));  // kept as an empty line, not lost
   const KXDictionary conversation = board.conversation(mei);
   EXPECT_EQ(conversation["customer"]["name"], "梅");
   EXPECT_EQ(conversation["customer"]["state"], "ended");
@@ -66,16 +61,16 @@ TEST(ConsoleBoard, KeepsItsBoundsAndSendsAPageTooFarBehindToReload) {
   limits.eventsKept = 5;
   limits.customers = 4;
   QuorConsoleBoard board(limits);
-  for (int i = 0; i < 5; ++i) board.record("talker", wire("KX:TxtMsg", R"({"content":"x"})"), true);
+  for (int i = 0; i < 5; ++i) board.record(said("talker", true, "KX:TxtMsg", R"({"content":"x"})"));
   EXPECT_EQ(board.conversation("talker")["lines"].size(), 3u);
   for (const char* who : {"a", "b", "c"}) {
-    board.record(who, wire("KX:CsLM", "{}"), true);
-    board.record(who, wire("KX:CsSp", "{}"), true);
+    board.record(said(who, true, "KX:CsLM", "{}"));
+    board.record(said(who, true, "KX:CsSp", "{}"));
   }
   EXPECT_TRUE(board.conversation("a").is_null());  // the oldest finished went first
   EXPECT_FALSE(board.conversation("c").is_null());
   EXPECT_EQ(board.state()["inbox"].size(), 2u);
-  for (const char* who : {"d", "e"}) board.record(who, wire("KX:TxtMsg", "{}"), true);
+  for (const char* who : {"d", "e"}) board.record(said(who, true, "KX:TxtMsg", "{}"));
   EXPECT_EQ(board.state()["customers"].size(), 4u);  // at the limit: finished ones made room
 
   bool reload = false;

@@ -18,7 +18,7 @@ namespace {
 
 using ::testing::HasSubstr;
 
-const std::string kToken = "test-token-0123456789abcdef0123";
+const std::string kToken = "test-token-0123456789abcdef0123456";
 
 QuorXmppOptions unconnected() {
   QuorXmppOptions options;
@@ -39,10 +39,8 @@ class DeskConsole : public ::testing::Test {
   }
 
   void handshake(const std::string& customer, const std::string& name) {
-    QuorWireMessage message;
-    message.objectName = "KX:CsHs";
-    message.body = R"({"userInfo":{"name":")" + name + R"("}})";
-    console_->board().record(customer, message, true);
+    console_->board().record(
+        {customer, 1000, true, "KX:CsHs", R"({"userInfo":{"name":")" + name + R"("}})", "", ""});
   }
 
   QuorXmppDesk desk_{QuorDeskSimulator::defaultProfile(), unconnected()};
@@ -86,8 +84,8 @@ TEST_F(DeskConsole, AnswersEveryBadRequestWithAReason) {
       {deep, 400, "not a JSON object"},
       {"{}", 409, "log in with your name first"},
       {R"({"agent":5,"do":"take"})", 409, "log in with your name first"},
-      {R"({"agent":"Ada","customer":"nobody@localhost","do":"take"})", 409, "no longer with"},
-      {R"({"agent":"Ada","customer":"nobody@localhost","do":"dance"})", 409, "no longer with"},
+      {R"({"agent":"Ada","customer":"nobody@localhost","do":"take"})", 409, "not with the desk"},
+      {R"({"agent":"Ada","customer":"nobody@localhost","do":"dance"})", 409, "not with the desk"},
       {R"({"agent":"Ada","customer":"nobody@localhost","do":"read"})", 200, "\"ok\":true"},
   };
   for (const auto& c : cases) {

@@ -44,17 +44,19 @@ def server_port():
 class Desk:
     """The desk program with its console on a fixed port, so that a restart keeps the link."""
 
-    def __init__(self, server_port):
+    def __init__(self, server_port, state):
         self.server_port = server_port
+        self.state = state
         self.console_port = free_port()
         self.process = None
         self.link = None
 
     def start(self):
         self.process = subprocess.Popen(
-            [program("QUOR_CS_DESK_PROGRAM"), "--jid", "shop@localhost", "--password", "shop-pw",
+            [program("QUOR_CS_DESK_PROGRAM"), "--jid", "shop@localhost", "--state", self.state,
              "--server", "127.0.0.1", "--port", str(self.server_port),
-             "--console", f"127.0.0.1:{self.console_port}", "--console-token", TOKEN],
+             "--console", f"127.0.0.1:{self.console_port}"],
+            env={**os.environ, "QUOR_CS_DESK_PASSWORD": "shop-pw", "QUOR_CS_CONSOLE_TOKEN": TOKEN},
             stderr=subprocess.PIPE, text=True)
         for line in self.process.stderr:
             if "agent console at " in line:
@@ -75,8 +77,8 @@ class Desk:
 
 
 @pytest.fixture(scope="module")
-def desk(server_port):
-    made = Desk(server_port)
+def desk(server_port, tmp_path_factory):
+    made = Desk(server_port, str(tmp_path_factory.mktemp("desk") / "desk.sqlite"))
     made.start()
     try:
         yield made

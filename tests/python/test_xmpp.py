@@ -1,5 +1,6 @@
 """A customer in Python over a private XMPP server, against the desk program quor-cs-desk: what a
 desk builder runs to test a desk from Python."""
+import os
 import subprocess
 
 import pytest
@@ -15,11 +16,11 @@ def server_port():
 
 
 @pytest.fixture
-def desk(server_port):
+def desk(server_port, tmp_path):
     desk = subprocess.Popen(
-        [program("QUOR_CS_DESK_PROGRAM"), "--jid", "shop@localhost", "--password", "shop-pw",
-         "--server", "127.0.0.1", "--port", str(server_port)],
-        stderr=subprocess.PIPE, text=True)
+        [program("QUOR_CS_DESK_PROGRAM"), "--jid", "shop@localhost", "--state",
+         str(tmp_path / "desk.sqlite"), "--server", "127.0.0.1", "--port", str(server_port)],
+        env={**os.environ, "QUOR_CS_DESK_PASSWORD": "shop-pw"}, stderr=subprocess.PIPE, text=True)
     try:
         for line in desk.stderr:
             if "serving as" in line:

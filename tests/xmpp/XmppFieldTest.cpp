@@ -431,9 +431,9 @@ TEST_F(XmppField, ADeskForgetsIdleAndLeastRecentSessions) {
     ASSERT_TRUE(runUntil(*alice, [&] { return aliceShown.size() == 1; }));
     std::this_thread::sleep_for(c.pause);
     say(*bob, "quor-shop", "hello");
-    ASSERT_TRUE(runUntil(*bob, [&] { return desk->sessionOf(bob->bareJid()) != nullptr; }));
+    ASSERT_TRUE(runUntil(*bob, [&] { return desk->serves(bob->bareJid()); }));
     EXPECT_EQ(desk->customerCount(), 1u);
-    EXPECT_FALSE(desk->sessionOf(alice->bareJid()));
+    EXPECT_FALSE(desk->serves(alice->bareJid()));
     // A forgotten customer who writes again is served by a new session.
     say(*alice, "quor-shop", "where is my order?");
     ASSERT_TRUE(runUntil(*alice, [&] { return aliceShown.size() == 2; }));

@@ -36,7 +36,10 @@ TEST_P(XmppServiceTypes, StartTalkAndEnd) {
   say(*host, "quor-shop", "where is my order?");
   ASSERT_TRUE(shownReach(view, 2)) << ::testing::PrintToString(view.shown);
   EXPECT_EQ(view.shown[0], GetParam().firstShown);
-  desk->sessionOf(host->bareJid())->endService("Bye now");
+  desk->step(host->bareJid(), [](QuorDeskSimulator& session) {
+    session.endService("Bye now");
+    return std::string();
+  });
   ASSERT_TRUE(eventsReach(view, expected.size() + 1));
   EXPECT_EQ(view.events.back(), "quit(Bye now)");
 }

@@ -79,10 +79,17 @@ bool QuorXmppDemo::startCustomer(const QuorXmppOptions& account, const std::stri
 bool QuorXmppDemo::startDesk(const Options& options, std::string* error) {
   // In the server's directory, which goes with the server.
   deskLog_ = server_->directory() + "/desk.log";
-  std::vector<std::string> arguments = {
-      options.deskProgram, "--jid",       QuorDeskJid::toJid(options.deskId, kDomain),
-      "--password",        "desk-secret", "--server",
-      "127.0.0.1",         "--port",      std::to_string(server_->port())};
+  std::vector<std::string> arguments = {"env",
+                                        "QUOR_CS_DESK_PASSWORD=desk-secret",
+                                        options.deskProgram,
+                                        "--jid",
+                                        QuorDeskJid::toJid(options.deskId, kDomain),
+                                        "--state",
+                                        server_->directory() + "/desk.sqlite",
+                                        "--server",
+                                        "127.0.0.1",
+                                        "--port",
+                                        std::to_string(server_->port())};
   if (!options.profilePath.empty()) {
     arguments.push_back("--profile");
     arguments.push_back(options.profilePath);

@@ -170,9 +170,10 @@ class Soak {
   bool startDesk() {
     std::string error;
     desk_ = QuorChildProcess::start(
-        {besideThisProgram("quor-cs-desk"), "--jid", deskUser_ + "@localhost", "--password",
-         "desk-pw", "--server", "127.0.0.1", "--port", std::to_string(server_->port()), "--profile",
-         profile_, "--verbose"},
+        {"env", "QUOR_CS_DESK_PASSWORD=desk-pw", besideThisProgram("quor-cs-desk"), "--jid",
+         deskUser_ + "@localhost", "--state", server_->directory() + "/desk.sqlite", "--server",
+         "127.0.0.1", "--port", std::to_string(server_->port()), "--profile", profile_,
+         "--verbose"},
         deskLog_, &error);
     return desk_ ? true : fail(error);
   }

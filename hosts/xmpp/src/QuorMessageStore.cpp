@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "QuorSqliteStatement.h"
 #include "QuorXmppStanza.h"
 
 namespace quor {
@@ -29,38 +30,7 @@ constexpr const char* kSchema =
 constexpr const char* kStatusColumn =
     "ALTER TABLE messages ADD COLUMN status INTEGER NOT NULL DEFAULT 1";
 
-// A prepared statement that finalizes itself.
-class Statement {
- public:
-  Statement(sqlite3* database, const char* sql) {
-    sqlite3_prepare_v2(database, sql, -1, &statement_, nullptr);
-  }
-  ~Statement() { sqlite3_finalize(statement_); }
-  Statement(const Statement&) = delete;
-  Statement& operator=(const Statement&) = delete;
-
-  explicit operator bool() const { return statement_ != nullptr; }
-  sqlite3_stmt* get() const { return statement_; }
-  void bind(int index, const std::optional<std::string>& text) {
-    if (text) {
-      sqlite3_bind_text(statement_, index, text->data(), static_cast<int>(text->size()),
-                        SQLITE_TRANSIENT);
-    } else {
-      sqlite3_bind_null(statement_, index);
-    }
-  }
-  void bind(int index, int64_t value) { sqlite3_bind_int64(statement_, index, value); }
-  void bind(int index, QuorDeliveryStatus status) { bind(index, static_cast<int64_t>(status)); }
-  std::optional<std::string> text(int column) const {
-    if (sqlite3_column_type(statement_, column) == SQLITE_NULL) return std::nullopt;
-    const auto* bytes = static_cast<const char*>(sqlite3_column_blob(statement_, column));
-    return std::string(bytes ? bytes : "",
-                       static_cast<std::size_t>(sqlite3_column_bytes(statement_, column)));
-  }
-
- private:
-  sqlite3_stmt* statement_ = nullptr;
-};
+using Statement = QuorSqliteStatement;
 
 }  // namespace
 
@@ -143,7 +113,7 @@ QuorMessageStore::Insert QuorMessageStore::insert(QuorStoredMessage& message,
   // A sent message's origin is its stanza id, so that a later run can write it again.
   const std::string origin = !message.stanzaId.empty() ? "sent " + message.stanzaId : originKey;
   statement.bind(9, origin.empty() ? std::nullopt : std::optional<std::string>(origin));
-  statement.bind(10, message.status);
+  statement.bind(10, static_cast<int64_t>(message.status));
   if (sqlite3_step(statement.get()) != SQLITE_DONE) return failed();
   if (sqlite3_changes(database_) == 0) return Insert::Duplicate;
   message.id = sqlite3_last_insert_rowid(database_);
@@ -154,7 +124,7 @@ bool QuorMessageStore::setOutcome(int64_t id, QuorDeliveryStatus status, int64_t
   std::lock_guard<std::mutex> lock(mutex_);
   Statement statement(database_, "UPDATE messages SET status = ?, sent_time = ? WHERE id = ?");
   if (statement) {
-    statement.bind(1, status);
+    statement.bind(1, static_cast<int64_t>(status));
     statement.bind(2, sentTime);
     statement.bind(3, id);
     if (sqlite3_step(statement.get()) == SQLITE_DONE) return true;

@@ -43,6 +43,9 @@ constexpr const char* kSessionId = "quor-session";
 constexpr const char* kDiscoId = "quor-disco";
 constexpr const char* kPingId = "quor-ping";
 constexpr const char* kBarrierIdPrefix = "quor-barrier-";
+constexpr const char* kArchiveQueryPrefix = "quor-archive-";
+// Servers cap a page of the archive (Prosody at 50 by default): this asks for what they give.
+constexpr int kArchivePage = 100;
 constexpr const char* kStreamLimits = "urn:xmpp:stream-limits:0";
 // A send the server ended the stream on this many times is not written again.
 constexpr int kMostStreamEnds = 2;
@@ -155,6 +158,8 @@ class QuorXmppConnection::Network : private QuorXmlStream::Handler {
     if (socket_ >= 0) lose("the server ended the stream");
   }
   void onMessage(const QuorXmlElement& message);
+  // Whether `stanza` comes from the server or the account itself (an archive's results).
+  bool isFromServerOrSelf(const QuorXmlElement& stanza) const;
   void onIq(const QuorXmlElement& iq);
 
   QuorXmppConnection& owner_;
@@ -257,6 +262,13 @@ void QuorXmppConnection::send(QuorXmppPayload payload, Outcome outcome) {
     return;
   }
   wake();
+}
+
+void QuorXmppConnection::queryArchive(const std::string& after) {
+  static std::atomic<uint64_t> queries{0};
+  sendRaw(QuorXmppStanza::archiveQuery(kArchiveQueryPrefix + std::to_string(++queries), after,
+                                       kArchivePage)
+              ->toXml());
 }
 
 void QuorXmppConnection::sendRaw(std::string xml) {
@@ -949,6 +961,15 @@ void QuorXmppConnection::Network::onIq(const QuorXmlElement& iq) {
   }
   if (!barrierId_.empty() && id == barrierId_) {
     passBarrier();
+  } else if (id.rfind(kArchiveQueryPrefix, 0) == 0 && isFromServerOrSelf(iq)) {
+    bool complete = true;
+    std::string last;
+    if (type != "result" || !QuorXmppStanza::readArchiveEnd(iq, &complete, &last)) {
+      owner_.events_.onLog(3, "xmpp", "the server's archive gave no page (" + type + ")");
+      complete = true;
+      last.clear();
+    }
+    owner_.events_.onArchiveEnd(complete, last);
   } else if (id == kBindId) {
     if (type != "result") {
       lose("the server refused to bind the resource " + owner_.resource_);
@@ -981,6 +1002,11 @@ void QuorXmppConnection::Network::onIq(const QuorXmlElement& iq) {
   }
 }
 
+bool QuorXmppConnection::Network::isFromServerOrSelf(const QuorXmlElement& stanza) const {
+  const std::string& from = stanza.attribute("from");
+  return from.empty() || from == owner_.bareJid_ || from == owner_.domain_;
+}
+
 void QuorXmppConnection::Network::onMessage(const QuorXmlElement& message) {
   const std::string& type = message.attribute("type");
   const std::string& id = message.attribute("id");
@@ -1005,7 +1031,26 @@ void QuorXmppConnection::Network::onMessage(const QuorXmlElement& message) {
     }
   }
   QuorXmppPayload payload;
-  if (!QuorXmppStanza::readPayload(message, &payload)) return;
+  std::string archiveId;
+  int64_t archiveStamp = 0;
+  const QuorXmlElement* archived =
+      isFromServerOrSelf(message)
+          ? QuorXmppStanza::archivedMessage(message, kArchiveQueryPrefix, &archiveId, &archiveStamp)
+          : nullptr;
+  if (archived) {
+    // A message of the account's archive: only what others sent to it is taken.
+    if (archived->attribute("type") == "error" || !QuorXmppStanza::readPayload(*archived, &payload) ||
+        payload.peer == owner_.bareJid_) {
+      return;
+    }
+    payload.archiveId = archiveId;
+    payload.archived = true;
+    payload.offline = true;
+    if (payload.stamp == 0) payload.stamp = archiveStamp;
+  } else {
+    if (!QuorXmppStanza::readPayload(message, &payload)) return;
+    payload.archiveId = QuorXmppStanza::archiveIdOf(message, owner_.bareJid_);
+  }
   if (!barrierId_.empty()) {
     heldPayloads_.push_back(std::move(payload));
     return;

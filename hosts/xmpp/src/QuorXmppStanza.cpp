@@ -15,6 +15,8 @@ namespace {
 constexpr const char* kDelay = "urn:xmpp:delay";
 constexpr const char* kStanzaErrors = "urn:ietf:params:xml:ns:xmpp-stanzas";
 constexpr const char* kStanzaIds = "urn:xmpp:sid:0";
+constexpr const char* kArchive = "urn:xmpp:mam:2";
+constexpr const char* kResultSets = "http://jabber.org/protocol/rsm";
 
 // A whole, non-negative decimal number of at most 18 digits; -1 otherwise.
 int64_t parseStamp(const std::string& text) {
@@ -138,6 +140,56 @@ bool QuorXmppStanza::readPayload(const QuorXmlElement& message, QuorXmppPayload*
   const QuorXmlElement* delay = message.child("delay", kDelay);
   payload->offline = delay != nullptr;
   payload->stamp = stamp > 0 ? stamp : delay ? parseDateTime(delay->attribute("stamp")) : 0;
+  return true;
+}
+
+std::string QuorXmppStanza::archiveIdOf(const QuorXmlElement& message,
+                                       const std::string& account) {
+  for (const auto& child : message.children()) {
+    if (child->localName() == "stanza-id" && child->attribute("xmlns") == kStanzaIds &&
+        child->attribute("by") == account) {
+      return child->attribute("id");
+    }
+  }
+  return "";
+}
+
+std::unique_ptr<QuorXmlElement> QuorXmppStanza::archiveQuery(const std::string& id,
+                                                             const std::string& after,
+                                                             int pageSize) {
+  auto iq = std::make_unique<QuorXmlElement>("iq");
+  iq->set("type", "set").set("id", id);
+  auto& query = iq->add("query", kArchive);
+  query.set("queryid", id);
+  auto& page = query.add("set", kResultSets);
+  page.add("max").setText(std::to_string(pageSize));
+  if (!after.empty()) page.add("after").setText(after);
+  return iq;
+}
+
+const QuorXmlElement* QuorXmppStanza::archivedMessage(const QuorXmlElement& message,
+                                                      const std::string& idPrefix,
+                                                      std::string* archiveId, int64_t* stamp) {
+  const QuorXmlElement* result = message.child("result", kArchive);
+  if (!result || result->attribute("queryid").rfind(idPrefix, 0) != 0) return nullptr;
+  const QuorXmlElement* forwarded = result->child("forwarded", "urn:xmpp:forward:0");
+  const QuorXmlElement* archived = forwarded ? forwarded->child("message") : nullptr;
+  if (!archived) return nullptr;
+  *archiveId = result->attribute("id");
+  const QuorXmlElement* delay = forwarded->child("delay", kDelay);
+  *stamp = delay ? parseDateTime(delay->attribute("stamp")) : 0;
+  return archived;
+}
+
+bool QuorXmppStanza::readArchiveEnd(const QuorXmlElement& iq, bool* complete, std::string* last) {
+  const QuorXmlElement* fin = iq.child("fin", kArchive);
+  if (!fin) return false;
+  *complete = fin->attribute("complete") == "true" || fin->attribute("complete") == "1";
+  const QuorXmlElement* page = fin->child("set", kResultSets);
+  const QuorXmlElement* lastId = page ? page->child("last", kResultSets) : nullptr;
+  *last = lastId ? lastId->text() : "";
+  // A page without a last id has nothing after it.
+  if (last->empty()) *complete = true;
   return true;
 }
 

@@ -23,6 +23,20 @@ class QuorXmppStanza {
   // The payload of a received <message>: false when it has none or no name. Its stanza id is
   // the sender's origin id (XEP-0359) when it gives one, else the stanza's id attribute.
   static bool readPayload(const QuorXmlElement& message, QuorXmppPayload* payload);
+  // The id under which `account`'s archive keeps a received message (its <stanza-id> by the
+  // account, XEP-0359); "" when none.
+  static std::string archiveIdOf(const QuorXmlElement& message, const std::string& account);
+  // A query of `account`'s archive (XEP-0313) for the page after the archive id `after` (from
+  // the start when ""), its results marked with `id`.
+  static std::unique_ptr<QuorXmlElement> archiveQuery(const std::string& id,
+                                                      const std::string& after, int pageSize);
+  // A result of such a query: the archived message inside, its archive id and stamp, or null
+  // when `message` is no result of a query whose id starts with `idPrefix`.
+  static const QuorXmlElement* archivedMessage(const QuorXmlElement& message,
+                                               const std::string& idPrefix, std::string* archiveId,
+                                               int64_t* stamp);
+  // The end of such a query's answer: whether the archive has no more, and the page's last id.
+  static bool readArchiveEnd(const QuorXmlElement& iq, bool* complete, std::string* last);
   // The server's <confirmed id=ID stamp=MS/>: false when the message is not one.
   static bool readConfirmation(const QuorXmlElement& message, std::string* id, int64_t* stamp);
   // The QuorXmppError code for an error stanza.

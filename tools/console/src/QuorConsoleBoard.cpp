@@ -90,20 +90,19 @@ void QuorConsoleBoard::setState(Customer& customer, const std::string& state) {
   }
 }
 
-void QuorConsoleBoard::record(const std::string& id, const QuorWireMessage& message,
-                              bool fromCustomer) {
+void QuorConsoleBoard::record(const QuorDeskStore::Record& record) {
   const KXDictionary body =
-      message.body
-          ? KXJsonTree::parse(*message.body, KXJsonTree::kMaxDepth).value_or(KXDictionary())
-          : KXDictionary();
-  const std::string& type = message.objectName;
-  const int64_t now = nowMs();
+      record.body ? KXJsonTree::parse(*record.body, KXJsonTree::kMaxDepth).value_or(KXDictionary())
+                  : KXDictionary();
+  const std::string& id = record.customer;
+  const std::string& type = record.objectName;
+  const int64_t now = record.time;
   std::lock_guard<std::mutex> lock(mutex_);
   if (closed_) return;
   Customer& customer = customerFor(id);
   const std::string name = nameOf(customer.userInfo, id);
   auto event = [&](const std::string& what) { addLine(customer, {now, "event", "", what}); };
-  if (fromCustomer) {
+  if (record.fromCustomer) {
     if (type == "KX:CsHs") {
       customer.userInfo = objectOr(member(body, "userInfo"));
       customer.contactInfo = objectOr(member(body, "contactInfo"));
@@ -141,7 +140,7 @@ void QuorConsoleBoard::record(const std::string& id, const QuorWireMessage& mess
     return;
   }
   if (type == "KX:TxtMsg") {
-    const bool agent = message.senderUserId && *message.senderUserId == "agent";
+    const bool agent = record.sender == "agent";
     addLine(customer, {now, agent ? "agent" : "robot", text(member(body, "user"), "name"),
                        text(body, "content")});
   } else if (type == "KX:CsHsR") {
@@ -155,6 +154,7 @@ void QuorConsoleBoard::record(const std::string& id, const QuorWireMessage& mess
   } else if (type == "KX:CsChaR") {
     const int64_t status = number(member(body, "data"), "status", 0);
     if (status == 1 || status == 4) {
+      customer.agent = record.agent;
       setState(customer, "agent");
       event("taken by " + (customer.agent.empty() ? std::string("an agent") : customer.agent));
     } else {
@@ -177,12 +177,6 @@ void QuorConsoleBoard::record(const std::string& id, const QuorWireMessage& mess
   } else if (type == "KX:CsPLM") {
     event("invited a message: " + text(body, "content"));
   }
-}
-
-void QuorConsoleBoard::noteTaken(const std::string& id, const std::string& agent) {
-  std::lock_guard<std::mutex> lock(mutex_);
-  const auto found = customers_.find(id);
-  if (found != customers_.end()) found->second.agent = agent;
 }
 
 void QuorConsoleBoard::markRead(const std::string& id) {

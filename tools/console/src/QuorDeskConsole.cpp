@@ -17,6 +17,8 @@ namespace {
 constexpr auto kKeepAlive = std::chrono::seconds(15);
 // Enough HTTP threads for the open pages' event streams (one each) and their requests.
 constexpr std::size_t kHttpThreads = 32;
+// A token that guessing cannot find: the random ones have 32 hex digits (128 bits).
+constexpr std::size_t kShortestToken = 32;
 
 std::string randomToken() {
   std::random_device device;
@@ -62,6 +64,12 @@ std::string QuorDeskConsole::link() const {
 }
 
 bool QuorDeskConsole::start(std::string* error) {
+  if (options_.token.size() < kShortestToken) {
+    if (error)
+      *error = "the console's token must have at least " + std::to_string(kShortestToken) +
+               " characters (a random one is made when none is given)";
+    return false;
+  }
   server_ = std::make_unique<httplib::Server>();
   server_->new_task_queue = [] { return new httplib::ThreadPool(kHttpThreads); };
   // The library's default adds SO_REUSEPORT, with which a second console (a desk started twice)
@@ -81,10 +89,9 @@ bool QuorDeskConsole::start(std::string* error) {
     server_.reset();
     return false;
   }
-  desk_.servedByPeople(
-      [this](const std::string& customer, const QuorWireMessage& message, bool fromCustomer) {
-        board_.record(customer, message, fromCustomer);
-      });
+  // The board starts from what the desk kept, then follows it live.
+  desk_.store().eachRecord([this](const QuorDeskStore::Record& record) { board_.record(record); });
+  desk_.servedByPeople([this](const QuorDeskStore::Record& record) { board_.record(record); });
   auto listening = std::make_shared<std::atomic<bool>>(true);
   thread_ = std::thread([this, listening] {
     server_->listen_after_bind();
@@ -200,38 +207,45 @@ std::string QuorDeskConsole::act(const KXDictionary& request) {
     board_.markRead(customer);
     return "";
   }
-  const auto session = desk_.sessionOf(customer);
-  if (!session) return "this customer is no longer with the desk";
-  if (what == "take") {
-    board_.noteTaken(customer, agent);
-    const std::string greeting =
-        said.empty() ? "Hello, this is " + agent + ". How can I help?" : said;
-    return session->takeByAgent(agent, greeting) ? "" : "the customer is not waiting any more";
-  }
-  if (what == "decline") {
-    const auto status = request.find("status");
-    const bool refuse = status != request.end() && status->is_number_integer() &&
-                        status->get<int64_t>() == KXCSChangeModeRefused;
-    return session->declineAgent(refuse ? KXCSChangeModeRefused : KXCSChangeModeNoAgent)
-               ? ""
-               : "the customer is not waiting any more";
-  }
-  if (what == "say") {
-    if (said.empty()) return "nothing to send";
-    session->say(said);
-  } else if (what == "rate") {
-    session->requestEvaluation();
-  } else if (what == "back") {
-    session->endService(said, KXCSTerminateBackToRobot);
-  } else if (what == "end") {
-    session->endService(said, KXCSTerminateEndService);
-  } else if (what == "invite") {
-    session->inviteLeaveMessage(said.empty() ? "Leave us a message and we will get back to you."
-                                             : said);
-  } else {
-    return "unknown action";
-  }
-  return "";
+  // The desk decides, one step at a time: one agent wins a Take, and only the agent who took a
+  // customer writes to them, hands them back or ends their service.
+  return desk_.step(customer, [&](QuorDeskSimulator& session) -> std::string {
+    if (what == "take") {
+      const std::string greeting =
+          said.empty() ? "Hello, this is " + agent + ". How can I help?" : said;
+      if (session.takeByAgent(agent, greeting)) return "";
+      return session.takenBy().empty() ? "the customer is not waiting any more"
+                                       : "the customer was taken by " + session.takenBy();
+    }
+    if (what == "decline") {
+      const auto status = request.find("status");
+      const bool refuse = status != request.end() && status->is_number_integer() &&
+                          status->get<int64_t>() == KXCSChangeModeRefused;
+      return session.declineAgent(refuse ? KXCSChangeModeRefused : KXCSChangeModeNoAgent)
+                 ? ""
+                 : "the customer is not waiting any more";
+    }
+    if (session.takenBy() != agent) {
+      return session.takenBy().empty() ? "take the customer first"
+                                       : "the customer is served by " + session.takenBy();
+    }
+    if (what == "say") {
+      if (said.find_first_not_of(" \t\r\n") == std::string::npos) return "nothing to send";
+      session.say(said);
+    } else if (what == "rate") {
+      session.requestEvaluation();
+    } else if (what == "back") {
+      session.endService(said, KXCSTerminateBackToRobot);
+    } else if (what == "end") {
+      session.endService(said, KXCSTerminateEndService);
+    } else if (what == "invite") {
+      session.inviteLeaveMessage(said.empty() ? "Leave us a message and we will get back to you."
+                                              : said);
+    } else {
+      return "unknown action";
+    }
+    return "";
+  });
 }
 
 }  // namespace quor

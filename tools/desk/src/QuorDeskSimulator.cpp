@@ -245,6 +245,7 @@ bool QuorDeskSimulator::takeByAgent(const std::string& name, const std::string& 
     waiting_.reset();
     groupAgent_ = {{"name", name}, {"greeting", greeting}};
     humanMode_ = true;
+    takenBy_ = name;
   }
   KXDictionary data = {{"status", KXCSChangeModeAgentServes}};
   const KXDictionary& satisfaction = member(member(profile_, "evaluation"), "satisfaction");
@@ -261,9 +262,42 @@ bool QuorDeskSimulator::declineAgent(int status) {
     if (!waiting_) return false;
     waiting_.reset();
     humanMode_ = false;
+    takenBy_.clear();
   }
   send("KX:CsChaR", {{"code", 200}, {"data", {{"status", status}}}}, deskId_);
   return true;
+}
+
+std::string QuorDeskSimulator::takenBy() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return takenBy_;
+}
+
+KXDictionary QuorDeskSimulator::saveState() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  KXDictionary state = {{"humanMode", humanMode_},     {"suspended", suspended_},
+                        {"groupAgent", groupAgent_},   {"agentReplies", agentReplies_},
+                        {"evaluations", evaluations_}, {"services", services_},
+                        {"takenBy", takenBy_}};
+  if (waiting_) state["waiting"] = *waiting_;
+  return state;
+}
+
+void QuorDeskSimulator::restoreState(const KXDictionary& state) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  humanMode_ = flag(state, "humanMode");
+  suspended_ = flag(state, "suspended");
+  groupAgent_ = member(state, "groupAgent").is_object() ? member(state, "groupAgent")
+                                                        : KXDictionary::object();
+  agentReplies_ = static_cast<int>(integer(state, "agentReplies"));
+  evaluations_ = static_cast<int>(integer(state, "evaluations"));
+  services_ = static_cast<int>(integer(state, "services"));
+  takenBy_ = text(state, "takenBy");
+  if (member(state, "waiting").is_string()) {
+    waiting_ = text(state, "waiting");
+  } else {
+    waiting_.reset();
+  }
 }
 
 void QuorDeskSimulator::sendText(const std::string& content, bool fromAgent) {
@@ -290,6 +324,7 @@ void QuorDeskSimulator::endService(const std::string& content, int code) {
     std::lock_guard<std::mutex> lock(mutex_);
     humanMode_ = false;
     waiting_.reset();
+    takenBy_.clear();
   }
   KXDictionary body = {{"code", code}, {"sid", "service-" + std::to_string(services_)}};
   if (!content.empty()) body["msg"] = content;
@@ -300,6 +335,7 @@ void QuorDeskSimulator::updateService(int serviceStatus) {
   {
     std::lock_guard<std::mutex> lock(mutex_);
     humanMode_ = serviceStatus == KXCSUpdateAgentServes;
+    if (!humanMode_) takenBy_.clear();
   }
   send("KX:CsUpdate",
        {{"sid", "service-" + std::to_string(services_)}, {"serviceStatus", serviceStatus}},
@@ -338,6 +374,7 @@ void QuorDeskSimulator::onMessageFromClient(const QuorWireMessage& message) {
     suspended_ = true;
     humanMode_ = false;
     waiting_.reset();
+    takenBy_.clear();
   }
 }
 
@@ -409,6 +446,7 @@ void QuorDeskSimulator::answerHandShake() {
     agentReplies_ = 0;
     suspended_ = false;
     waiting_.reset();
+    takenBy_.clear();
     humanMode_ = integer(profile_, "serviceType") == 2 || integer(profile_, "serviceType") == 4;
   }
   send("KX:CsHsR", handShakeResponse(), deskId_);

@@ -213,7 +213,7 @@ bool QuorPrivateServer::writeConfiguration(std::string* error) const {
          << "c2s_direct_tls_ports = { }\nlegacy_ssl_ports = { }\n"
          << "s2s_ports = { }\nhttp_ports = { }\nhttps_ports = { }\n"
          << "modules_enabled = { \"roster\", \"saslauth\", \"disco\", \"ping\", \"offline\", "
-            "\"smacks\""
+            "\"smacks\", \"mam\""
          << (options_.tls ? ", \"tls\"" : "") << modules << " }\n"
          << (options_.tls ? "modules_disabled = { \"s2s\", \"s2s_auth_certs\" }\n"
                           : "modules_disabled = { \"s2s\", \"s2s_auth_certs\", \"tls\" }\n")

@@ -1,17 +1,39 @@
 #include "QuorXmppDesk/QuorXmppDesk.h"
 
+#include <cstdlib>
+#include <filesystem>
 #include <iterator>
 #include <nlohmann/json.hpp>
 
 #include "QuorXmppHost/QuorDeskJid.h"
+#include "QuorXmppHost/QuorRecentPayloads.h"
+#include "QuorXmppHost/QuorXmppErrors.h"
+#include "QuorXmppStanza.h"
 
 namespace quor {
+namespace {
+
+// The fixed resource of a desk: its next login replaces a dead one's session at once.
+constexpr const char* kDeskResource = "desk";
+
+QuorXmppOptions withDeskResource(QuorXmppOptions options) {
+  if (options.resource.empty()) options.resource = kDeskResource;
+  return options;
+}
+
+std::unique_ptr<QuorDeskStore> memoryStore(const std::string& account) {
+  return QuorDeskStore::open(":memory:", account, nullptr);
+}
+
+}  // namespace
 
 QuorXmppDesk::QuorXmppDesk(KXDictionary profile, QuorXmppOptions options, Limits limits)
     : profile_(std::move(profile)),
       limits_(limits),
       connection_(std::make_unique<QuorXmppConnection>(
-          std::move(options), static_cast<QuorXmppConnection::Events&>(*this))) {}
+          withDeskResource(std::move(options)), static_cast<QuorXmppConnection::Events&>(*this))) {
+  store_ = memoryStore(connection_->bareJid());
+}
 
 QuorXmppDesk::~QuorXmppDesk() {
   // The network thread ends first: it reads the connection while it serves.
@@ -19,7 +41,43 @@ QuorXmppDesk::~QuorXmppDesk() {
   connection_.reset();
 }
 
-void QuorXmppDesk::start() { connection_->start(); }
+bool QuorXmppDesk::keepStateIn(const std::string& path, std::string* error) {
+  std::error_code ignored;
+  const auto directory = std::filesystem::path(path).parent_path();
+  if (!directory.empty()) std::filesystem::create_directories(directory, ignored);
+  auto store = QuorDeskStore::open(path, connection_->bareJid(), error);
+  if (!store) return false;
+  std::lock_guard<std::mutex> steps(steps_);
+  std::lock_guard<std::mutex> lock(mutex_);
+  store_ = std::move(store);
+  sessions_.clear();
+  byActivity_.clear();
+  return true;
+}
+
+std::string QuorXmppDesk::defaultStatePath(const std::string& jid) {
+  std::string base;
+  if (const char* state = std::getenv("XDG_STATE_HOME"); state && *state == '/') {
+    base = state;
+  } else if (const char* home = std::getenv("HOME"); home && *home == '/') {
+    base = std::string(home) + "/.local/state";
+  } else {
+    base = ".";
+  }
+  // A JID has no '/' in its bare form, but the file name must never leave the directory.
+  std::string name = QuorXmppStanza::bareJid(jid);
+  for (char& c : name) {
+    if (c == '/' || c == '\0') c = '_';
+  }
+  return base + "/quor-cs-desk/" + name + ".sqlite";
+}
+
+void QuorXmppDesk::start() {
+  // What the server did not confirm before the desk stopped (or died) is written again, under
+  // its ids: customers take one copy.
+  for (auto& payload : store_->outbox()) write(std::move(payload));
+  connection_->start();
+}
 
 void QuorXmppDesk::stop() { connection_->stop(); }
 
@@ -36,18 +94,14 @@ void QuorXmppDesk::setLogSink(LogSink sink, int32_t maxLevel) {
 void QuorXmppDesk::servedByPeople(PeopleWatch watch) {
   std::lock_guard<std::mutex> lock(mutex_);
   peopleWatch_ = std::move(watch);
-  for (auto& [jid, session] : sessions_) watchByPeople(*session.desk, jid);
+  for (auto& [jid, session] : sessions_) watchByPeople(*session.desk);
 }
 
-void QuorXmppDesk::watchByPeople(QuorDeskSimulator& desk, const std::string& customerJid) {
-  if (!peopleWatch_) {
-    desk.servedByPeople(nullptr);
-    return;
-  }
-  desk.servedByPeople(
-      [watch = peopleWatch_, customerJid](const QuorWireMessage& message, bool fromCustomer) {
-        watch(customerJid, message, fromCustomer);
-      });
+void QuorXmppDesk::watchByPeople(QuorDeskSimulator& desk) {
+  // The desk records every message itself (record()): the session's watch only has it wait for
+  // people.
+  desk.servedByPeople(peopleWatch_ ? [](const QuorWireMessage&, bool) {}
+                                   : QuorDeskSimulator::Watch());
 }
 
 std::size_t QuorXmppDesk::customerCount() const {
@@ -55,52 +109,113 @@ std::size_t QuorXmppDesk::customerCount() const {
   return sessions_.size();
 }
 
-std::shared_ptr<QuorDeskSimulator> QuorXmppDesk::sessionOf(const std::string& customerJid) const {
+bool QuorXmppDesk::serves(const std::string& customerJid) const {
   std::lock_guard<std::mutex> lock(mutex_);
-  const auto it = sessions_.find(customerJid);
-  return it == sessions_.end() ? nullptr : it->second.desk;
+  return sessions_.count(customerJid) != 0;
 }
 
-std::shared_ptr<QuorDeskSimulator> QuorXmppDesk::sessionFor(const std::string& customerJid) {
-  std::lock_guard<std::mutex> lock(mutex_);
-  const auto now = std::chrono::steady_clock::now();
-  const auto found = sessions_.find(customerJid);
-  if (found != sessions_.end()) {
-    // The most recently active goes last.
-    byActivity_.splice(byActivity_.end(), byActivity_, found->second.inOrder);
-    found->second.lastActive = now;
-    forgetOld(now);
-    return found->second.desk;
+std::string QuorXmppDesk::step(const std::string& customerJid, const Change& change) {
+  std::vector<QuorXmppPayload> answers;
+  std::string result;
+  {
+    std::lock_guard<std::mutex> steps(steps_);
+    result = stepLocked(customerJid, false, change);
+    answers.swap(unwritten_);
   }
-  auto desk = QuorDeskSimulator::fromProfile(profile_, nullptr);
-  if (!desk) return nullptr;
-  QuorXmppConnection* connection = connection_.get();
-  desk->attach([this, connection, customerJid](QuorWireMessage message) {
-    QuorXmppPayload payload;
-    payload.peer = customerJid;
-    payload.objectName = std::move(message.objectName);
-    payload.body = std::move(message.body);
-    payload.sender = message.senderUserId.value_or("");
-    // Each send's outcome is logged at level 5, for tools that count what the desk said; the
-    // line is made only when someone reads that level.
-    {
-      std::lock_guard<std::mutex> lock(mutex_);
-      if (logMaxLevel_ < 5 || !logSink_) {
-        connection->send(std::move(payload), nullptr);
-        return;
-      }
+  for (auto& payload : answers) write(std::move(payload));
+  return result;
+}
+
+std::string QuorXmppDesk::stepLocked(const std::string& customerJid, bool create,
+                                     const Change& change) {
+  auto session = sessionFor(customerJid, create);
+  if (!session) return "this customer is not with the desk";
+  store_->begin();
+  std::string result = change(*session);
+  store_->saveSession(customerJid, session->saveState());
+  if (!store_->commit()) {
+    onLog(2, "desk", "cannot store the state of " + customerJid + ": " + store_->lastError());
+  }
+  return result;
+}
+
+std::shared_ptr<QuorDeskSimulator> QuorXmppDesk::sessionFor(const std::string& customerJid,
+                                                            bool create) {
+  const auto now = std::chrono::steady_clock::now();
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    const auto found = sessions_.find(customerJid);
+    if (found != sessions_.end()) {
+      // The most recently active goes last.
+      byActivity_.splice(byActivity_.end(), byActivity_, found->second.inOrder);
+      found->second.lastActive = now;
+      forgetOld(now);
+      return found->second.desk;
     }
-    std::string line = payload.objectName + " to " + customerJid + ": " + payload.body.value_or("");
-    connection->send(std::move(payload), [this, line](int64_t errorCode, int64_t) {
-      onLog(5, "desk",
-            (errorCode == 0 ? "sent " : "not sent (" + std::to_string(errorCode) + ") ") + line);
-    });
-  });
-  watchByPeople(*desk, customerJid);
+  }
+  const auto saved = store_->session(customerJid);
+  if (!saved && !create) return nullptr;
+  auto desk = makeSession(customerJid);
+  if (!desk) return nullptr;
+  if (saved) desk->restoreState(*saved);
+  std::lock_guard<std::mutex> lock(mutex_);
+  watchByPeople(*desk);
   byActivity_.push_back(customerJid);
   sessions_[customerJid] = {desk, now, std::prev(byActivity_.end())};
   forgetOld(now);
   return desk;
+}
+
+std::shared_ptr<QuorDeskSimulator> QuorXmppDesk::makeSession(const std::string& customerJid) {
+  auto desk = QuorDeskSimulator::fromProfile(profile_, nullptr);
+  if (!desk) return nullptr;
+  std::weak_ptr<QuorDeskSimulator> weak = desk;
+  // The session speaks inside a step (steps_ is held): its answer is recorded, queued in the
+  // store's outbox, and written once the step is stored.
+  desk->attach([this, customerJid, weak](QuorWireMessage message) {
+    const auto session = weak.lock();
+    QuorXmppPayload payload;
+    payload.peer = customerJid;
+    payload.objectName = message.objectName;
+    payload.body = message.body;
+    payload.sender = message.senderUserId.value_or("");
+    payload.stanzaId = QuorXmppStanza::uniqueId();
+    record({customerJid, QuorXmppStanza::wallClockMs(), false, message.objectName, message.body,
+            payload.sender, session ? session->takenBy() : ""});
+    store_->queue(payload);
+    unwritten_.push_back(std::move(payload));
+  });
+  return desk;
+}
+
+void QuorXmppDesk::record(QuorDeskStore::Record record) {
+  store_->addRecord(record);
+  PeopleWatch watch;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    watch = peopleWatch_;
+  }
+  if (watch) watch(record);
+}
+
+void QuorXmppDesk::write(QuorXmppPayload payload) {
+  std::string line;
+  {
+    // Each send's outcome is logged at level 5, for tools that count what the desk said; the
+    // line is made only when someone reads that level.
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (logMaxLevel_ >= 5 && logSink_)
+      line = payload.objectName + " to " + payload.peer + ": " + payload.body.value_or("");
+  }
+  const std::string id = payload.stanzaId;
+  connection_->send(std::move(payload), [this, id, line](int64_t errorCode, int64_t) {
+    // Stopped or never online: it waits in the outbox for the next start. Anything else is its
+    // outcome: confirmed, or refused for good.
+    if (errorCode != QuorXmppErrorStopped && errorCode != QuorXmppErrorNotOnline) store_->sent(id);
+    if (line.empty()) return;
+    onLog(5, "desk",
+          (errorCode == 0 ? "sent " : "not sent (" + std::to_string(errorCode) + ") ") + line);
+  });
 }
 
 void QuorXmppDesk::forgetOld(std::chrono::steady_clock::time_point now) {
@@ -117,22 +232,50 @@ void QuorXmppDesk::forgetOld(std::chrono::steady_clock::time_point now) {
 
 void QuorXmppDesk::onStatus(QuorXmppConnectionStatus status) {
   onLog(4, "desk", "connection status " + std::to_string(static_cast<int64_t>(status)));
+  if (status != QuorXmppConnectionStatus::Connected) return;
+  // What reached the archive while the desk was away (or dead, its session held by the server)
+  // is taken from there; what the desk took already is known and answered once.
+  const std::string mark = store_->archiveMark();
+  if (mark.empty()) return;
+  catchingUp_ = true;
+  connection_->queryArchive(mark);
+}
+
+void QuorXmppDesk::onArchiveEnd(bool complete, const std::string& lastId) {
+  if (!complete) {
+    connection_->queryArchive(lastId);
+    return;
+  }
+  catchingUp_ = false;
 }
 
 void QuorXmppDesk::onPayload(QuorXmppPayload payload) {
-  // A customer's send written again (a retry, a resend after a lost link, its next run) is
-  // answered once.
-  if (recent_.seenBefore(QuorRecentPayloads::keyOf(payload))) return;
-  auto session = sessionFor(payload.peer);
-  if (!session) return;
-  QuorWireMessage message;
-  message.objectName = std::move(payload.objectName);
-  message.targetId = session->deskId();
-  message.senderUserId = QuorDeskJid::fromJid(payload.peer, connection_->domain());
-  message.body = std::move(payload.body);
-  message.sentTime = payload.stamp;
-  message.offline = payload.offline;
-  session->onMessageFromClient(message);
+  std::vector<QuorXmppPayload> answers;
+  {
+    std::lock_guard<std::mutex> steps(steps_);
+    stepLocked(payload.peer, true, [&](QuorDeskSimulator& session) {
+      // The archive is read in order: its place moves with each message it gives, and with each
+      // live one once caught up (a live one during the catch-up may pass unread ones).
+      if (!payload.archiveId.empty() && (payload.archived || !catchingUp_))
+        store_->setArchiveMark(payload.archiveId);
+      // A customer's send written again (a retry, a resend after a lost link, its next run, the
+      // archive) is answered once.
+      if (store_->seenBefore(QuorRecentPayloads::keyOf(payload))) return std::string();
+      QuorWireMessage message;
+      message.objectName = std::move(payload.objectName);
+      message.targetId = session.deskId();
+      message.senderUserId = QuorDeskJid::fromJid(payload.peer, connection_->domain());
+      message.body = std::move(payload.body);
+      message.sentTime = payload.stamp;
+      message.offline = payload.offline;
+      record({payload.peer, QuorXmppStanza::wallClockMs(), true, message.objectName, message.body,
+              message.senderUserId.value_or(""), session.takenBy()});
+      session.onMessageFromClient(message);
+      return std::string();
+    });
+    answers.swap(unwritten_);
+  }
+  for (auto& answer : answers) write(std::move(answer));
 }
 
 void QuorXmppDesk::onLog(int32_t level, const std::string& area, const std::string& text) {

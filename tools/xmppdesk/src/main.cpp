@@ -1,12 +1,16 @@
 // quor-cs-desk: the desk simulator on an XMPP server. It connects as the desk's account and
-// serves every customer who writes to it, until SIGINT or SIGTERM.
+// serves every customer who writes to it, until SIGINT or SIGTERM, keeping its state in a file.
 //
-//   quor-cs-desk --jid desk@localhost --password secret [--server 127.0.0.1] [--port 5222]
-//                [--profile FILE] [--tls required|disabled] [--trust-self-signed] [--verbose]
-//                [--console [ADDRESS:]PORT [--console-token TOKEN]]
+//   QUOR_CS_DESK_PASSWORD=secret quor-cs-desk --jid desk@localhost [--password-file FILE]
+//                [--server 127.0.0.1] [--port 5222] [--state FILE] [--profile FILE]
+//                [--tls required|disabled] [--trust-self-signed] [--verbose]
+//                [--console [ADDRESS:]PORT [--console-token-file FILE]]
 //
-// With --console, people act as the desk's agents in a web page served on ADDRESS (default
-// 127.0.0.1) and PORT; the desk prints the page's link, with its token, when it starts.
+// Secrets never come on the command line, where every local user sees them: the password
+// comes from QUOR_CS_DESK_PASSWORD or a file, the console's token from QUOR_CS_CONSOLE_TOKEN
+// or a file. With --console, people act as the desk's agents in a web page served on ADDRESS
+// (default 127.0.0.1) and PORT; the desk prints the page's link, with its token, when it
+// starts.
 #include <signal.h>
 
 #include <cstdio>
@@ -17,6 +21,7 @@
 #include <string>
 
 #include "QuorDeskSimulator/QuorDeskSimulator.h"
+#include "QuorInputFile.h"
 #include "QuorXmppDesk/QuorXmppDesk.h"
 #ifdef QUOR_CS_HAS_CONSOLE
 #include "QuorDeskConsole/QuorDeskConsole.h"
@@ -27,12 +32,27 @@ namespace {
 int usage(const char* problem) {
   std::fprintf(stderr,
                "quor-cs-desk: %s\n"
-               "usage: quor-cs-desk --jid JID --password PASSWORD [--server HOST] [--port N]\n"
-               "                    [--profile FILE] [--tls required|disabled]\n"
+               "usage: quor-cs-desk --jid JID [--password-file FILE] [--server HOST] [--port N]\n"
+               "                    [--state FILE] [--profile FILE] [--tls required|disabled]\n"
                "                    [--trust-self-signed] [--verbose]\n"
-               "                    [--console [ADDRESS:]PORT [--console-token TOKEN]]\n",
+               "                    [--console [ADDRESS:]PORT [--console-token-file FILE]]\n"
+               "The password comes from QUOR_CS_DESK_PASSWORD or --password-file, the console's\n"
+               "token from QUOR_CS_CONSOLE_TOKEN or --console-token-file (else a random one).\n",
                problem);
   return 2;
+}
+
+// A secret from the environment variable `name`, else from the first line of `file`.
+bool readSecret(const char* name, const std::string& file, std::string* secret,
+                std::string* error) {
+  if (!file.empty()) {
+    const auto bytes = quor::QuorInputFile::read(file, error);
+    if (!bytes) return false;
+    *secret = bytes->substr(0, bytes->find_first_of("\r\n"));
+    return true;
+  }
+  if (const char* value = std::getenv(name)) *secret = value;
+  return true;
 }
 
 }  // namespace
@@ -40,16 +60,20 @@ int usage(const char* problem) {
 int main(int argc, char** argv) {
   using namespace quor;
   QuorXmppOptions options;
-  std::string profilePath;
+  std::string profilePath, statePath, passwordFile;
   bool verbose = false;
-  std::string console, consoleToken;
+  std::string console, consoleTokenFile;
   for (int i = 1; i < argc; ++i) {
     const std::string argument = argv[i];
     const bool hasValue = i + 1 < argc;
     if (argument == "--jid" && hasValue) {
       options.jid = argv[++i];
-    } else if (argument == "--password" && hasValue) {
-      options.password = argv[++i];
+    } else if (argument == "--password" || argument == "--console-token") {
+      return usage((argument + " is gone: every local user sees the command line; see below").c_str());
+    } else if (argument == "--password-file" && hasValue) {
+      passwordFile = argv[++i];
+    } else if (argument == "--state" && hasValue) {
+      statePath = argv[++i];
     } else if (argument == "--server" && hasValue) {
       options.server = argv[++i];
     } else if (argument == "--port" && hasValue) {
@@ -73,18 +97,23 @@ int main(int argc, char** argv) {
       verbose = true;
     } else if (argument == "--console" && hasValue) {
       console = argv[++i];
-    } else if (argument == "--console-token" && hasValue) {
-      consoleToken = argv[++i];
+    } else if (argument == "--console-token-file" && hasValue) {
+      consoleTokenFile = argv[++i];
     } else {
       return usage(("unknown argument " + argument).c_str());
     }
   }
+  std::string consoleToken, error;
+  if (!readSecret("QUOR_CS_DESK_PASSWORD", passwordFile, &options.password, &error) ||
+      !readSecret("QUOR_CS_CONSOLE_TOKEN", consoleTokenFile, &consoleToken, &error)) {
+    std::fprintf(stderr, "quor-cs-desk: %s\n", error.c_str());
+    return 2;
+  }
   if (options.jid.empty() || options.password.empty())
-    return usage("--jid and --password are required");
+    return usage("--jid and a password (QUOR_CS_DESK_PASSWORD or --password-file) are required");
 
   KXDictionary profile = QuorDeskSimulator::defaultProfile();
   if (!profilePath.empty()) {
-    std::string error;
     auto desk = QuorDeskSimulator::fromFile(profilePath, &error);
     if (!desk) {
       std::fprintf(stderr, "quor-cs-desk: %s\n", error.c_str());
@@ -101,6 +130,12 @@ int main(int argc, char** argv) {
   pthread_sigmask(SIG_BLOCK, &signals, nullptr);
 
   QuorXmppDesk desk(profile, options);
+  if (statePath.empty()) statePath = QuorXmppDesk::defaultStatePath(options.jid);
+  if (!desk.keepStateIn(statePath, &error)) {
+    std::fprintf(stderr, "quor-cs-desk: cannot keep the desk's state: %s\n", error.c_str());
+    return 1;
+  }
+  std::fprintf(stderr, "quor-cs-desk: state in %s\n", statePath.c_str());
   desk.setLogSink(
       [](int32_t, const std::string& text) { std::fprintf(stderr, "%s\n", text.c_str()); },
       verbose ? 5 : 2);
@@ -124,7 +159,6 @@ int main(int argc, char** argv) {
       return usage("--console takes [ADDRESS:]PORT, PORT from 0 to 65535");
     consoleOptions.port = static_cast<int>(number);
     agents = std::make_unique<QuorDeskConsole>(desk, consoleOptions);
-    std::string error;
     if (!agents->start(&error)) {
       std::fprintf(stderr, "quor-cs-desk: %s\n", error.c_str());
       return 1;

@@ -47,6 +47,9 @@ class QuorXmppConnection {
     virtual void onPayload(QuorXmppPayload payload) = 0;
     // level: 2 error, 3 warning, 4 information, 5 debug.
     virtual void onLog(int32_t level, const std::string& area, const std::string& text) = 0;
+    // The end of a page of queryArchive(): whether the archive has no more, and the page's last
+    // archive id (where the next page starts).
+    virtual void onArchiveEnd(bool /*complete*/, const std::string& /*lastId*/) {}
   };
   // errorCode 0 means sent, with the server's stamp in ms.
   using Outcome = std::function<void(int64_t errorCode, int64_t stamp)>;
@@ -65,6 +68,11 @@ class QuorXmppConnection {
   // Sends a payload to `payload.peer`, under its stanza id when it has one (an id of a send of an
   // earlier run), else under a fresh one.
   void send(QuorXmppPayload payload, Outcome outcome);
+  // Asks the server's archive of the account (XEP-0313) for the page of messages after the
+  // archive id `after` (QuorXmppPayload::archiveId; from the start when ""), when online. The
+  // customer-service payloads that others sent come to onPayload() with their archive id, marked
+  // offline; then onArchiveEnd(). A server without an archive answers with an empty last page.
+  void queryArchive(const std::string& after);
   // Writes one raw stanza on the stream when online (for tests that play a hostile peer).
   void sendRaw(std::string xml);
 

@@ -19,7 +19,9 @@ struct QuorXmppPayload {
   std::string sender;      // the sending user's id inside the service (optional)
   std::string stanzaId;    // the stanza id; a send without one gets a fresh, random one
   int64_t stamp = 0;       // the server's time in ms (the stamping module), else the delay stamp
-  bool offline = false;    // delivered from the server's offline store
+  bool offline = false;    // delivered from the server's offline store or its archive
+  std::string archiveId;   // its id in the receiving account's archive (XEP-0359), when archived
+  bool archived = false;   // read from that archive (QuorXmppConnection::queryArchive())
 };
 
 // The connection state a QuorXmppConnection reports, and a QuorXmppHost passes to the loaded

@@ -12,16 +12,17 @@
 #include <vector>
 
 #include "QuorCustomerService/Host/KXTypes.h"
-#include "QuorLoopbackHost/QuorLoopbackPeer.h"
+#include "QuorXmppDesk/QuorDeskStore.h"
 
 namespace quor {
 
 // What the agent console shows: the desk's customers (name and ids from their handshake, state,
 // group, waiting time, unread count, who took them), each one's conversation as readable lines,
 // and the inbox of left messages; plus the numbered events that pages follow live. Made from
-// the messages of the desk's sessions, both ways, and kept within Limits.
+// the messages of the desk's sessions, both ways (the desk's records, live or from its store
+// after a restart), and kept within Limits.
 //
-// Threads: record() runs on the desk's network thread, the views and eventsAfter() on the
+// Threads: record() runs on the thread of the desk's step, the views and eventsAfter() on the
 // console's HTTP threads; every function may be called from any thread.
 class QuorConsoleBoard {
  public:
@@ -35,10 +36,9 @@ class QuorConsoleBoard {
   explicit QuorConsoleBoard(Limits limits);
   QuorConsoleBoard() : QuorConsoleBoard(Limits()) {}
 
-  // A message of `customer`'s session: from the customer or from the desk.
-  void record(const std::string& customer, const QuorWireMessage& message, bool fromCustomer);
-  // An agent takes the customer (before the desk's answer goes out) or reads their lines.
-  void noteTaken(const std::string& customer, const std::string& agent);
+  // A message of a customer's session: from the customer or from the desk.
+  void record(const QuorDeskStore::Record& record);
+  // An agent read the customer's lines.
   void markRead(const std::string& customer);
 
   // {"seq", "now", "customers": [...], "inbox": [...]}: everything a page starts from.

@@ -90,6 +90,13 @@ class QuorDeskSimulator : public QuorLoopbackPeer,
   bool takeByAgent(const std::string& name, const std::string& greeting);
   // No agent for the waiting customer: KXCSChangeModeNoAgent or KXCSChangeModeRefused.
   bool declineAgent(int status);
+  // The person who took the customer and serves them now; "" when none does.
+  std::string takenBy() const;
+
+  // The session's state as JSON, and the session made again from it (a desk that restarts):
+  // who serves, who waits, the counts that the profile's rules follow.
+  KXDictionary saveState() const;
+  void restoreState(const KXDictionary& state);
 
  private:
   explicit QuorDeskSimulator(KXDictionary profile);
@@ -120,6 +127,7 @@ class QuorDeskSimulator : public QuorLoopbackPeer,
   int services_ = 0;
   Watch watch_;
   std::optional<std::string> waiting_;  // the group of the customer waiting for a person
+  std::string takenBy_;                 // the person serving
 };
 
 }  // namespace quor

@@ -8,24 +8,36 @@
 #include <nlohmann/json.hpp>
 #include <string>
 #include <unordered_map>
+#include <vector>
 
 #include "QuorCustomerService/Host/KXTypes.h"
 #include "QuorDeskSimulator/QuorDeskSimulator.h"
-#include "QuorXmppHost/QuorRecentPayloads.h"
+#include "QuorXmppDesk/QuorDeskStore.h"
 #include "QuorXmppHost/QuorXmppConnection.h"
 
 namespace quor {
 
 // The desk simulator on an XMPP server: connected as the desk's account, it serves many
 // customers at once, one desk session (a QuorDeskSimulator made from the profile) per customer
-// JID, answering each on the same wire as QuorXmppHost speaks. It runs in bounded memory: a
-// session that has heard nothing for Limits::idleSession is forgotten, and beyond
-// Limits::maxSessions the least recently active one is; a customer who writes again gets a
-// new session.
+// JID, answering each on the same wire as QuorXmppHost speaks.
+//
+// It keeps what it is given in a QuorDeskStore (in memory unless keepStateIn() names a file):
+// each change of a session (a customer's message, an agent's action) is one step, stored with
+// the session's new state and the messages both ways before the server hears that the
+// customer's message was taken, and the desk's answers are written once stored and stay in the
+// store's outbox until the server confirmed them. A desk that restarts, or was killed, takes
+// every session up where it was, answers nothing twice, writes again what the server did not
+// confirm, and takes from the server's archive what was sent to it while it was away (it binds
+// the fixed resource of QuorXmppOptions::resource, "desk" when empty, so that its next login
+// replaces a dead one at once).
+//
+// In memory, a session that has heard nothing for Limits::idleSession is dropped, and beyond
+// Limits::maxSessions the least recently active one is; the store still has it, and a customer
+// who writes again finds it there.
 //
 // Threads: the customers' messages are handled, and the desk's answers queued, on the
-// connection's "network" thread (the simulator never blocks). The other functions may be
-// called from any thread.
+// connection's "network" thread; step() runs on the caller's thread; steps run one at a time.
+// The other functions may be called from any thread.
 class QuorXmppDesk : private QuorXmppConnection::Events {
  public:
   using LogSink = std::function<void(int32_t level, const std::string& text)>;
@@ -39,30 +51,53 @@ class QuorXmppDesk : private QuorXmppConnection::Events {
       : QuorXmppDesk(std::move(profile), std::move(options), Limits()) {}
   ~QuorXmppDesk() override;
 
+  // Keeps the desk's state in the SQLite file at `path` (made when missing), before start().
+  // False with the reason when it cannot be opened or belongs to another desk account.
+  bool keepStateIn(const std::string& path, std::string* error);
+  // The default file of the desk account `jid`: $XDG_STATE_HOME (else ~/.local/state, else
+  // the working directory) / quor-cs-desk / JID.sqlite.
+  static std::string defaultStatePath(const std::string& jid);
+  QuorDeskStore& store() { return *store_; }
+
   void start();
   void stop();
   bool waitUntilOnline(std::chrono::milliseconds timeout) const;
   // Entries up to `maxLevel` (2 errors, 4 information) go to `sink`; none by default.
   void setLogSink(LogSink sink, int32_t maxLevel);
 
-  // People serve (the agent console): every session, present and future, reports its messages
-  // to `watch` with the customer's JID, and a customer's request for an agent waits for a
-  // person (QuorDeskSimulator::servedByPeople()).
-  using PeopleWatch = std::function<void(const std::string& customerJid,
-                                         const QuorWireMessage& message, bool fromCustomer)>;
+  // People serve (the agent console): every message of every session, present and future, both
+  // ways, goes to `watch` once stored, and a customer's request for an agent waits for a person
+  // (QuorDeskSimulator::servedByPeople()).
+  using PeopleWatch = std::function<void(const QuorDeskStore::Record& record)>;
   void servedByPeople(PeopleWatch watch);
 
-  // How many customers the desk serves now; the session of one customer (null when none).
+  // One step of the desk on the session of `customerJid` (an agent's action): `change` acts on
+  // the session, and what it makes the desk say is stored with the session's new state, then
+  // sent. Returns what `change` returns, or a reason when the desk has no such customer.
+  using Change = std::function<std::string(QuorDeskSimulator& session)>;
+  std::string step(const std::string& customerJid, const Change& change);
+
+  // How many customers the desk serves in memory now; whether it serves `customerJid`.
   std::size_t customerCount() const;
-  std::shared_ptr<QuorDeskSimulator> sessionOf(const std::string& customerJid) const;
+  bool serves(const std::string& customerJid) const;
 
  private:
   void onStatus(QuorXmppConnectionStatus status) override;
   void onPayload(QuorXmppPayload payload) override;
+  void onArchiveEnd(bool complete, const std::string& lastId) override;
   void onLog(int32_t level, const std::string& area, const std::string& text) override;
-  std::shared_ptr<QuorDeskSimulator> sessionFor(const std::string& customerJid);
+
+  // Under steps_: a step on the session of `customerJid`, made when `create` and unknown.
+  std::string stepLocked(const std::string& customerJid, bool create, const Change& change);
+  // The session in memory, else from the store, else a new one when `create`.
+  std::shared_ptr<QuorDeskSimulator> sessionFor(const std::string& customerJid, bool create);
+  std::shared_ptr<QuorDeskSimulator> makeSession(const std::string& customerJid);
+  // Under steps_: stores a message of a session and tells the people watching.
+  void record(QuorDeskStore::Record record);
+  // Writes a stored answer; the store forgets it once the server confirmed it.
+  void write(QuorXmppPayload payload);
   // Under the lock: has people serve `desk` when they do.
-  void watchByPeople(QuorDeskSimulator& desk, const std::string& customerJid);
+  void watchByPeople(QuorDeskSimulator& desk);
   // Under the lock: forgets the sessions beyond the limits, least recently active first.
   void forgetOld(std::chrono::steady_clock::time_point now);
 
@@ -74,13 +109,16 @@ class QuorXmppDesk : private QuorXmppConnection::Events {
 
   const KXDictionary profile_;
   const Limits limits_;
+  std::unique_ptr<QuorDeskStore> store_;
+  std::mutex steps_;                       // one step at a time; taken before mutex_
+  std::vector<QuorXmppPayload> unwritten_;  // under steps_: the step's answers
+  bool catchingUp_ = false;                 // on the network thread: reading the archive
   mutable std::mutex mutex_;
   std::unordered_map<std::string, Session> sessions_;
   std::list<std::string> byActivity_;  // customer JIDs, least recently active first
   LogSink logSink_;
   int32_t logMaxLevel_ = 0;
   PeopleWatch peopleWatch_;
-  QuorRecentPayloads recent_;
   std::unique_ptr<QuorXmppConnection> connection_;
 };
 

@@ -18,6 +18,7 @@ public class XmppTest {
   private Process server;
   private Process desk;
   private int port;
+  private java.nio.file.Path deskState;
 
   private static String program(String name) {
     String path = System.getenv(name);
@@ -41,9 +42,12 @@ public class XmppTest {
     server = new ProcessBuilder(program("QUOR_CS_SERVER_PROGRAM"), "--account", "mei:mei-pw",
         "--account", "shop:shop-pw").redirectError(ProcessBuilder.Redirect.INHERIT).start();
     port = Integer.parseInt(lineWith(server, false, "quor-cs-server: port ").split(" ")[2]);
-    desk = new ProcessBuilder(program("QUOR_CS_DESK_PROGRAM"), "--jid", "shop@localhost",
-        "--password", "shop-pw", "--server", "127.0.0.1", "--port", String.valueOf(port))
-        .start();
+    deskState = java.nio.file.Files.createTempDirectory("quor-cs-desk");
+    ProcessBuilder deskProgram = new ProcessBuilder(program("QUOR_CS_DESK_PROGRAM"), "--jid",
+        "shop@localhost", "--state", deskState.resolve("desk.sqlite").toString(), "--server",
+        "127.0.0.1", "--port", String.valueOf(port));
+    deskProgram.environment().put("QUOR_CS_DESK_PASSWORD", "shop-pw");
+    desk = deskProgram.start();
     lineWith(desk, true, "serving as");
   }
 
@@ -56,6 +60,12 @@ public class XmppTest {
     if (server != null) {
       server.getOutputStream().close();  // the server stops and removes its directory
       server.waitFor(30, TimeUnit.SECONDS);
+    }
+    if (deskState != null) {
+      try (java.util.stream.Stream<java.nio.file.Path> files = java.nio.file.Files.walk(deskState)) {
+        files.sorted(java.util.Comparator.reverseOrder()).map(java.nio.file.Path::toFile)
+            .forEach(java.io.File::delete);
+      }
     }
   }
 
