@@ -25,10 +25,12 @@ std::vector<std::string> texts(const KXDictionary& conversation) {
 TEST(ConsoleBoard, TheDesksMessagesMakeTheCustomersStateAndReadableLines) {
   QuorConsoleBoard board;
   const std::string mei = "mei@localhost";
-  board.record(said(mei, true, "KX:CsHs", R"({"userInfo":{"name":"梅"},"requestInfo":{"page":"o"}})"));
+  board.record(
+      said(mei, true, "KX:CsHs", R"({"userInfo":{"name":"梅"},"requestInfo":{"page":"o"}})"));
   board.record(said(mei, false, "KX:CsHsR", R"({"status":1,"data":{"robotWelcome":"Hi!"}})"));
   board.record(said(mei, true, "KX:TxtMsg", R"({"content":"hi"})"));
-  board.record(said(mei, false, "KX:TxtMsg", R"({"content":"Hello","user":{"name":"Ava"}})", "shop"));
+  board.record(
+      said(mei, false, "KX:TxtMsg", R"({"content":"Hello","user":{"name":"Ava"}})", "shop"));
   board.record(said(mei, true, "KX:CsCha", R"({"groupid":"sales"})"));
   EXPECT_EQ(board.conversation(mei)["customer"]["state"], "waiting");
   EXPECT_GT(board.conversation(mei)["customer"]["waitingSince"].get<int64_t>(), 0);

@@ -1039,8 +1039,8 @@ void QuorXmppConnection::Network::onMessage(const QuorXmlElement& message) {
           : nullptr;
   if (archived) {
     // A message of the account's archive: only what others sent to it is taken.
-    if (archived->attribute("type") == "error" || !QuorXmppStanza::readPayload(*archived, &payload) ||
-        payload.peer == owner_.bareJid_) {
+    if (archived->attribute("type") == "error" ||
+        !QuorXmppStanza::readPayload(*archived, &payload) || payload.peer == owner_.bareJid_) {
       return;
     }
     payload.archiveId = archiveId;

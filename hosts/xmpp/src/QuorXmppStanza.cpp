@@ -143,8 +143,7 @@ bool QuorXmppStanza::readPayload(const QuorXmlElement& message, QuorXmppPayload*
   return true;
 }
 
-std::string QuorXmppStanza::archiveIdOf(const QuorXmlElement& message,
-                                       const std::string& account) {
+std::string QuorXmppStanza::archiveIdOf(const QuorXmlElement& message, const std::string& account) {
   for (const auto& child : message.children()) {
     if (child->localName() == "stanza-id" && child->attribute("xmlns") == kStanzaIds &&
         child->attribute("by") == account) {
@@ -186,7 +185,8 @@ bool QuorXmppStanza::readArchiveEnd(const QuorXmlElement& iq, bool* complete, st
   if (!fin) return false;
   *complete = fin->attribute("complete") == "true" || fin->attribute("complete") == "1";
   const QuorXmlElement* page = fin->child("set", kResultSets);
-  const QuorXmlElement* lastId = page ? page->child("last", kResultSets) : nullptr;
+  // The page's children inherit its namespace.
+  const QuorXmlElement* lastId = page ? page->child("last") : nullptr;
   *last = lastId ? lastId->text() : "";
   // A page without a last id has nothing after it.
   if (last->empty()) *complete = true;

@@ -198,7 +198,8 @@ void QuorDeskStore::sent(const std::string& stanzaId) {
 std::vector<QuorXmppPayload> QuorDeskStore::outbox() const {
   std::lock_guard<std::mutex> lock(mutex_);
   std::vector<QuorXmppPayload> payloads;
-  Statement statement(database_, "SELECT id, peer, object_name, body, sender FROM outbox ORDER BY n");
+  Statement statement(database_,
+                      "SELECT id, peer, object_name, body, sender FROM outbox ORDER BY n");
   while (statement.row()) {
     QuorXmppPayload payload;
     payload.stanzaId = statement.text(0).value_or("");

@@ -73,10 +73,10 @@ std::string QuorXmppDesk::defaultStatePath(const std::string& jid) {
 }
 
 void QuorXmppDesk::start() {
-  // What the server did not confirm before the desk stopped (or died) is written again, under
-  // its ids: customers take one copy.
-  for (auto& payload : store_->outbox()) write(std::move(payload));
   connection_->start();
+  // What the server did not confirm before the desk stopped (or died) is written again, under
+  // its ids, once online: customers take one copy.
+  for (auto& payload : store_->outbox()) write(std::move(payload));
 }
 
 void QuorXmppDesk::stop() { connection_->stop(); }
@@ -237,11 +237,13 @@ void QuorXmppDesk::onStatus(QuorXmppConnectionStatus status) {
   // is taken from there; what the desk took already is known and answered once.
   const std::string mark = store_->archiveMark();
   if (mark.empty()) return;
+  onLog(4, "desk", "reading the archive after " + mark);
   catchingUp_ = true;
   connection_->queryArchive(mark);
 }
 
 void QuorXmppDesk::onArchiveEnd(bool complete, const std::string& lastId) {
+  onLog(4, "desk", complete ? "read the archive" : "reading the archive after " + lastId);
   if (!complete) {
     connection_->queryArchive(lastId);
     return;

@@ -69,7 +69,8 @@ int main(int argc, char** argv) {
     if (argument == "--jid" && hasValue) {
       options.jid = argv[++i];
     } else if (argument == "--password" || argument == "--console-token") {
-      return usage((argument + " is gone: every local user sees the command line; see below").c_str());
+      return usage(
+          (argument + " is gone: every local user sees the command line; see below").c_str());
     } else if (argument == "--password-file" && hasValue) {
       passwordFile = argv[++i];
     } else if (argument == "--state" && hasValue) {

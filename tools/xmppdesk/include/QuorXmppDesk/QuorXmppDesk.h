@@ -110,7 +110,7 @@ class QuorXmppDesk : private QuorXmppConnection::Events {
   const KXDictionary profile_;
   const Limits limits_;
   std::unique_ptr<QuorDeskStore> store_;
-  std::mutex steps_;                       // one step at a time; taken before mutex_
+  std::mutex steps_;                        // one step at a time; taken before mutex_
   std::vector<QuorXmppPayload> unwritten_;  // under steps_: the step's answers
   bool catchingUp_ = false;                 // on the network thread: reading the archive
   mutable std::mutex mutex_;

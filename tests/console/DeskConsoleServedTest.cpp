@@ -1,0 +1,148 @@
+// The console over a private server: the desk decides who takes a customer and who may act on
+// them, and a restart of the desk keeps every conversation, its taker and the inbox.
+#include <gmock/gmock.h>
+#include <httplib.h>
+
+#include <filesystem>
+#include <future>
+#include <thread>
+
+#include "QuorDeskConsole/QuorDeskConsole.h"
+#include "QuorPrivateServer/QuorPrivateServer.h"
+#include "support/RawXmppCustomer.h"
+
+namespace quor::test {
+namespace {
+
+using ::testing::HasSubstr;
+
+const std::string kToken = "served-test-token-0123456789abcdef";
+constexpr auto kPatience = std::chrono::seconds(15);
+
+bool eventually(const std::function<bool()>& done) {
+  const auto deadline = std::chrono::steady_clock::now() + kPatience;
+  while (!done()) {
+    if (std::chrono::steady_clock::now() > deadline) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  return true;
+}
+
+class DeskConsoleServed : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    QuorPrivateServer::Options options;
+    options.accounts = {{"mei", "mei-pw"}, {"shop", "shop-pw"}};
+    std::string error;
+    server_ = QuorPrivateServer::start(options, &error);
+    ASSERT_TRUE(server_) << error;
+    state_ = server_->directory() + "/desk.sqlite";
+    startDesk();
+    mei_ = std::make_unique<RawXmppCustomer>(server_->account("mei", "mei-pw"));
+    ASSERT_TRUE(mei_->connection().waitUntilOnline(kPatience));
+  }
+  void TearDown() override { stopDesk(); }
+
+  void startDesk() {
+    KXDictionary profile = QuorDeskSimulator::defaultProfile();
+    profile["end"]["afterLeaveMessage"] = false;
+    desk_ = std::make_unique<QuorXmppDesk>(profile, server_->account("shop", "shop-pw"));
+    std::string error;
+    ASSERT_TRUE(desk_->keepStateIn(state_, &error)) << error;
+    QuorDeskConsole::Options options;
+    options.token = kToken;
+    console_ = std::make_unique<QuorDeskConsole>(*desk_, options);
+    ASSERT_TRUE(console_->start(&error)) << error;
+    desk_->start();
+    ASSERT_TRUE(desk_->waitUntilOnline(kPatience));
+    client_ = std::make_unique<httplib::Client>("127.0.0.1", console_->port());
+  }
+  void stopDesk() {
+    if (desk_) desk_->stop();
+    console_.reset();
+    desk_.reset();
+  }
+
+  // What an agent's action got: the status and the answer's body.
+  std::pair<int, std::string> act(const std::string& agent, const std::string& what,
+                                  const std::string& text = "") {
+    KXDictionary request = {{"agent", agent}, {"customer", "mei@localhost"}, {"do", what}};
+    if (!text.empty()) request["text"] = text;
+    httplib::Client client("127.0.0.1", console_->port());
+    const auto answer = client.Post("/api/act?token=" + kToken, request.dump(), "application/json");
+    return answer ? std::make_pair(answer->status, answer->body) : std::make_pair(0, "");
+  }
+  KXDictionary state() {
+    const auto answer = client_->Get("/api/state?token=" + kToken);
+    return answer ? KXDictionary::parse(answer->body) : KXDictionary();
+  }
+  KXDictionary mei() {
+    const KXDictionary now = state();
+    for (const auto& customer : now["customers"]) {
+      if (customer["id"] == "mei@localhost") return customer;
+    }
+    return KXDictionary::object();
+  }
+  void say(const std::string& objectName, const std::string& body) {
+    mei_->send("shop@localhost", objectName, body);
+  }
+
+  std::unique_ptr<QuorPrivateServer> server_;
+  std::string state_;
+  std::unique_ptr<QuorXmppDesk> desk_;
+  std::unique_ptr<QuorDeskConsole> console_;
+  std::unique_ptr<httplib::Client> client_;
+  std::unique_ptr<RawXmppCustomer> mei_;
+};
+
+TEST_F(DeskConsoleServed, OneAgentWinsTheTakeOnlyTheTakerActsAndARestartKeepsItAll) {
+  say("KX:CsHs", R"({"userInfo":{"name":"Mei"}})");
+  say("KX:CsCha", R"({"groupid":"sales"})");
+  ASSERT_TRUE(eventually([&] { return mei().value("state", "") == "waiting"; })) << state().dump();
+
+  // Two agents press Take at once: one wins, everywhere.
+  auto ada = std::async(std::launch::async, [&] { return act("Ada", "take"); });
+  auto bo = std::async(std::launch::async, [&] { return act("Bo", "take"); });
+  const auto adaTook = ada.get(), boTook = bo.get();
+  ASSERT_NE(adaTook.first == 200, boTook.first == 200) << adaTook.second << boTook.second;
+  const std::string winner = adaTook.first == 200 ? "Ada" : "Bo";
+  const std::string loser = winner == "Ada" ? "Bo" : "Ada";
+  EXPECT_THAT((winner == "Ada" ? boTook : adaTook).second, HasSubstr("taken by " + winner));
+  EXPECT_EQ(mei()["agent"], winner);
+  ASSERT_TRUE(eventually(
+      [&] { return mei_->answers().count("Hello, this is " + winner + ". How can I help?"); }));
+
+  // Only the taker writes, ends or hands back; nobody writes to a customer with the robot.
+  for (const char* what : {"say", "end", "back", "rate", "invite"}) {
+    const auto refused = act(loser, what, "Please confirm your card number here");
+    EXPECT_EQ(refused.first, 409) << what;
+    EXPECT_THAT(refused.second, HasSubstr("served by " + winner)) << what;
+  }
+  EXPECT_EQ(act(winner, "say", " \n\t ").second, R"({"error":"nothing to send"})");
+  say("KX:TxtMsg", R"({"content":"where is my parcel?"})");
+  say("KX:CsLM", R"({"phone":"555"})");
+  ASSERT_TRUE(eventually([&] { return state()["inbox"].size() == 1; }));
+
+  stopDesk();
+  startDesk();
+  EXPECT_EQ(mei()["state"], "agent");
+  EXPECT_EQ(mei()["agent"], winner);
+  EXPECT_EQ(state()["inbox"].size(), 1u);
+  const auto lines = client_->Get("/api/conversation?customer=mei@localhost&token=" + kToken);
+  ASSERT_TRUE(lines);
+  EXPECT_THAT(lines->body, HasSubstr("where is my parcel?"));
+
+  // The customer is still with her agent: no robot answers her, and her agent goes on.
+  say("KX:TxtMsg", R"({"content":"hello again"})");
+  EXPECT_EQ(act(loser, "say", "hi").first, 409);
+  EXPECT_EQ(act(winner, "say", "Your parcel left today.").first, 200);
+  ASSERT_TRUE(eventually([&] { return mei_->answers().count("Your parcel left today."); }));
+  for (const auto& [text, count] : mei_->answers()) {
+    EXPECT_EQ(count, 1) << text;
+    EXPECT_THAT(text, ::testing::Not(HasSubstr("Sorry")));
+  }
+  EXPECT_EQ(act(winner, "take").second, R"({"error":"the customer was taken by )" + winner + "\"}");
+}
+
+}  // namespace
+}  // namespace quor::test
