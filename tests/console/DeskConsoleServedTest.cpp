@@ -16,7 +16,6 @@ namespace {
 
 using ::testing::HasSubstr;
 
-const std::string kToken = "served-test-token-0123456789abcdef";
 constexpr auto kPatience = std::chrono::seconds(15);
 
 bool eventually(const std::function<bool()>& done) {
@@ -49,13 +48,22 @@ class DeskConsoleServed : public ::testing::Test {
     desk_ = std::make_unique<QuorXmppDesk>(profile, server_->account("shop", "shop-pw"));
     std::string error;
     ASSERT_TRUE(desk_->keepStateIn(state_, &error)) << error;
-    QuorDeskConsole::Options options;
-    options.token = kToken;
-    console_ = std::make_unique<QuorDeskConsole>(*desk_, options);
+    console_ = std::make_unique<QuorDeskConsole>(*desk_, QuorDeskConsole::Options());
     ASSERT_TRUE(console_->start(&error)) << error;
     desk_->start();
     ASSERT_TRUE(desk_->waitUntilOnline(kPatience));
     client_ = std::make_unique<httplib::Client>("127.0.0.1", console_->port());
+    for (const char* agent : {"Ada", "Bo"}) {
+      const std::string password = std::string(agent) + "-password";
+      if (console_->agents().names().size() < 2) console_->agents().add(agent, password);
+      const auto answer = client_->Post(
+          "/api/login", KXDictionary({{"name", agent}, {"password", password}}).dump(),
+          "application/json");
+      ASSERT_TRUE(answer && answer->status == 200);
+      const std::string cookie = answer->get_header_value("Set-Cookie");
+      cookies_[agent] = cookie.substr(0, cookie.find(';'));
+    }
+    client_->set_default_headers({{"Cookie", cookies_["Ada"]}});
   }
   void stopDesk() {
     if (desk_) desk_->stop();
@@ -66,14 +74,15 @@ class DeskConsoleServed : public ::testing::Test {
   // What an agent's action got: the status and the answer's body.
   std::pair<int, std::string> act(const std::string& agent, const std::string& what,
                                   const std::string& text = "") {
-    KXDictionary request = {{"agent", agent}, {"customer", "mei@localhost"}, {"do", what}};
+    KXDictionary request = {{"customer", "mei@localhost"}, {"do", what}};
     if (!text.empty()) request["text"] = text;
     httplib::Client client("127.0.0.1", console_->port());
-    const auto answer = client.Post("/api/act?token=" + kToken, request.dump(), "application/json");
+    const auto answer =
+        client.Post("/api/act", {{"Cookie", cookies_[agent]}}, request.dump(), "application/json");
     return answer ? std::make_pair(answer->status, answer->body) : std::make_pair(0, "");
   }
   KXDictionary state() {
-    const auto answer = client_->Get("/api/state?token=" + kToken);
+    const auto answer = client_->Get("/api/state");
     return answer ? KXDictionary::parse(answer->body) : KXDictionary();
   }
   KXDictionary mei() {
@@ -93,6 +102,7 @@ class DeskConsoleServed : public ::testing::Test {
   std::unique_ptr<QuorDeskConsole> console_;
   std::unique_ptr<httplib::Client> client_;
   std::unique_ptr<RawXmppCustomer> mei_;
+  std::map<std::string, std::string> cookies_;
 };
 
 TEST_F(DeskConsoleServed, OneAgentWinsTheTakeOnlyTheTakerActsAndARestartKeepsItAll) {
@@ -123,12 +133,13 @@ TEST_F(DeskConsoleServed, OneAgentWinsTheTakeOnlyTheTakerActsAndARestartKeepsItA
   say("KX:CsLM", R"({"phone":"555"})");
   ASSERT_TRUE(eventually([&] { return state()["inbox"].size() == 1; }));
 
+  // Agents and their sessions are kept too: the pages go on without a new login.
   stopDesk();
   startDesk();
   EXPECT_EQ(mei()["state"], "agent");
   EXPECT_EQ(mei()["agent"], winner);
   EXPECT_EQ(state()["inbox"].size(), 1u);
-  const auto lines = client_->Get("/api/conversation?customer=mei@localhost&token=" + kToken);
+  const auto lines = client_->Get("/api/conversation?customer=mei@localhost");
   ASSERT_TRUE(lines);
   EXPECT_THAT(lines->body, HasSubstr("where is my parcel?"));
 

@@ -3,6 +3,9 @@
 // fed directly, as the desk's network thread would.
 #include <gmock/gmock.h>
 #include <httplib.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <future>
@@ -18,8 +21,6 @@ namespace {
 
 using ::testing::HasSubstr;
 
-const std::string kToken = "test-token-0123456789abcdef0123456";
-
 QuorXmppOptions unconnected() {
   QuorXmppOptions options;
   options.jid = "desk@localhost";
@@ -27,15 +28,33 @@ QuorXmppOptions unconnected() {
   return options;
 }
 
+// The session cookie of a login or setup answer; "" when none was set.
+std::string sessionOf(const httplib::Result& answer) {
+  if (!answer) return "";
+  const std::string set = answer->get_header_value("Set-Cookie");
+  return set.substr(0, set.find(';'));
+}
+
 class DeskConsole : public ::testing::Test {
  protected:
   void SetUp() override {
-    QuorDeskConsole::Options options;
-    options.token = kToken;
-    console_ = std::make_unique<QuorDeskConsole>(desk_, options);
+    console_ = std::make_unique<QuorDeskConsole>(desk_, QuorDeskConsole::Options());
     std::string error;
     ASSERT_TRUE(console_->start(&error)) << error;
     client_ = std::make_unique<httplib::Client>("127.0.0.1", console_->port());
+  }
+
+  // Ada's logged-in client.
+  std::unique_ptr<httplib::Client> ada() {
+    if (console_->agents().names().empty()) {
+      EXPECT_EQ(console_->agents().add("Ada", "ada-password"), "");
+    }
+    const std::string cookie = sessionOf(client_->Post(
+        "/api/login", R"({"name":"Ada","password":"ada-password"})", "application/json"));
+    EXPECT_NE(cookie, "");
+    auto made = std::make_unique<httplib::Client>("127.0.0.1", console_->port());
+    made->set_default_headers({{"Cookie", cookie}});
+    return made;
   }
 
   void handshake(const std::string& customer, const std::string& name) {
@@ -48,31 +67,80 @@ class DeskConsole : public ::testing::Test {
   std::unique_ptr<httplib::Client> client_;
 };
 
-TEST_F(DeskConsole, ServesNothingWithoutItsToken) {
-  for (const std::string path : {"/", "/console.js", "/console.css", "/api/state",
-                                 "/api/conversation?customer=x", "/api/events", "/nothing"}) {
-    const char* join = path.find('?') == std::string::npos ? "?" : "&";
-    for (const std::string& given : std::vector<std::string>{
-             "", "token=", "token=wrong", "token=" + kToken + "0", "token=" + kToken.substr(1)}) {
-      const auto answer = client_->Get(path + join + given);
-      ASSERT_TRUE(answer) << path;
-      EXPECT_EQ(answer->status, 403) << path << join << given;
-      EXPECT_THAT(answer->body, HasSubstr("needs its link with the token"));
-    }
-  }
-  const auto page = client_->Get("/?token=" + kToken);
+TEST_F(DeskConsole, ServesNoDataWithoutALoginAndTheFirstAgentSignsUpOnce) {
+  const auto page = client_->Get("/");
   ASSERT_TRUE(page);
   EXPECT_EQ(page->status, 200);
   EXPECT_THAT(page->get_header_value("Content-Security-Policy"), HasSubstr("script-src 'self'"));
-  EXPECT_THAT(page->body, HasSubstr(kToken));  // the page's own requests carry it
-  const auto state = client_->Get("/api/state", {{"X-Quor-Token", kToken}});
+  const std::vector<std::string> cookies = {"", "quor_cs_agent=", "quor_cs_agent=wrong",
+                                            "quor_cs_agent=" + std::string(64, '0')};
+  for (const std::string path :
+       {"/api/state", "/api/conversation?customer=x", "/api/events", "/api/nothing"}) {
+    for (const auto& cookie : cookies) {
+      const auto answer = client_->Get(path, {{"Cookie", cookie}});
+      ASSERT_TRUE(answer) << path;
+      EXPECT_EQ(answer->status, 401) << path << " " << cookie;
+      EXPECT_EQ(answer->get_header_value("Cross-Origin-Resource-Policy"), "same-origin");
+    }
+  }
+
+  // A fresh desk: a one-time link makes the first agent, with a password that is not weak.
+  const std::string link = console_->setupLink();
+  ASSERT_THAT(link, HasSubstr("#setup="));
+  const std::string code = link.substr(link.find('=') + 1);
+  auto setUp = [&](const std::string& given, const std::string& password) {
+    const KXDictionary body = {{"code", given}, {"name", "Ada"}, {"password", password}};
+    return client_->Post("/api/setup", body.dump(), "application/json");
+  };
+  EXPECT_THAT(setUp("wrong", "ada-password")->body, HasSubstr("used already"));
+  EXPECT_THAT(setUp(code, "short")->body, HasSubstr("at least 10"));
+  const std::string cookie = sessionOf(setUp(code, "ada-password"));
+  ASSERT_THAT(cookie, HasSubstr("quor_cs_agent="));
+  EXPECT_EQ(setUp(code, "ada-password")->status, 409);  // once
+  EXPECT_EQ(console_->setupLink(), "");
+  const auto state = client_->Get("/api/state", {{"Cookie", cookie}});
   ASSERT_TRUE(state);
   EXPECT_EQ(state->status, 200);
   EXPECT_EQ(state->get_header_value("Content-Type"), "application/json; charset=utf-8");
+
+  // Logins: a wrong password or name gets nothing; a logout ends the session.
+  for (const char* wrong : {R"({"name":"Ada","password":"ada-passwore"})",
+                            R"({"name":"Bo","password":"ada-password"})", "{}"}) {
+    const auto refused = client_->Post("/api/login", wrong, "application/json");
+    EXPECT_EQ(refused->status, 401) << wrong;
+    EXPECT_EQ(sessionOf(refused), "") << wrong;
+  }
+  client_->Post("/api/logout", {{"Cookie", cookie}}, "{}", "application/json");
+  EXPECT_EQ(client_->Get("/api/state", {{"Cookie", cookie}})->status, 401);
+}
+
+TEST_F(DeskConsole, AnotherPageCanNeitherActNorPostPlainText) {
+  auto agent = ada();
+  const std::string act = R"({"customer":"nobody@localhost","do":"read"})";
+  const std::string own = "http://127.0.0.1:" + std::to_string(console_->port());
+  const struct {
+    std::string origin, type;
+    int status;
+  } cases[] = {
+      {"http://127.0.0.1:8081", "application/json", 403},  // another local page, same site
+      {"null", "application/json", 403},
+      {own, "text/plain", 415},  // a simple request needs no preflight: refused
+      {own, "application/x-www-form-urlencoded", 415},
+      {"", "text/plain;charset=UTF-8", 415},
+      {own, "application/json", 200},
+      {"", "application/json", 200},  // not a browser: the cookie alone speaks
+  };
+  for (const auto& c : cases) {
+    httplib::Headers headers;
+    if (!c.origin.empty()) headers.emplace("Origin", c.origin);
+    const auto answer = agent->Post("/api/act", headers, act, c.type.c_str());
+    ASSERT_TRUE(answer);
+    EXPECT_EQ(answer->status, c.status) << c.origin << " " << c.type;
+  }
 }
 
 TEST_F(DeskConsole, AnswersEveryBadRequestWithAReason) {
-  const std::string deep(100000, '[');
+  const std::string deep(60000, '[');
   const struct {
     std::string body;
     int status;
@@ -82,20 +150,21 @@ TEST_F(DeskConsole, AnswersEveryBadRequestWithAReason) {
       {"not json", 400, "not a JSON object"},
       {"[1]", 400, "not a JSON object"},
       {deep, 400, "not a JSON object"},
-      {"{}", 409, "log in with your name first"},
-      {R"({"agent":5,"do":"take"})", 409, "log in with your name first"},
-      {R"({"agent":"Ada","customer":"nobody@localhost","do":"take"})", 409, "not with the desk"},
-      {R"({"agent":"Ada","customer":"nobody@localhost","do":"dance"})", 409, "not with the desk"},
-      {R"({"agent":"Ada","customer":"nobody@localhost","do":"read"})", 200, "\"ok\":true"},
+      {std::string(100000, ' '), 413, ""},  // beyond the longest body
+      {"{}", 409, "not with the desk"},
+      {R"({"agent":5,"do":"take"})", 409, "not with the desk"},
+      {R"({"customer":"nobody@localhost","do":"take"})", 409, "not with the desk"},
+      {R"({"customer":"nobody@localhost","do":"dance"})", 409, "not with the desk"},
+      {R"({"customer":"nobody@localhost","do":"read"})", 200, "\"ok\":true"},
   };
+  auto agent = ada();
   for (const auto& c : cases) {
-    const auto answer =
-        client_->Post("/api/act?token=" + kToken, c.body, "application/json; charset=utf-8");
+    const auto answer = agent->Post("/api/act", c.body, "application/json; charset=utf-8");
     ASSERT_TRUE(answer) << c.body.substr(0, 40);
     EXPECT_EQ(answer->status, c.status) << c.body.substr(0, 40);
     EXPECT_THAT(answer->body, HasSubstr(c.reason)) << c.body.substr(0, 40);
   }
-  const auto missing = client_->Get("/api/conversation?customer=nobody&token=" + kToken);
+  const auto missing = agent->Get("/api/conversation?customer=nobody");
   ASSERT_TRUE(missing);
   EXPECT_EQ(missing->status, 404);
 }
@@ -106,16 +175,16 @@ TEST_F(DeskConsole, StreamsWhatHappensAndStopsWithItsStreamsOpen) {
   std::promise<void> sawMei;
   std::atomic<bool> told{false};
   // A page that follows the stream from a garbled position: it gets every event from the start.
+  auto agent = ada();
   std::thread page([&] {
-    client_->Get("/api/events?token=" + kToken, {{"Last-Event-ID", "garbage"}},
-                 [&](const char* data, size_t size) {
-                   std::lock_guard<std::mutex> hold(lock);
-                   received.append(data, size);
-                   if (received.find("Mei <b>") != std::string::npos && !told.exchange(true)) {
-                     sawMei.set_value();
-                   }
-                   return true;
-                 });
+    agent->Get("/api/events", {{"Last-Event-ID", "garbage"}}, [&](const char* data, size_t size) {
+      std::lock_guard<std::mutex> hold(lock);
+      received.append(data, size);
+      if (received.find("Mei <b>") != std::string::npos && !told.exchange(true)) {
+        sawMei.set_value();
+      }
+      return true;
+    });
   });
   handshake("mei@localhost", "Mei <b>");
   ASSERT_EQ(sawMei.get_future().wait_for(std::chrono::seconds(30)), std::future_status::ready);
@@ -126,6 +195,51 @@ TEST_F(DeskConsole, StreamsWhatHappensAndStopsWithItsStreamsOpen) {
   }
   console_->stop();  // returns although the page still follows; the stream ends
   page.join();
+}
+
+TEST_F(DeskConsole, IdleAndManyClientsDoNotStopItServingOthers) {
+  auto agent = ada();
+  // 40 peers that start a request and then say nothing.
+  std::vector<int> idle;
+  for (int i = 0; i < 40; ++i) {
+    const int peer = ::socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<uint16_t>(console_->port()));
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    ASSERT_EQ(::connect(peer, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    const char start[] = "GET /api/state HTTP/1.1\r\nHost: x";
+    ASSERT_GT(::send(peer, start, sizeof start - 1, 0), 0);
+    idle.push_back(peer);
+  }
+  // As many pages as may follow the desk, and one more.
+  std::vector<std::unique_ptr<httplib::Client>> pages;
+  std::vector<std::thread> following;
+  std::atomic<int> refused{0};
+  for (std::size_t i = 0; i <= QuorDeskConsole::Options().eventStreams; ++i) {
+    pages.push_back(ada());
+    following.emplace_back([&refused, page = pages.back().get()] {
+      const auto answer = page->Get("/api/events", [](const char*, size_t) { return true; });
+      if (answer && answer->status == 503) ++refused;
+    });
+  }
+  const auto state = agent->Get("/api/state");
+  ASSERT_TRUE(state);
+  EXPECT_EQ(state->status, 200);
+  // The idle peers are let go after the read timeout: they hold no thread.
+  for (const int peer : idle) {
+    timeval patience{10, 0};
+    ::setsockopt(peer, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+    char answer[512];
+    ssize_t got;
+    while ((got = ::recv(peer, answer, sizeof answer, 0)) > 0) {
+    }
+    EXPECT_EQ(got, 0);  // the console ended the connection
+    ::close(peer);
+  }
+  console_->stop();
+  for (auto& page : following) page.join();
+  EXPECT_EQ(refused, 1);
 }
 
 TEST_F(DeskConsole, SaysWhyItCannotListen) {

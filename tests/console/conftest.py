@@ -25,7 +25,11 @@ from firefox import FirefoxDriver  # noqa: E402
 
 BROWSER = os.environ.get("QUOR_CS_BROWSER", "chromium")
 
-TOKEN = "console-test-token-0123456789abcdef"
+AGENTS = ["Ada", "Bo"]
+
+
+def password(agent):
+    return f"{agent.lower()}-password"
 ACCOUNTS = ["mei", "kai", "hostile", "rita", "shop"]
 
 
@@ -52,11 +56,15 @@ class Desk:
         self.link = None
 
     def start(self):
+        for agent in AGENTS:  # the desk's owner makes its agents, passwords on standard input
+            subprocess.run([program("QUOR_CS_DESK_PROGRAM"), "agent", "add", agent, "--jid",
+                            "shop@localhost", "--state", self.state],
+                           input=password(agent) + "\n", text=True, check=True)
         self.process = subprocess.Popen(
             [program("QUOR_CS_DESK_PROGRAM"), "--jid", "shop@localhost", "--state", self.state,
              "--server", "127.0.0.1", "--port", str(self.server_port),
              "--console", f"127.0.0.1:{self.console_port}"],
-            env={**os.environ, "QUOR_CS_DESK_PASSWORD": "shop-pw", "QUOR_CS_CONSOLE_TOKEN": TOKEN},
+            env={**os.environ, "QUOR_CS_DESK_PASSWORD": "shop-pw"},
             stderr=subprocess.PIPE, text=True)
         for line in self.process.stderr:
             if "agent console at " in line:
@@ -73,7 +81,7 @@ class Desk:
 
     @property
     def base(self):
-        return self.link.split("/?")[0]
+        return self.link.rstrip("/")
 
 
 @pytest.fixture(scope="module")

@@ -7,13 +7,16 @@ from selenium.common.exceptions import NoAlertPresentException
 from selenium.webdriver.common.by import By
 
 import quor_cs
-from conftest import shot, wait
+from conftest import password, shot, wait
 
 
-def login(driver, name):
+def login(driver, name, secret=None):
+    wait(driver, lambda: driver.find_element(By.ID, "login").is_displayed())
     driver.find_element(By.ID, "agent-name").send_keys(name)
+    driver.find_element(By.ID, "agent-password").send_keys(secret or password(name))
     driver.find_element(By.ID, "login").submit()
-    wait(driver, lambda: driver.find_element(By.ID, "agent").text == f"Agent: {name}")
+    if secret is None:
+        wait(driver, lambda: driver.find_element(By.ID, "agent").text == f"Agent: {name}")
 
 
 def row(driver, name):
@@ -95,6 +98,7 @@ def test_an_agent_takes_a_waiting_customer_chats_gets_a_rating_and_ends(desk, cu
 def test_a_customer_name_is_shown_as_text_never_as_markup(desk, customers, browser):
     hostile = "<img src=x onerror=alert(1)>"
     page = browser(desk.link)
+    login(page, "Ada")
     customers("hostile", hostile)
     wait(page, lambda: row(page, hostile) is not None)
     row(page, hostile).click()
@@ -105,17 +109,20 @@ def test_a_customer_name_is_shown_as_text_never_as_markup(desk, customers, brows
     shot(page, "console-hostile-name")
 
 
-def test_nothing_is_served_without_the_token(desk, browser):
-    for path in ["/", "/console.js", "/api/state", "/api/events", "/?token=wrong"]:
+def test_nothing_but_the_page_is_served_without_a_login(desk, browser):
+    for path in ["/api/state", "/api/events", "/api/conversation?customer=x"]:
         with pytest.raises(urllib.error.HTTPError) as refused:
             urllib.request.urlopen(desk.base + path, timeout=10)
-        assert refused.value.code == 403
-    page = browser(desk.base + "/")
-    assert "needs its link with the token" in page.find_element(By.TAG_NAME, "body").text
+        assert refused.value.code == 401
+    page = browser(desk.link)
+    login(page, "Ada", "not-her-password")
+    wait(page, lambda: page.find_element(By.ID, "login-error").text == "wrong name or password")
+    assert page.find_elements(By.CSS_SELECTOR, "#customer-list tr") == []
 
 
 def test_the_page_says_when_the_desk_is_gone_and_recovers_when_it_is_back(desk, customers, browser):
     page = browser(desk.link)
+    login(page, "Ada")
     wait(page, lambda: page.find_element(By.ID, "desk-status").text == "desk online")
     desk.stop()
     wait(page, lambda: page.find_element(By.ID, "banner").is_displayed())

@@ -101,12 +101,14 @@ bool QuorXmppDemo::startDesk(const Options& options, std::string* error) {
   desk_ = QuorChildProcess::start(arguments, deskLog_, error);
   if (!desk_) return false;
   if (desk_->waitForOutput("serving as", 0, kPatience, error)) {
-    // The desk printed its console's link before it logged in.
+    // The desk printed its console's links before it logged in: on its fresh state, the one
+    // with which the first agent signs up goes last.
     std::ifstream log(deskLog_);
-    const std::string mark = "agent console at ";
     for (std::string line; std::getline(log, line);) {
-      const auto at = line.find(mark);
-      if (at != std::string::npos) consoleLink_ = line.substr(at + mark.size());
+      for (const std::string mark : {"agent console at ", "the first one signs up at "}) {
+        const auto at = line.find(mark);
+        if (at != std::string::npos) consoleLink_ = line.substr(at + mark.size());
+      }
     }
     return true;
   }

@@ -110,8 +110,8 @@ int runOverXmpp(const std::shared_ptr<QuorDeskSimulator>& desk, const Arguments&
   }
   if (!demo->consoleLink().empty()) {
     std::printf(
-        "Agent console: %s\n(open it, log in with a name, and take the customer when they "
-        "ask for an agent)\n",
+        "Agent console: %s\n(open it, make yourself an agent with a name and a password, and "
+        "take the customer when they ask for an agent)\n",
         demo->consoleLink().c_str());
     std::fflush(stdout);
   }

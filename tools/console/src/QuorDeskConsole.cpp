@@ -6,7 +6,6 @@
 #include <atomic>
 #include <chrono>
 #include <memory>
-#include <random>
 
 #include "KXJsonTree.h"
 #include "QuorConsoleAssets.h"
@@ -14,26 +13,24 @@
 namespace quor {
 namespace {
 
-constexpr auto kKeepAlive = std::chrono::seconds(15);
-// Enough HTTP threads for the open pages' event streams (one each) and their requests.
-constexpr std::size_t kHttpThreads = 32;
-// A token that guessing cannot find: the random ones have 32 hex digits (128 bits).
-constexpr std::size_t kShortestToken = 32;
+// A page's stream hears from the desk at least this often: a closed page is noticed then.
+constexpr auto kKeepAlive = std::chrono::seconds(5);
+// Enough HTTP threads for the pages' event streams and requests, with room beside slow peers.
+constexpr std::size_t kHttpThreads = 64;
+constexpr std::size_t kLongestBody = 64 * 1024;
+constexpr const char* kCookie = "quor_cs_agent";
 
-std::string randomToken() {
-  std::random_device device;
-  static const char* const kHex = "0123456789abcdef";
-  std::string token;
-  for (int i = 0; i < 32; ++i) token += kHex[device() % 16];
-  return token;
-}
-
-// Compares without stopping at the first difference.
-bool sameToken(const std::string& given, const std::string& token) {
-  if (given.size() != token.size()) return false;
-  unsigned char difference = 0;
-  for (std::size_t i = 0; i < token.size(); ++i) difference |= given[i] ^ token[i];
-  return difference == 0;
+// The value of the cookie `name` in a Cookie header; "" when absent.
+std::string cookieValue(const std::string& header, const std::string& name) {
+  std::size_t at = 0;
+  while (at < header.size()) {
+    const std::size_t end = std::min(header.find(';', at), header.size());
+    std::size_t start = header.find_first_not_of(' ', at);
+    if (start < end && header.compare(start, name.size() + 1, name + "=") == 0)
+      return header.substr(start + name.size() + 1, end - start - name.size() - 1);
+    at = end + 1;
+  }
+  return "";
 }
 
 std::string text(const KXDictionary& object, const char* key) {
@@ -51,27 +48,30 @@ void sendJson(httplib::Response& response, const KXDictionary& value, int status
 }  // namespace
 
 QuorDeskConsole::QuorDeskConsole(QuorXmppDesk& desk, Options options)
-    : desk_(desk), options_(std::move(options)), board_(options_.limits) {
-  if (options_.token.empty()) options_.token = randomToken();
-}
+    : desk_(desk), options_(std::move(options)), board_(options_.limits), agents_(desk.store()) {}
 
 QuorDeskConsole::~QuorDeskConsole() { stop(); }
 
 std::string QuorDeskConsole::link() const {
   const bool v6 = options_.address.find(':') != std::string::npos;
   return "http://" + (v6 ? "[" + options_.address + "]" : options_.address) + ":" +
-         std::to_string(port_) + "/?token=" + options_.token;
+         std::to_string(port_) + "/";
+}
+
+std::string QuorDeskConsole::setupLink() {
+  const std::string code = agents_.setupCode();
+  // In the fragment: it never reaches a server's log or another page's Referer.
+  return code.empty() ? "" : link() + "#setup=" + code;
 }
 
 bool QuorDeskConsole::start(std::string* error) {
-  if (options_.token.size() < kShortestToken) {
-    if (error)
-      *error = "the console's token must have at least " + std::to_string(kShortestToken) +
-               " characters (a random one is made when none is given)";
-    return false;
-  }
   server_ = std::make_unique<httplib::Server>();
   server_->new_task_queue = [] { return new httplib::ThreadPool(kHttpThreads); };
+  // A peer that sends its request slowly, or idles between requests, gives its thread up soon.
+  server_->set_read_timeout(options_.readTimeout);
+  server_->set_write_timeout(std::chrono::seconds(5));
+  server_->set_keep_alive_timeout(5);
+  server_->set_payload_max_length(kLongestBody);
   // The library's default adds SO_REUSEPORT, with which a second console (a desk started twice)
   // would bind the same port and take half of the pages' requests. SO_REUSEADDR alone still lets
   // a restarted desk take its port back at once.
@@ -114,6 +114,33 @@ void QuorDeskConsole::stop() {
   server_.reset();
 }
 
+std::string QuorDeskConsole::agentOf(const httplib::Request& request) const {
+  return agents_.agentOf(cookieValue(request.get_header_value("Cookie"), kCookie));
+}
+
+std::string QuorDeskConsole::refusal(const httplib::Request& request, int* status) const {
+  if (request.method != "GET" && request.method != "HEAD") {
+    // Another page may post here, and the browser would send the agent's cookie along (same
+    // site): its Origin gives it away, and it cannot send JSON without asking first.
+    const std::string origin = request.get_header_value("Origin");
+    if (!origin.empty() && origin != "http://" + request.get_header_value("Host")) {
+      *status = 403;
+      return "only the console's own page may act";
+    }
+    if (request.get_header_value("Content-Type").rfind("application/json", 0) != 0) {
+      *status = 415;
+      return "send JSON (Content-Type: application/json)";
+    }
+  }
+  const bool open = request.path.rfind("/api/", 0) != 0 || request.path == "/api/login" ||
+                    request.path == "/api/setup" || request.path == "/api/me";
+  if (!open && agentOf(request).empty()) {
+    *status = 401;
+    return "log in first";
+  }
+  return "";
+}
+
 void QuorDeskConsole::routes() {
   using httplib::Request;
   using httplib::Response;
@@ -124,31 +151,64 @@ void QuorDeskConsole::routes() {
       {"X-Content-Type-Options", "nosniff"},
       {"Referrer-Policy", "no-referrer"},
       {"Cache-Control", "no-store"},
+      {"Cross-Origin-Resource-Policy", "same-origin"},
+      {"Cross-Origin-Opener-Policy", "same-origin"},
   });
-  // Nothing is served without the token.
   server_->set_pre_routing_handler([this](const Request& request, Response& response) {
-    std::string given = request.get_param_value("token");
-    if (given.empty()) given = request.get_header_value("X-Quor-Token");
-    if (sameToken(given, options_.token)) return httplib::Server::HandlerResponse::Unhandled;
-    response.status = 403;
-    response.set_content(
-        "This agent console needs its link with the token: the desk printed it when it started.\n",
-        "text/plain; charset=utf-8");
+    int status = 0;
+    const std::string refused = refusal(request, &status);
+    if (refused.empty()) return httplib::Server::HandlerResponse::Unhandled;
+    sendJson(response, {{"error", refused}}, status);
     return httplib::Server::HandlerResponse::Handled;
   });
-  server_->Get("/", [this](const Request&, Response& response) {
-    std::string page(console::kIndexHtml);
-    const std::string mark = "{{TOKEN}}";
-    for (auto at = page.find(mark); at != std::string::npos; at = page.find(mark, at)) {
-      page.replace(at, mark.size(), options_.token);
-    }
-    response.set_content(page, "text/html; charset=utf-8");
+  server_->Get("/", [](const Request&, Response& response) {
+    response.set_content(console::kIndexHtml, "text/html; charset=utf-8");
   });
   server_->Get("/console.js", [](const Request&, Response& response) {
     response.set_content(console::kConsoleJs, "text/javascript; charset=utf-8");
   });
   server_->Get("/console.css", [](const Request&, Response& response) {
     response.set_content(console::kConsoleCss, "text/css; charset=utf-8");
+  });
+  auto bodyOf = [](const Request& request) {
+    const auto parsed = KXJsonTree::parse(request.body, KXJsonTree::kMaxDepth);
+    return parsed && parsed->is_object() ? *parsed : KXDictionary();
+  };
+  auto session = [](Response& response, const std::string& cookie, const std::string& agent) {
+    response.set_header(
+        "Set-Cookie",
+        std::string(kCookie) + "=" + cookie + "; Path=/; HttpOnly; SameSite=Strict; Max-Age=" +
+            std::to_string(std::chrono::seconds(QuorConsoleAgents::kSessionLife).count()));
+    sendJson(response, {{"agent", agent}});
+  };
+  server_->Get("/api/me", [this](const Request& request, Response& response) {
+    const std::string agent = agentOf(request);
+    if (agent.empty()) {
+      return sendJson(response, {{"error", "log in first"}, {"setup", agents_.names().empty()}},
+                      401);
+    }
+    sendJson(response, {{"agent", agent}});
+  });
+  server_->Post("/api/login", [this, bodyOf, session](const Request& request, Response& response) {
+    const KXDictionary body = bodyOf(request);
+    const std::string name = text(body, "name");
+    const std::string cookie = agents_.logIn(name, text(body, "password"));
+    if (cookie.empty()) return sendJson(response, {{"error", "wrong name or password"}}, 401);
+    session(response, cookie, name);
+  });
+  server_->Post("/api/setup", [this, bodyOf, session](const Request& request, Response& response) {
+    const KXDictionary body = bodyOf(request);
+    std::string cookie;
+    const std::string problem =
+        agents_.setUp(text(body, "code"), text(body, "name"), text(body, "password"), &cookie);
+    if (!problem.empty()) return sendJson(response, {{"error", problem}}, 409);
+    session(response, cookie, text(body, "name"));
+  });
+  server_->Post("/api/logout", [this](const Request& request, Response& response) {
+    agents_.logOut(cookieValue(request.get_header_value("Cookie"), kCookie));
+    response.set_header("Set-Cookie",
+                        std::string(kCookie) + "=; Path=/; HttpOnly; SameSite=Strict; Max-Age=0");
+    sendJson(response, {{"ok", true}});
   });
   server_->Get("/api/state",
                [this](const Request&, Response& response) { sendJson(response, board_.state()); });
@@ -158,6 +218,10 @@ void QuorDeskConsole::routes() {
     sendJson(response, found);
   });
   server_->Get("/api/events", [this](const Request& request, Response& response) {
+    if (eventStreams_.fetch_add(1) >= options_.eventStreams) {
+      --eventStreams_;
+      return sendJson(response, {{"error", "too many pages follow the desk: close some"}}, 503);
+    }
     std::string from = request.get_header_value("Last-Event-ID");
     if (from.empty()) from = request.get_param_value("after");
     uint64_t after = 0;
@@ -168,7 +232,8 @@ void QuorDeskConsole::routes() {
     }
     auto last = std::make_shared<uint64_t>(after);
     response.set_chunked_content_provider(
-        "text/event-stream", [this, last](std::size_t offset, httplib::DataSink& sink) {
+        "text/event-stream",
+        [this, last](std::size_t offset, httplib::DataSink& sink) {
           // At once, so that the page knows the stream is open; then the events as they come.
           if (offset == 0) return sink.write("retry: 1000\n\n", 13);
           std::string out;
@@ -184,25 +249,25 @@ void QuorDeskConsole::routes() {
           }
           if (out.empty()) out = ": keep-alive\n\n";
           return sink.write(out.data(), out.size());
-        });
+        },
+        [this](bool) { --eventStreams_; });
   });
   server_->Post("/api/act", [this](const Request& request, Response& response) {
     const auto parsed = KXJsonTree::parse(request.body, KXJsonTree::kMaxDepth);
     if (!parsed || !parsed->is_object()) {
       return sendJson(response, {{"error", "the request is not a JSON object"}}, 400);
     }
-    const std::string problem = act(*parsed);
+    const std::string problem = act(agentOf(request), *parsed);
     if (problem.empty()) return sendJson(response, {{"ok", true}});
     sendJson(response, {{"error", problem}}, 409);
   });
 }
 
-std::string QuorDeskConsole::act(const KXDictionary& request) {
-  const std::string agent = text(request, "agent");
+std::string QuorDeskConsole::act(const std::string& agent, const KXDictionary& request) {
   const std::string customer = text(request, "customer");
   const std::string what = text(request, "do");
   const std::string said = text(request, "text");
-  if (agent.empty()) return "log in with your name first";
+  if (agent.empty()) return "log in first";
   if (what == "read") {
     board_.markRead(customer);
     return "";

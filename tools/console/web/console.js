@@ -1,7 +1,8 @@
 // The agent console's page: the desk's customers and conversations, live from the desk's event
-// stream; an agent's actions go to /api/act. Whatever a customer sent is shown as text only
-// (textContent), never as markup.
-const token = new URLSearchParams(location.search).get("token") || "";
+// stream; an agent's actions go to /api/act. The agent logs in with a name and a password (or
+// makes the first agent with the desk's one-time setup link); the session is an HttpOnly cookie.
+// Whatever a customer sent is shown as text only (textContent), never as markup.
+let setupCode = new URLSearchParams(location.hash.slice(1)).get("setup") || "";
 const $ = (id) => document.getElementById(id);
 const customers = new Map();
 const inbox = [];
@@ -9,27 +10,42 @@ let seq = 0;
 let openId = null;
 let events = null;
 let down = false;
-let agent = sessionStorage.getItem("quor-agent") || "";
+let agent = "";
 
 function api(path, params = {}) {
-  const query = new URLSearchParams({ ...params, token });
-  return `${path}?${query}`;
+  const query = new URLSearchParams(params).toString();
+  return query ? `${path}?${query}` : path;
+}
+
+// A request the desk refused for want of a login shows the login form.
+function loggedOut() {
+  agent = "";
+  if (events) events.close();
+  events = null;
+  showAgent();
 }
 
 async function getJson(path, params) {
   const response = await fetch(api(path, params), { cache: "no-store" });
+  if (response.status === 401) loggedOut();
   if (!response.ok) throw new Error(`${path}: ${response.status}`);
   return response.json();
 }
 
-async function act(what, extra = {}) {
-  $("action-error").textContent = "";
-  const response = await fetch(api("/api/act"), {
+async function post(path, body) {
+  const response = await fetch(path, {
     method: "POST",
     headers: { "Content-Type": "application/json" },
-    body: JSON.stringify({ agent, customer: openId, do: what, ...extra }),
+    body: JSON.stringify(body),
   });
   const answer = await response.json().catch(() => ({ error: "no answer" }));
+  if (response.status === 401 && path === "/api/act") loggedOut();
+  return answer;
+}
+
+async function act(what, extra = {}) {
+  $("action-error").textContent = "";
+  const answer = await post("/api/act", { customer: openId, do: what, ...extra });
   if (answer.error) $("action-error").textContent = answer.error;
   return !answer.error;
 }
@@ -128,7 +144,7 @@ async function open(id) {
   $("lines").replaceChildren(...found.lines.map(lineItem));
   $("lines").scrollTop = $("lines").scrollHeight;
   renderList();
-  if (agent && found.customer.unread) act("read");
+  if (found.customer.unread) act("read");
 }
 
 function apply(event) {
@@ -144,7 +160,7 @@ function apply(event) {
       if (event.line) {
         $("lines").append(lineItem(event.line));
         $("lines").scrollTop = $("lines").scrollHeight;
-        if (event.line.who === "customer" && agent && !document.hidden) act("read");
+        if (event.line.who === "customer" && !document.hidden) act("read");
       }
     }
     renderList();
@@ -194,15 +210,40 @@ function follow() {
 function showAgent() {
   $("login").hidden = Boolean(agent);
   $("agent").hidden = !agent;
+  $("logout").hidden = !agent;
   $("agent").textContent = agent ? `Agent: ${agent}` : "";
+  $("login-title").textContent = setupCode ? "Make the first agent" : "Log in";
+  $("login-button").textContent = setupCode ? "Make and log in" : "Log in";
+  $("agent-password").autocomplete = setupCode ? "new-password" : "current-password";
   if (openId && customers.has(openId)) renderHead(customers.get(openId));
 }
 
-$("login").addEventListener("submit", (event) => {
-  event.preventDefault();
-  agent = $("agent-name").value.trim();
-  sessionStorage.setItem("quor-agent", agent);
+function loggedIn(name) {
+  agent = name;
   showAgent();
+  load().catch(() => {
+    down = true;
+    setStatus(false);
+    follow();
+  });
+}
+
+$("login").addEventListener("submit", async (event) => {
+  event.preventDefault();
+  const name = $("agent-name").value.trim();
+  const password = $("agent-password").value;
+  const answer = setupCode ? await post("/api/setup", { code: setupCode, name, password })
+                           : await post("/api/login", { name, password });
+  $("login-error").textContent = answer.error || "";
+  if (answer.error) return;
+  $("agent-password").value = "";
+  if (setupCode) history.replaceState(null, "", location.pathname);  // used once
+  setupCode = "";
+  loggedIn(answer.agent);
+});
+$("logout").addEventListener("click", async () => {
+  await post("/api/logout", {});
+  loggedOut();
 });
 $("say").addEventListener("submit", async (event) => {
   event.preventDefault();
@@ -235,9 +276,7 @@ setInterval(() => {
   }
 }, 1000);
 
-showAgent();
-load().catch(() => {
-  down = true;
-  setStatus(false);
-  follow();
-});
+fetch("/api/me", { cache: "no-store" })
+  .then((response) => response.json())
+  .then((me) => me.agent ? loggedIn(me.agent) : loggedOut())
+  .catch(() => loggedOut());

@@ -234,6 +234,13 @@ bool QuorDeskStore::setFact(const std::string& name, const std::string& value) {
   return false;
 }
 
+void QuorDeskStore::removeFact(const std::string& name) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  Statement statement(database_, "DELETE FROM facts WHERE name = ?");
+  statement.bind(1, name);
+  if (!statement.run()) failed();
+}
+
 std::vector<std::pair<std::string, std::string>> QuorDeskStore::facts(
     const std::string& prefix) const {
   std::lock_guard<std::mutex> lock(mutex_);

@@ -41,11 +41,16 @@ QuorXmppDesk::~QuorXmppDesk() {
   connection_.reset();
 }
 
-bool QuorXmppDesk::keepStateIn(const std::string& path, std::string* error) {
+std::unique_ptr<QuorDeskStore> QuorXmppDesk::openState(const std::string& path,
+                                                       const std::string& jid, std::string* error) {
   std::error_code ignored;
   const auto directory = std::filesystem::path(path).parent_path();
   if (!directory.empty()) std::filesystem::create_directories(directory, ignored);
-  auto store = QuorDeskStore::open(path, connection_->bareJid(), error);
+  return QuorDeskStore::open(path, QuorXmppStanza::bareJid(jid), error);
+}
+
+bool QuorXmppDesk::keepStateIn(const std::string& path, std::string* error) {
+  auto store = openState(path, connection_->bareJid(), error);
   if (!store) return false;
   std::lock_guard<std::mutex> steps(steps_);
   std::lock_guard<std::mutex> lock(mutex_);

@@ -4,13 +4,14 @@
 //   QUOR_CS_DESK_PASSWORD=secret quor-cs-desk --jid desk@localhost [--password-file FILE]
 //                [--server 127.0.0.1] [--port 5222] [--state FILE] [--profile FILE]
 //                [--tls required|disabled] [--trust-self-signed] [--verbose]
-//                [--console [ADDRESS:]PORT [--console-token-file FILE]]
+//                [--console [ADDRESS:]PORT]
+//   quor-cs-desk agent add|remove|list [NAME] --jid desk@localhost [--state FILE]
 //
-// Secrets never come on the command line, where every local user sees them: the password
-// comes from QUOR_CS_DESK_PASSWORD or a file, the console's token from QUOR_CS_CONSOLE_TOKEN
-// or a file. With --console, people act as the desk's agents in a web page served on ADDRESS
-// (default 127.0.0.1) and PORT; the desk prints the page's link, with its token, when it
-// starts.
+// Secrets never come on the command line, where every local user sees them: the desk's
+// password comes from QUOR_CS_DESK_PASSWORD or a file, an agent's from QUOR_CS_AGENT_PASSWORD
+// or the first line of the standard input. With --console, the desk's agents serve customers in
+// a web page served on ADDRESS (default 127.0.0.1) and PORT; the desk prints its link when it
+// starts, and on a desk without agents a one-time link that makes the first one.
 #include <signal.h>
 
 #include <cstdio>
@@ -35,9 +36,10 @@ int usage(const char* problem) {
                "usage: quor-cs-desk --jid JID [--password-file FILE] [--server HOST] [--port N]\n"
                "                    [--state FILE] [--profile FILE] [--tls required|disabled]\n"
                "                    [--trust-self-signed] [--verbose]\n"
-               "                    [--console [ADDRESS:]PORT [--console-token-file FILE]]\n"
-               "The password comes from QUOR_CS_DESK_PASSWORD or --password-file, the console's\n"
-               "token from QUOR_CS_CONSOLE_TOKEN or --console-token-file (else a random one).\n",
+               "                    [--console [ADDRESS:]PORT]\n"
+               "       quor-cs-desk agent add|remove|list [NAME] --jid JID [--state FILE]\n"
+               "The desk's password comes from QUOR_CS_DESK_PASSWORD or --password-file, an\n"
+               "agent's from QUOR_CS_AGENT_PASSWORD or the first line of the standard input.\n",
                problem);
   return 2;
 }
@@ -55,6 +57,43 @@ bool readSecret(const char* name, const std::string& file, std::string* secret,
   return true;
 }
 
+#ifdef QUOR_CS_HAS_CONSOLE
+// quor-cs-desk agent add|remove|list: the desk's agents in its state file.
+int manageAgents(const std::string& command, const std::string& name, const std::string& state,
+                 const std::string& jid) {
+  std::string error;
+  auto store = quor::QuorXmppDesk::openState(state, jid, &error);
+  if (!store) {
+    std::fprintf(stderr, "quor-cs-desk: %s\n", error.c_str());
+    return 1;
+  }
+  quor::QuorConsoleAgents agents(*store);
+  if (command == "list") {
+    for (const auto& agent : agents.names()) std::printf("%s\n", agent.c_str());
+    return 0;
+  }
+  if (name.empty()) return usage(("agent " + command + " needs a NAME").c_str());
+  if (command == "remove") {
+    if (agents.remove(name)) return 0;
+    std::fprintf(stderr, "quor-cs-desk: no agent %s\n", name.c_str());
+    return 1;
+  }
+  if (command != "add") return usage(("unknown agent command " + command).c_str());
+  std::string password;
+  if (const char* given = std::getenv("QUOR_CS_AGENT_PASSWORD")) {
+    password = given;
+  } else {
+    char line[1024];
+    if (std::fgets(line, sizeof line, stdin)) password = line;
+    password = password.substr(0, password.find_first_of("\r\n"));
+  }
+  const std::string problem = agents.add(name, password);
+  if (problem.empty()) return 0;
+  std::fprintf(stderr, "quor-cs-desk: %s\n", problem.c_str());
+  return 1;
+}
+#endif
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -62,8 +101,15 @@ int main(int argc, char** argv) {
   QuorXmppOptions options;
   std::string profilePath, statePath, passwordFile;
   bool verbose = false;
-  std::string console, consoleTokenFile;
-  for (int i = 1; i < argc; ++i) {
+  std::string console;
+  std::string agentCommand, agentName;
+  int first = 1;
+  if (argc > 2 && std::string(argv[1]) == "agent") {
+    agentCommand = argv[2];
+    first = 3;
+    if (agentCommand != "list" && argc > 3 && argv[3][0] != '-') agentName = argv[first++];
+  }
+  for (int i = first; i < argc; ++i) {
     const std::string argument = argv[i];
     const bool hasValue = i + 1 < argc;
     if (argument == "--jid" && hasValue) {
@@ -98,15 +144,21 @@ int main(int argc, char** argv) {
       verbose = true;
     } else if (argument == "--console" && hasValue) {
       console = argv[++i];
-    } else if (argument == "--console-token-file" && hasValue) {
-      consoleTokenFile = argv[++i];
     } else {
       return usage(("unknown argument " + argument).c_str());
     }
   }
-  std::string consoleToken, error;
-  if (!readSecret("QUOR_CS_DESK_PASSWORD", passwordFile, &options.password, &error) ||
-      !readSecret("QUOR_CS_CONSOLE_TOKEN", consoleTokenFile, &consoleToken, &error)) {
+  std::string error;
+#ifdef QUOR_CS_HAS_CONSOLE
+  if (!agentCommand.empty()) {
+    if (options.jid.empty()) return usage("agent: --jid names the desk whose agents these are");
+    return manageAgents(agentCommand, agentName,
+                        statePath.empty() ? QuorXmppDesk::defaultStatePath(options.jid) : statePath,
+                        options.jid);
+  }
+#endif
+  if (!agentCommand.empty()) return usage("this build has no agent console");
+  if (!readSecret("QUOR_CS_DESK_PASSWORD", passwordFile, &options.password, &error)) {
     std::fprintf(stderr, "quor-cs-desk: %s\n", error.c_str());
     return 2;
   }
@@ -144,7 +196,6 @@ int main(int argc, char** argv) {
   std::unique_ptr<QuorDeskConsole> agents;
   if (!console.empty()) {
     QuorDeskConsole::Options consoleOptions;
-    consoleOptions.token = consoleToken;
     // [ADDRESS:]PORT, the address possibly in brackets (IPv6).
     const auto colon = console.rfind(':');
     std::string port = console;
@@ -165,6 +216,11 @@ int main(int argc, char** argv) {
       return 1;
     }
     std::fprintf(stderr, "quor-cs-desk: agent console at %s\n", agents->link().c_str());
+    const std::string setup = agents->setupLink();
+    if (!setup.empty()) {
+      std::fprintf(stderr, "quor-cs-desk: no agents yet: the first one signs up at %s\n",
+                   setup.c_str());
+    }
   }
 #else
   if (!console.empty()) return usage("this build has no agent console (no cpp-httplib)");

@@ -1,35 +1,49 @@
 #pragma once
 
+#include <atomic>
+#include <chrono>
 #include <memory>
 #include <string>
 #include <thread>
 
+#include "QuorDeskConsole/QuorConsoleAgents.h"
 #include "QuorDeskConsole/QuorConsoleBoard.h"
 #include "QuorXmppDesk/QuorXmppDesk.h"
 
 namespace httplib {
 class Server;
-}
+struct Request;
+}  // namespace httplib
 
 namespace quor {
 
-// The agent console: a web page, served beside the desk's XMPP login, through which people act
-// as the desk's agents. It makes the desk's sessions served by people (the robot keeps
-// answering until an agent takes a customer), keeps a QuorConsoleBoard of what happens, and
-// serves the page, its API and a live event stream (Server-Sent Events) on one address.
+// The agent console: a web page, served beside the desk's XMPP login, through which the desk's
+// agents serve its customers. It makes the desk's sessions served by people (the robot keeps
+// answering until an agent takes a customer), keeps a QuorConsoleBoard of what happens (from the
+// desk's store at start, then live), and serves the page, its API and a live event stream
+// (Server-Sent Events) on one address; only that address is bound.
 //
-// Every request needs the console's token (the `token` query parameter or the X-Quor-Token
-// header): the page is opened through link(). Only the given address is bound.
+// Agents log in with their name and password (QuorConsoleAgents); the session is an HttpOnly,
+// SameSite=Strict cookie. Every API request needs it, and the desk checks every action against
+// the agent who is logged in: one agent wins a Take, and only the agent who took a customer acts
+// on them. A state-changing request must come from the console's own page (its Origin, when
+// sent, is the console's) and carry JSON: another page on the same machine can neither read
+// nor act. A desk without agents prints a one-time link that makes the first one (setupLink()).
+//
+// Bounds: a request is read within Options::readTimeout, its body is at most 64 KiB, at most
+// Options::eventStreams pages follow the live stream at once (a browser's tabs share one), and
+// a closed page's stream ends within 5 s.
 //
 // Threads: start() and stop() on the owner's thread; the HTTP server runs on its own threads.
-// The desk's network thread feeds the board: stop the desk before destroying the console.
+// The desk's steps feed the board: stop the desk before destroying the console.
 class QuorDeskConsole {
  public:
   struct Options {
     std::string address = "127.0.0.1";
-    int port = 0;       // 0: a free port
-    std::string token;  // empty: a random one
+    int port = 0;  // 0: a free port
     QuorConsoleBoard::Limits limits;
+    std::chrono::seconds readTimeout{2};
+    std::size_t eventStreams = 16;
   };
   QuorDeskConsole(QuorXmppDesk& desk, Options options);
   ~QuorDeskConsole();
@@ -41,19 +55,27 @@ class QuorDeskConsole {
   void stop();
 
   int port() const { return port_; }
-  const std::string& token() const { return options_.token; }
-  // "http://ADDRESS:PORT/?token=TOKEN": what a person opens.
+  // "http://ADDRESS:PORT/": what an agent opens.
   std::string link() const;
+  // On a desk without agents, the link that makes the first one (once); else "".
+  std::string setupLink();
   QuorConsoleBoard& board() { return board_; }
+  QuorConsoleAgents& agents() { return agents_; }
 
  private:
   void routes();
+  // The agent logged in on `request` ("" for none).
+  std::string agentOf(const httplib::Request& request) const;
+  // Why `request` is refused before it is routed ("" when it is not), with the status.
+  std::string refusal(const httplib::Request& request, int* status) const;
   // An agent's action on a customer's session: "" when done, else why not.
-  std::string act(const KXDictionary& request);
+  std::string act(const std::string& agent, const KXDictionary& request);
 
   QuorXmppDesk& desk_;
   Options options_;
   QuorConsoleBoard board_;
+  QuorConsoleAgents agents_;
+  std::atomic<std::size_t> eventStreams_{0};
   std::unique_ptr<httplib::Server> server_;
   std::thread thread_;
   int port_ = 0;

@@ -88,6 +88,7 @@ class QuorDeskStore {
   // A named value of the desk (agents' password hashes, settings): absent when never set.
   std::optional<std::string> fact(const std::string& name) const;
   bool setFact(const std::string& name, const std::string& value);
+  void removeFact(const std::string& name);
   // The facts whose names start with `prefix`, in name order.
   std::vector<std::pair<std::string, std::string>> facts(const std::string& prefix) const;
 

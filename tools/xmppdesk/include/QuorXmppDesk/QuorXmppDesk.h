@@ -54,6 +54,10 @@ class QuorXmppDesk : private QuorXmppConnection::Events {
   // Keeps the desk's state in the SQLite file at `path` (made when missing), before start().
   // False with the reason when it cannot be opened or belongs to another desk account.
   bool keepStateIn(const std::string& path, std::string* error);
+  // The state file at `path` of the desk account `jid` (its directory made when missing), or
+  // null with the reason.
+  static std::unique_ptr<QuorDeskStore> openState(const std::string& path, const std::string& jid,
+                                                  std::string* error);
   // The default file of the desk account `jid`: $XDG_STATE_HOME (else ~/.local/state, else
   // the working directory) / quor-cs-desk / JID.sqlite.
   static std::string defaultStatePath(const std::string& jid);
