@@ -87,5 +87,33 @@ TEST(ConsoleBoard, KeepsItsBoundsAndSendsAPageTooFarBehindToReload) {
   EXPECT_TRUE(board.eventsAfter(seq, std::chrono::hours(1), &reload).empty());  // no wait
 }
 
+TEST(ConsoleBoard, KeepsBytesWithinItsLimitsAndCutsOnlyTheCustomerOverThem) {
+  QuorConsoleBoard::Limits limits;
+  limits.totalBytes = 2 * 1024 * 1024;
+  QuorConsoleBoard board(limits);
+  // A 240 KiB handshake: the name stays, the rest is cut; events never repeat the information.
+  const std::string big(240 * 1024, 'x');
+  board.record(said("big", true, "KX:CsHs",
+                    KXDictionary({{"userInfo", {{"name", "Big"}, {"blob", big}}}}).dump()));
+  const KXDictionary kept = board.conversation("big")["customer"];
+  EXPECT_EQ(kept["name"], "Big");
+  EXPECT_THAT(kept["userInfo"]["cut"].get<std::string>(), ::testing::HasSubstr("over the"));
+  for (int i = 0; i < 6000; ++i)
+    board.record(said("big", true, "KX:TxtMsg", R"({"content":"hi"})"));
+  bool reload = false;
+  std::size_t eventBytes = 0;
+  for (const auto& event : board.eventsAfter(0, std::chrono::milliseconds(0), &reload))
+    eventBytes += event.size();
+  EXPECT_LT(eventBytes, limits.eventsBytes);
+  // Four customers sending 200 KiB texts: each keeps its newest lines, the board its bytes.
+  const std::string text = KXDictionary({{"content", std::string(200 * 1024, 'y')}}).dump();
+  for (int round = 0; round < 20; ++round) {
+    for (const char* who : {"a", "b", "c", "d"}) board.record(said(who, true, "KX:TxtMsg", text));
+  }
+  EXPECT_LT(board.state().dump().size(), limits.totalBytes + 300 * 1024);
+  EXPECT_LE(board.conversation("d")["lines"].size(), 2u);
+  EXPECT_FALSE(board.conversation("d").is_null());  // the newest writer is kept
+}
+
 }  // namespace
 }  // namespace quor

@@ -13,6 +13,20 @@
 namespace quor::test {
 namespace {
 
+TEST_F(XmppFixture, ADeskTakesNothingOverItsLimitAndServesTheSameCustomerOn) {
+  startDesk(R"({"robot":{"echo":true},"serviceType":1})");
+  RawXmppCustomer alice(accountOptions("alice", "alice-pw"));
+  ASSERT_TRUE(alice.connection().waitUntilOnline(kPatience));
+  const std::string desk = server->jid(deskLocalPart());
+  alice.send(desk, "KX:TxtMsg", R"({"content":")" + std::string(70 * 1024, 'z') + R"("})");
+  alice.send(desk, "KX:TxtMsg", R"({"content":"small"})");
+  const auto deadline = std::chrono::steady_clock::now() + kPatience;
+  while (alice.answers().count("You said: small") == 0 &&
+         std::chrono::steady_clock::now() < deadline)
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  EXPECT_EQ(alice.answered(), 1u);  // only the small one
+}
+
 // On each server: Prosody hands what the dead desk's session held to its next login on the same
 // resource; ejabberd keeps it in the archive and the offline store.
 class XmppDeskProgram : public XmppFixture,

@@ -49,29 +49,84 @@ QuorConsoleBoard::QuorConsoleBoard(Limits limits) : limits_(limits) {}
 QuorConsoleBoard::Customer& QuorConsoleBoard::customerFor(const std::string& id) {
   auto found = customers_.find(id);
   if (found != customers_.end()) return found->second;
-  // Beyond the limit the finished conversations go first, then the least recently active.
-  while (customers_.size() >= limits_.customers && !customers_.empty()) {
-    if (!finished_.empty()) {
-      customers_.erase(finished_.front());
-      finished_.pop_front();
-      continue;
-    }
-    auto oldest = customers_.begin();
-    for (auto it = customers_.begin(); it != customers_.end(); ++it) {
-      if (it->second.lastActive < oldest->second.lastActive) oldest = it;
-    }
-    customers_.erase(oldest);
+  while (customers_.size() >= limits_.customers && dropOne(id)) {
   }
   Customer& made = customers_[id];
   made.id = id;
   return made;
 }
 
+bool QuorConsoleBoard::dropOne(const std::string& keep) {
+  if (!finished_.empty() && finished_.front() != keep) {
+    forget(finished_.front());
+    return true;
+  }
+  auto oldest = customers_.end();
+  for (auto it = customers_.begin(); it != customers_.end(); ++it) {
+    if (it->first != keep &&
+        (oldest == customers_.end() || it->second.lastActive < oldest->second.lastActive))
+      oldest = it;
+  }
+  if (oldest == customers_.end()) return false;
+  forget(oldest->first);
+  return true;
+}
+
+void QuorConsoleBoard::forget(const std::string& id) {
+  const auto found = customers_.find(id);
+  if (found == customers_.end()) return;
+  if (found->second.isFinished) finished_.erase(found->second.finished);
+  bytes_ -= found->second.infoBytes + found->second.linesBytes;
+  customers_.erase(found);
+}
+
+void QuorConsoleBoard::setInfo(Customer& customer, const KXDictionary& handshake) {
+  KXDictionary info[3] = {objectOr(member(handshake, "userInfo")),
+                          objectOr(member(handshake, "contactInfo")),
+                          objectOr(member(handshake, "requestInfo"))};
+  std::size_t bytes = 0;
+  for (const auto& section : info) bytes += section.dump().size();
+  if (bytes > limits_.infoBytes) {
+    // Too much to keep: the customer's name, and a note in place of the rest.
+    const std::string name = nameOf(info[0], customer.id);
+    const KXDictionary cut = {{"cut", std::to_string(bytes) +
+                                          " bytes, over the console's limit of " +
+                                          std::to_string(limits_.infoBytes)}};
+    info[0] = cut;
+    info[0]["name"] = name.substr(0, 256);
+    info[1] = info[2] = cut;
+    bytes = 3 * cut.dump().size() + 256;
+  }
+  bytes_ -= customer.infoBytes;
+  customer.userInfo = std::move(info[0]);
+  customer.contactInfo = std::move(info[1]);
+  customer.requestInfo = std::move(info[2]);
+  customer.infoBytes = bytes;
+  bytes_ += bytes;
+}
+
+std::size_t QuorConsoleBoard::bytesOf(const Line& line) {
+  return sizeof(Line) + line.who.size() + line.name.size() + line.text.size();
+}
+
 void QuorConsoleBoard::addLine(Customer& customer, Line line) {
   customer.lastActive = line.time;
+  const std::size_t bytes = bytesOf(line);
   customer.lines.push_back(line);
-  if (customer.lines.size() > limits_.linesPerCustomer) customer.lines.pop_front();
-  publish({{"customer", view(customer)}, {"line", lineView(line)}});
+  customer.linesBytes += bytes;
+  bytes_ += bytes;
+  while (!customer.lines.empty() &&
+         (customer.lines.size() > limits_.linesPerCustomer ||
+          (customer.lines.size() > 1 && customer.linesBytes > limits_.linesBytesPerCustomer))) {
+    const std::size_t dropped = bytesOf(customer.lines.front());
+    customer.linesBytes -= dropped;
+    bytes_ -= dropped;
+    customer.lines.pop_front();
+  }
+  // Beyond the board's bytes, other customers go: this one's line is shown.
+  while (bytes_ > limits_.totalBytes && dropOne(customer.id)) {
+  }
+  publish({{"customer", view(customer, false)}, {"line", lineView(line)}});
 }
 
 void QuorConsoleBoard::setState(Customer& customer, const std::string& state) {
@@ -85,8 +140,7 @@ void QuorConsoleBoard::setState(Customer& customer, const std::string& state) {
   customer.finished = finished_.insert(finished_.end(), customer.id);
   customer.isFinished = true;
   while (finished_.size() > std::max<std::size_t>(1, limits_.finishedKept)) {
-    customers_.erase(finished_.front());
-    finished_.pop_front();
+    forget(finished_.front());
   }
 }
 
@@ -104,12 +158,12 @@ void QuorConsoleBoard::record(const QuorDeskStore::Record& record) {
   auto event = [&](const std::string& what) { addLine(customer, {now, "event", "", what}); };
   if (record.fromCustomer) {
     if (type == "KX:CsHs") {
-      customer.userInfo = objectOr(member(body, "userInfo"));
-      customer.contactInfo = objectOr(member(body, "contactInfo"));
-      customer.requestInfo = objectOr(member(body, "requestInfo"));
+      setInfo(customer, body);
       customer.agent.clear();
       customer.rating.clear();
       setState(customer, "robot");
+      // The page learns the new information once, here.
+      publish({{"customer", view(customer)}});
       event("started a service");
     } else if (type == "KX:TxtMsg") {
       ++customer.unread;
@@ -184,29 +238,37 @@ void QuorConsoleBoard::markRead(const std::string& id) {
   const auto found = customers_.find(id);
   if (found == customers_.end() || found->second.unread == 0) return;
   found->second.unread = 0;
-  publish({{"customer", view(found->second)}});
+  publish({{"customer", view(found->second, false)}});
 }
 
 void QuorConsoleBoard::publish(KXDictionary event) {
   event["seq"] = ++seq_;
   events_.push_back(event.dump(-1, ' ', false, KXDictionary::error_handler_t::replace));
-  if (events_.size() > limits_.eventsKept) events_.pop_front();
+  eventsBytes_ += events_.back().size();
+  while (events_.size() > 1 &&
+         (events_.size() > limits_.eventsKept || eventsBytes_ > limits_.eventsBytes)) {
+    eventsBytes_ -= events_.front().size();
+    events_.pop_front();
+  }
   changed_.notify_all();
 }
 
-KXDictionary QuorConsoleBoard::view(const Customer& customer) {
-  return {{"id", customer.id},
-          {"name", nameOf(customer.userInfo, customer.id)},
-          {"userInfo", customer.userInfo},
-          {"contactInfo", customer.contactInfo},
-          {"requestInfo", customer.requestInfo},
-          {"state", customer.state},
-          {"group", customer.group},
-          {"agent", customer.agent},
-          {"rating", customer.rating},
-          {"waitingSince", customer.waitingSince},
-          {"lastActive", customer.lastActive},
-          {"unread", customer.unread}};
+KXDictionary QuorConsoleBoard::view(const Customer& customer, bool withInfo) {
+  KXDictionary shown = {{"id", customer.id},
+                        {"name", nameOf(customer.userInfo, customer.id)},
+                        {"state", customer.state},
+                        {"group", customer.group},
+                        {"agent", customer.agent},
+                        {"rating", customer.rating},
+                        {"waitingSince", customer.waitingSince},
+                        {"lastActive", customer.lastActive},
+                        {"unread", customer.unread}};
+  if (withInfo) {
+    shown["userInfo"] = customer.userInfo;
+    shown["contactInfo"] = customer.contactInfo;
+    shown["requestInfo"] = customer.requestInfo;
+  }
+  return shown;
 }
 
 KXDictionary QuorConsoleBoard::lineView(const Line& line) {

@@ -153,7 +153,8 @@ function apply(event) {
     renderInbox();
   }
   if (event.customer) {
-    const c = event.customer;
+    // Events carry a customer's information only when it changed: the rest is kept.
+    const c = { ...customers.get(event.customer.id), ...event.customer };
     customers.set(c.id, c);
     if (c.id === openId) {
       renderHead(c);
@@ -175,7 +176,13 @@ async function load() {
   inbox.splice(0, inbox.length, ...state.inbox);
   renderList();
   renderInbox();
-  if (openId && customers.has(openId)) open(openId);
+  if (openId && customers.has(openId)) {
+    open(openId);
+  } else if (openId) {
+    // The desk no longer has this customer (it forgot them, or it restarted without them).
+    openId = null;
+    $("conversation").hidden = true;
+  }
   follow();
 }
 

@@ -185,6 +185,12 @@ void QuorDeskSimulator::attach(Reply reply) {
   reply_ = std::move(reply);
 }
 
+void QuorDeskSimulator::keepReceived(std::size_t messages) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  kept_ = std::min(messages, kKeptMessages);
+  while (received_.size() > kept_) received_.pop_front();
+}
+
 std::vector<QuorWireMessage> QuorDeskSimulator::received() const {
   std::lock_guard<std::mutex> lock(mutex_);
   return {received_.begin(), received_.end()};
@@ -350,8 +356,8 @@ void QuorDeskSimulator::onMessageFromClient(const QuorWireMessage& message) {
   Watch watch;
   {
     std::lock_guard<std::mutex> lock(mutex_);
-    received_.push_back(message);
-    if (received_.size() > kKeptMessages) received_.pop_front();
+    if (kept_ > 0) received_.push_back(message);
+    if (received_.size() > kept_) received_.pop_front();
     watch = watch_;
   }
   if (watch) watch(message, true);

@@ -174,6 +174,7 @@ std::shared_ptr<QuorDeskSimulator> QuorXmppDesk::sessionFor(const std::string& c
 std::shared_ptr<QuorDeskSimulator> QuorXmppDesk::makeSession(const std::string& customerJid) {
   auto desk = QuorDeskSimulator::fromProfile(profile_, nullptr);
   if (!desk) return nullptr;
+  desk->keepReceived(0);  // the store has them
   std::weak_ptr<QuorDeskSimulator> weak = desk;
   // The session speaks inside a step (steps_ is held): its answer is recorded, queued in the
   // store's outbox, and written once the step is stored.
@@ -268,6 +269,13 @@ void QuorXmppDesk::onPayload(QuorXmppPayload payload) {
       // A customer's send written again (a retry, a resend after a lost link, its next run, the
       // archive) is answered once.
       if (store_->seenBefore(QuorRecentPayloads::keyOf(payload))) return std::string();
+      if (payload.body && payload.body->size() > limits_.messageBytes) {
+        onLog(3, "desk",
+              "a " + payload.objectName + " of " + std::to_string(payload.body->size()) +
+                  " bytes from " + payload.peer + " is over the desk's limit of " +
+                  std::to_string(limits_.messageBytes) + ": not taken");
+        return std::string();
+      }
       QuorWireMessage message;
       message.objectName = std::move(payload.objectName);
       message.targetId = session.deskId();

@@ -191,7 +191,7 @@ int main(int argc, char** argv) {
   std::fprintf(stderr, "quor-cs-desk: state in %s\n", statePath.c_str());
   desk.setLogSink(
       [](int32_t, const std::string& text) { std::fprintf(stderr, "%s\n", text.c_str()); },
-      verbose ? 5 : 2);
+      verbose ? 5 : 3);
 #ifdef QUOR_CS_HAS_CONSOLE
   std::unique_ptr<QuorDeskConsole> agents;
   if (!console.empty()) {

@@ -32,6 +32,13 @@ class QuorConsoleBoard {
     std::size_t linesPerCustomer = 300;  // the newest lines of each conversation
     std::size_t inboxKept = 500;         // the newest left messages
     std::size_t eventsKept = 4096;       // a page further behind reloads its state
+    // Bytes: a customer's information from their handshake (beyond, it is shown cut), the
+    // newest lines of each conversation, everything the board keeps (beyond, finished and then
+    // least recently active customers go), and the events kept for pages that follow.
+    std::size_t infoBytes = 16 * 1024;
+    std::size_t linesBytesPerCustomer = 256 * 1024;
+    std::size_t totalBytes = 64 * 1024 * 1024;
+    std::size_t eventsBytes = 8 * 1024 * 1024;
   };
   explicit QuorConsoleBoard(Limits limits);
   QuorConsoleBoard() : QuorConsoleBoard(Limits()) {}
@@ -68,17 +75,26 @@ class QuorConsoleBoard {
     int64_t waitingSince = 0, lastActive = 0;
     uint64_t unread = 0;
     std::deque<Line> lines;
+    std::size_t infoBytes = 0, linesBytes = 0;
     std::list<std::string>::iterator finished;  // in finished_ while ended
     bool isFinished = false;
   };
 
   // Under the lock.
   Customer& customerFor(const std::string& id);
+  // Drops a customer, the oldest finished one first, then the least recently active (but not
+  // `keep`): false when there is none to drop.
+  bool dropOne(const std::string& keep);
+  void forget(const std::string& id);
+  void setInfo(Customer& customer, const KXDictionary& handshake);
   void addLine(Customer& customer, Line line);
   void setState(Customer& customer, const std::string& state);
   void publish(KXDictionary event);
-  static KXDictionary view(const Customer& customer);
+  // A customer as the page shows them; their information only `withInfo` (events carry it only
+  // when it changed).
+  static KXDictionary view(const Customer& customer, bool withInfo = true);
   static KXDictionary lineView(const Line& line);
+  static std::size_t bytesOf(const Line& line);
 
   const Limits limits_;
   mutable std::mutex mutex_;
@@ -87,6 +103,8 @@ class QuorConsoleBoard {
   std::list<std::string> finished_;  // ended customers, oldest first
   std::deque<KXDictionary> inbox_;
   std::deque<std::string> events_;  // the newest events; events_.back() is number seq_
+  std::size_t eventsBytes_ = 0;
+  std::size_t bytes_ = 0;  // customers' information and lines
   uint64_t seq_ = 0;
   bool closed_ = false;
 };

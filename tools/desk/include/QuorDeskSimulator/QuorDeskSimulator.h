@@ -57,8 +57,10 @@ class QuorDeskSimulator : public QuorLoopbackPeer,
   const KXDictionary& profile() const { return profile_; }
 
   // What the customer sent, in order: the newest kKeptMessages (a desk that serves for weeks
-  // stays bounded).
+  // stays bounded), fewer when keepReceived() says so (0: none, for a desk that records them
+  // elsewhere).
   static constexpr std::size_t kKeptMessages = 256;
+  void keepReceived(std::size_t messages);
   std::vector<QuorWireMessage> received() const;
   // The bodies of the customer's messages of one type, parsed.
   std::vector<KXDictionary> bodiesOf(const std::string& objectName) const;
@@ -119,6 +121,7 @@ class QuorDeskSimulator : public QuorLoopbackPeer,
   Reply reply_;
   mutable std::mutex mutex_;
   std::deque<QuorWireMessage> received_;
+  std::size_t kept_ = kKeptMessages;
   KXDictionary groupAgent_;
   bool humanMode_ = false;
   bool suspended_ = false;

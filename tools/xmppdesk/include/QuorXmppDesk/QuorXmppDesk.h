@@ -45,6 +45,9 @@ class QuorXmppDesk : private QuorXmppConnection::Events {
   struct Limits {
     std::size_t maxSessions = 10000;
     std::chrono::milliseconds idleSession{30 * 60 * 1000};
+    // A customer's message with a longer body is not taken (a log line says so): the library
+    // sends texts of at most 64 KiB, and the desk keeps every message it takes.
+    std::size_t messageBytes = 64 * 1024;
   };
   QuorXmppDesk(KXDictionary profile, QuorXmppOptions options, Limits limits);
   QuorXmppDesk(KXDictionary profile, QuorXmppOptions options)
