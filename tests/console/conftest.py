@@ -30,7 +30,7 @@ AGENTS = ["Ada", "Bo"]
 
 def password(agent):
     return f"{agent.lower()}-password"
-ACCOUNTS = ["mei", "kai", "hostile", "rita", "shop"]
+ACCOUNTS = ["mei", "kai", "hostile", "rita", "tina", "shop"]
 
 
 def free_port():

@@ -242,6 +242,11 @@ class FirefoxDriver:
         self._command("browsingContext.navigate",
                       {"context": self._context, "url": url, "wait": "complete"})
 
+    def new_tab(self, url):
+        # Opens a tab and makes it the page the driver works on, as selenium's new_window.
+        self._context = self._command("browsingContext.create", {"type": "tab"})["context"]
+        self.get(url)
+
     def find_element(self, by, value):
         return self._first(self.find_elements(by, value), value)
 

@@ -120,6 +120,23 @@ def test_nothing_but_the_page_is_served_without_a_login(desk, browser):
     assert page.find_elements(By.CSS_SELECTOR, "#customer-list tr") == []
 
 
+def test_ten_tabs_of_one_browser_all_follow_the_desk_and_act(desk, customers, browser):
+    page = browser(desk.link)
+    login(page, "Bo")
+    for _ in range(9):  # a browser has about six connections to a host: one stream for all tabs
+        if hasattr(page, "new_tab"):
+            page.new_tab(desk.link)
+        else:
+            page.switch_to.new_window("tab")
+            page.get(desk.link)
+    wait(page, lambda: page.find_element(By.ID, "agent").text == "Agent: Bo")
+    customers("tina", "Tina")
+    wait(page, lambda: row(page, "Tina") is not None)  # live, through another tab's stream
+    row(page, "Tina").click()
+    wait(page, lambda: page.find_element(By.ID, "customer-name").text == "Tina")
+    wait(page, lambda: "started a service" in " ".join(lines(page)))
+
+
 def test_the_page_says_when_the_desk_is_gone_and_recovers_when_it_is_back(desk, customers, browser):
     page = browser(desk.link)
     login(page, "Ada")

@@ -20,8 +20,7 @@ function api(path, params = {}) {
 // A request the desk refused for want of a login shows the login form.
 function loggedOut() {
   agent = "";
-  if (events) events.close();
-  events = null;
+  unfollow();
   showAgent();
 }
 
@@ -171,6 +170,7 @@ function apply(event) {
 async function load() {
   const state = await getJson("/api/state");
   seq = state.seq;
+  setStatus(true);
   customers.clear();
   for (const c of state.customers) customers.set(c.id, c);
   inbox.splice(0, inbox.length, ...state.inbox);
@@ -193,25 +193,73 @@ function setStatus(live) {
   if (!live) $("banner").textContent = "The desk is not reachable: reconnecting…";
 }
 
-function follow() {
+// The tabs of one browser share one event stream: the tab that holds the lock (Web Locks)
+// follows the desk and passes every event on to the others (BroadcastChannel), so that ten tabs
+// use one of the browser's few connections to the desk, not ten. When that tab closes, another
+// takes the lock and follows on.
+const channel = "BroadcastChannel" in window ? new BroadcastChannel("quor-cs-console") : null;
+let leading = false;
+let stopLeading = null;
+
+function stream() {
   if (events) events.close();
   events = new EventSource(api("/api/events", { after: seq }));
   events.onopen = () => {
-    setStatus(true);
+    tell({ status: true });
     if (down) {
       down = false;
-      load().catch(() => {});  // the desk may have restarted: start from its state again
+      tell({ reload: true });  // the desk may have restarted: start from its state again
     }
   };
-  events.onmessage = (message) => {
-    seq = Number(message.lastEventId) || seq;
-    apply(JSON.parse(message.data));
-  };
-  events.addEventListener("reload", () => load().catch(() => {}));
+  events.onmessage = (message) => tell({ id: Number(message.lastEventId), data: message.data });
+  events.addEventListener("reload", () => tell({ reload: true }));
   events.onerror = () => {
     down = true;
-    setStatus(false);
+    tell({ status: false });
   };
+}
+
+// What the stream said, here and in the other tabs.
+function tell(news) {
+  hear(news);
+  if (channel) channel.postMessage(news);
+}
+
+function hear(news) {
+  if (news.status !== undefined) setStatus(news.status);
+  if (news.reload) load().catch(() => {});
+  if (news.id && news.id > seq) {
+    seq = news.id;
+    apply(JSON.parse(news.data));
+  }
+}
+
+if (channel) channel.onmessage = (message) => agent && hear(message.data);
+
+function follow() {
+  if (!navigator.locks || !channel) {
+    stream();  // a browser without them: a stream per tab
+    return;
+  }
+  if (leading) {
+    stream();  // from the state just loaded
+    return;
+  }
+  if (stopLeading !== null) return;  // waiting for the lock
+  stopLeading = undefined;
+  navigator.locks.request("quor-cs-console-events", () => new Promise((release) => {
+    leading = true;
+    stopLeading = release;
+    stream();
+  }));
+}
+
+function unfollow() {
+  if (events) events.close();
+  events = null;
+  leading = false;
+  if (typeof stopLeading === "function") stopLeading();
+  stopLeading = null;
 }
 
 function showAgent() {
