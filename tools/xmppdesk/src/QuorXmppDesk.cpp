@@ -245,19 +245,28 @@ void QuorXmppDesk::onStatus(QuorXmppConnectionStatus status) {
   if (mark.empty()) return;
   onLog(4, "desk", "reading the archive after " + mark);
   catchingUp_ = true;
+  liveFrom_.clear();
+  reachedLive_ = false;
   connection_->queryArchive(mark);
 }
 
 void QuorXmppDesk::onArchiveEnd(bool complete, const std::string& lastId) {
-  onLog(4, "desk", complete ? "read the archive" : "reading the archive after " + lastId);
-  if (!complete) {
+  // It ends where the messages that came live begin: the archive goes on with the desk's own
+  // answers and what it took already.
+  if (!complete && !reachedLive_) {
+    onLog(4, "desk", "reading the archive after " + lastId);
     connection_->queryArchive(lastId);
     return;
   }
+  onLog(4, "desk", "read the archive");
   catchingUp_ = false;
 }
 
 void QuorXmppDesk::onPayload(QuorXmppPayload payload) {
+  if (catchingUp_ && !payload.archiveId.empty()) {
+    if (!payload.archived && liveFrom_.empty()) liveFrom_ = payload.archiveId;
+    if (payload.archived && payload.archiveId == liveFrom_) reachedLive_ = true;
+  }
   std::vector<QuorXmppPayload> answers;
   {
     std::lock_guard<std::mutex> steps(steps_);

@@ -119,7 +119,10 @@ class QuorXmppDesk : private QuorXmppConnection::Events {
   std::unique_ptr<QuorDeskStore> store_;
   std::mutex steps_;                        // one step at a time; taken before mutex_
   std::vector<QuorXmppPayload> unwritten_;  // under steps_: the step's answers
-  bool catchingUp_ = false;                 // on the network thread: reading the archive
+  // On the network thread: reading the archive, up to the first message that came live.
+  bool catchingUp_ = false;
+  std::string liveFrom_;
+  bool reachedLive_ = false;
   mutable std::mutex mutex_;
   std::unordered_map<std::string, Session> sessions_;
   std::list<std::string> byActivity_;  // customer JIDs, least recently active first
