@@ -1,5 +1,6 @@
 // The desk program under what loses or bloats a desk: killed with SIGKILL at a random moment of
-// a burst of questions (10 runs on Prosody, 3 on ejabberd: how many questions were lost or
+// a burst of questions (10 runs of 3,000 on Prosody, 3 of 600 on ejabberd, each after a run
+// without a kill: how many questions were lost or
 // answered twice, and how long after the restart the last one was answered), and its memory
 // with the agent console under customers that send a lot (a 240 KiB handshake and 6,000 short
 // texts; four customers sending 200 KiB texts). Prints one line per run and a summary.
@@ -11,6 +12,7 @@
 #include <fstream>
 #include <functional>
 #include <random>
+#include <string>
 #include <thread>
 
 #include "QuorPrivateServer/QuorChildProcess.h"
@@ -21,8 +23,6 @@ namespace {
 
 using namespace quor;
 using Clock = std::chrono::steady_clock;
-
-constexpr int kQuestions = 3000;
 
 // VmRSS or VmHWM (the peak) of a process, in KiB.
 long memoryKb(pid_t pid, const char* field) {
@@ -91,7 +91,7 @@ bool waitFor(const std::function<bool()>& done, std::chrono::seconds patience) {
 
 // One run: the burst, a kill after a random number of answers, the restart, the rest; run 0 is
 // the same burst without a kill, for comparison.
-bool killedInABurst(QuorPrivateServer::Software software, const char* name, int run,
+bool killedInABurst(QuorPrivateServer::Software software, const char* name, int questions, int run,
                     std::mt19937& random, int* lost) {
   auto server = startServer(software, {"desk", "alice"});
   if (!server) return false;
@@ -101,9 +101,9 @@ bool killedInABurst(QuorPrivateServer::Software software, const char* name, int 
   if (!desk) return false;
   test::RawXmppCustomer alice(server->account("alice", "pw"));
   if (!alice.connection().waitUntilOnline(std::chrono::seconds(10))) return false;
-  for (int i = 0; i < kQuestions; ++i)
+  for (int i = 0; i < questions; ++i)
     alice.send(server->jid("desk"), "KX:TxtMsg", R"({"content":"q)" + std::to_string(i) + R"("})");
-  const std::size_t killAt = std::uniform_int_distribution<std::size_t>(1, kQuestions - 1)(random);
+  const std::size_t killAt = std::uniform_int_distribution<std::size_t>(1, questions - 1)(random);
   auto restarted = Clock::now();
   std::size_t beforeRestart = 0;
   if (run > 0) {
@@ -114,16 +114,19 @@ bool killedInABurst(QuorPrivateServer::Software software, const char* name, int 
     desk = startDesk(*server, state, profile, false);
     if (!desk) return false;
   }
-  waitFor([&] { return alice.answered() >= static_cast<std::size_t>(kQuestions); },
+  waitFor([&] { return alice.answered() >= static_cast<std::size_t>(questions); },
           std::chrono::seconds(300));
   const double seconds = std::chrono::duration<double>(Clock::now() - restarted).count();
   int twice = 0;
   for (const auto& [text, count] : alice.answers()) twice += count > 1 ? 1 : 0;
-  *lost = kQuestions - static_cast<int>(alice.answered());
+  *lost = questions - static_cast<int>(alice.answered());
+  const std::string kill =
+      run == 0 ? "no kill" : "killed after " + std::to_string(beforeRestart) + " answers";
   std::printf(
-      "%s run %d: killed after %zu answers; lost %d, answered twice %d, the last answered "
-      "%.2f s after the restart\n",
-      name, run, beforeRestart, *lost, twice, seconds);
+      "%s, %d questions, run %d, %s: lost %d, answered twice %d, the last answered %.2f s "
+      "after the %s\n",
+      name, questions, run, kill.c_str(), *lost, twice, seconds,
+      run == 0 ? "first question" : "restart");
   std::fflush(stdout);
   return twice == 0;
 }
@@ -178,18 +181,19 @@ int main() {
   const struct {
     QuorPrivateServer::Software software;
     const char* name;
-    int runs;
-  } plans[] = {{QuorPrivateServer::Software::Ejabberd, "ejabberd", 3},
-               {QuorPrivateServer::Software::Prosody, "Prosody", 10}};
+    int questions, runs;
+    // ejabberd's archive on its built-in database takes minutes to deliver 3,000 answers even
+    // without a kill: its bursts are smaller.
+  } plans[] = {{QuorPrivateServer::Software::Prosody, "Prosody", 3000, 10},
+               {QuorPrivateServer::Software::Ejabberd, "ejabberd", 600, 3}};
   for (const auto& plan : plans) {
     for (int run = 0; run <= plan.runs; ++run) {
       int lost = 0;
-      if (!killedInABurst(plan.software, plan.name, run, random, &lost)) ++failed;
+      if (!killedInABurst(plan.software, plan.name, plan.questions, run, random, &lost)) ++failed;
       lostInAll += lost;
     }
   }
-  std::printf("killed in a burst of %d questions: %d lost in all, %d runs failed\n", kQuestions,
-              lostInAll, failed);
+  std::printf("killed in a burst: %d lost in all, %d runs failed\n", lostInAll, failed);
   memoryUnderLargeCustomers();
   return lostInAll == 0 && failed == 0 ? 0 : 1;
 }

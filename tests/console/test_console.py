@@ -118,6 +118,7 @@ def test_nothing_but_the_page_is_served_without_a_login(desk, browser):
     login(page, "Ada", "not-her-password")
     wait(page, lambda: page.find_element(By.ID, "login-error").text == "wrong name or password")
     assert page.find_elements(By.CSS_SELECTOR, "#customer-list tr") == []
+    shot(page, "console-login")
 
 
 def test_ten_tabs_of_one_browser_all_follow_the_desk_and_act(desk, customers, browser):

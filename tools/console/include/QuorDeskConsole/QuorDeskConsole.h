@@ -35,7 +35,8 @@ namespace quor {
 // a closed page's stream ends within 5 s.
 //
 // Threads: start() and stop() on the owner's thread; the HTTP server runs on its own threads.
-// The desk's steps feed the board: stop the desk before destroying the console.
+// The desk's steps feed the board: stop the desk before destroying the console. Make the console
+// after the desk's keepStateIn(): its agents live in the desk's store.
 class QuorDeskConsole {
  public:
   struct Options {
