@@ -14,6 +14,7 @@ import time
 
 import pytest
 from selenium import webdriver
+from selenium.common.exceptions import StaleElementReferenceException
 from selenium.webdriver.chrome.service import Service as DriverService
 from selenium.webdriver.support.ui import WebDriverWait
 
@@ -190,7 +191,11 @@ def browser(browser_home):
 
 
 def wait(driver, condition, seconds=15):
-    return WebDriverWait(driver, seconds, poll_frequency=0.1).until(lambda _: condition())
+    # The page redraws its lists as events come: an element read while it is replaced is read
+    # again at the next poll.
+    return WebDriverWait(driver, seconds, poll_frequency=0.1,
+                         ignored_exceptions=[StaleElementReferenceException]).until(
+                             lambda _: condition())
 
 
 def shot(driver, name):

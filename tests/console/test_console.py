@@ -1,4 +1,6 @@
 """The agent console in a real browser, end to end over a private server."""
+import http.server
+import threading
 import urllib.error
 import urllib.request
 
@@ -119,6 +121,54 @@ def test_nothing_but_the_page_is_served_without_a_login(desk, browser):
     wait(page, lambda: page.find_element(By.ID, "login-error").text == "wrong name or password")
     assert page.find_elements(By.CSS_SELECTOR, "#customer-list tr") == []
     shot(page, "console-login")
+
+
+# A page of another origin on the same machine (the same site: cookies do not tell ports apart)
+# tries to take a waiting customer with the agent's cookie: as a simple request that needs no
+# preflight, and as JSON, which does.
+HOSTILE_PAGE = """<!doctype html><title>loading</title><script>
+const act = (type, body) => fetch("%s/api/act", {method: "POST", mode: "no-cors",
+  credentials: "include", headers: {"Content-Type": type}, body}).catch(() => {});
+const take = JSON.stringify({customer: "kai@localhost", do: "take", text: "Your card number?"});
+Promise.all([act("text/plain", take), act("application/json", take)])
+  .then(() => { document.title = "done"; });
+</script>"""
+
+
+def test_another_page_on_this_machine_cannot_act_as_the_agent(desk, customers, browser):
+    page = browser(desk.link)
+    login(page, "Ada")
+    kai = customers("kai", "Kai")
+    kai.service.ask_for_agent()
+    kai.settle()
+    kai.service.choose_group("sales")
+    assert kai.until(lambda: kai.screen.last.state == quor_cs.State.WAITING_FOR_AGENT)
+    wait(page, lambda: cell(page, "Kai", 1) == "waiting · sales")
+
+    class Hostile(http.server.BaseHTTPRequestHandler):
+        def do_GET(self):
+            body = (HOSTILE_PAGE % desk.base).encode()
+            self.send_response(200)
+            self.send_header("Content-Type", "text/html")
+            self.send_header("Content-Length", str(len(body)))
+            self.end_headers()
+            self.wfile.write(body)
+
+        def log_message(self, *args):
+            pass
+
+    hostile = http.server.ThreadingHTTPServer(("127.0.0.1", 0), Hostile)
+    threading.Thread(target=hostile.serve_forever, daemon=True).start()
+    try:
+        page.get(f"http://127.0.0.1:{hostile.server_address[1]}/")
+        wait(page, lambda: page.execute_script("return document.title") == "done")
+    finally:
+        hostile.shutdown()
+    kai.settle()
+    assert kai.screen.last.state == quor_cs.State.WAITING_FOR_AGENT
+    assert all("card number" not in text for _, text in kai.screen.lines)
+    page.get(desk.link)
+    wait(page, lambda: cell(page, "Kai", 1) == "waiting · sales")
 
 
 def test_ten_tabs_of_one_browser_all_follow_the_desk_and_act(desk, customers, browser):
