@@ -22,6 +22,8 @@ function loggedOut() {
   agent = "";
   unfollow();
   showAgent();
+  $("desk-status").textContent = "logged out";
+  $("desk-status").className = "status";
 }
 
 async function getJson(path, params) {
