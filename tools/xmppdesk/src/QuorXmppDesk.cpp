@@ -238,15 +238,23 @@ void QuorXmppDesk::forgetOld(std::chrono::steady_clock::time_point now) {
 
 void QuorXmppDesk::onStatus(QuorXmppConnectionStatus status) {
   onLog(4, "desk", "connection status " + std::to_string(static_cast<int64_t>(status)));
-  if (status != QuorXmppConnectionStatus::Connected) return;
+  if (status != QuorXmppConnectionStatus::Connected) {
+    // A new session may hand over the offline store right after its presence, before it counts
+    // as connected: those messages are live ones that must not move the archive's place past
+    // what the archive still holds for the desk.
+    catchingUp_ = true;
+    liveFrom_.clear();
+    reachedLive_ = false;
+    return;
+  }
   // What reached the archive while the desk was away (or dead, its session held by the server)
   // is taken from there; what the desk took already is known and answered once.
   const std::string mark = store_->archiveMark();
-  if (mark.empty()) return;
+  if (mark.empty()) {
+    catchingUp_ = false;
+    return;
+  }
   onLog(4, "desk", "reading the archive after " + mark);
-  catchingUp_ = true;
-  liveFrom_.clear();
-  reachedLive_ = false;
   connection_->queryArchive(mark);
 }
 

@@ -120,7 +120,7 @@ class QuorXmppDesk : private QuorXmppConnection::Events {
   std::mutex steps_;                        // one step at a time; taken before mutex_
   std::vector<QuorXmppPayload> unwritten_;  // under steps_: the step's answers
   // On the network thread: reading the archive, up to the first message that came live.
-  bool catchingUp_ = false;
+  bool catchingUp_ = true;  // until the archive was read on the current session
   std::string liveFrom_;
   bool reachedLive_ = false;
   mutable std::mutex mutex_;
