@@ -1,15 +1,15 @@
 #pragma once
 
 #include <chrono>
-#include <condition_variable>
+#include <cstdint>
 #include <functional>
-#include <mutex>
-#include <thread>
 
 namespace quor {
 
-// Calls `fire` once on its own thread after `after`, unless destroyed first. The destructor
-// cancels and waits for the thread; `fire` must not destroy its timer.
+// Calls `fire` once after `after`, unless destroyed first. Every timer of the process shares one
+// thread, started while a timer is pending and gone when none is. The destructor cancels; when
+// `fire` is running on that thread just then, it waits for it to return. `fire` must not destroy
+// its timer, and should only hand work on (post it to the main thread).
 class KXCSTimer {
  public:
   KXCSTimer(std::chrono::milliseconds after, std::function<void()> fire);
@@ -18,10 +18,7 @@ class KXCSTimer {
   KXCSTimer& operator=(const KXCSTimer&) = delete;
 
  private:
-  std::mutex mutex_;
-  std::condition_variable cancelled_;
-  bool cancel_ = false;
-  std::thread thread_;
+  uint64_t id_;
 };
 
 }  // namespace quor
