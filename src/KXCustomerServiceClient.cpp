@@ -4,7 +4,6 @@
 
 #include "Client/KXClientState.h"
 #include "Client/KXControlMessageHandler.h"
-#include "Client/KXSessionHook.h"
 #include "QuorCustomerService/Host/KXHostConstants.h"
 #include "QuorCustomerService/Host/KXInformationNotificationMessage.h"
 #include "QuorCustomerService/Message/KXCSChangeModeMessage.h"
@@ -96,7 +95,7 @@ void KXCustomerServiceClient::startCustomerService(
   KXHost::sendReportingRecords(
       kefuId, std::move(handShake), outcome.once([this, kefuId](std::shared_ptr<KXMessage> sent) {
         if (sent) setHandShakeMessageSendTime(sent->sentTime());
-        KXSessionHook::handshakeSent(kefuId);
+        state_->events.handshakeSent(kefuId);
       }),
       // The failure reports to the error callback of this start, not the session's current one,
       // and stops the service even when that callback throws.
@@ -148,7 +147,7 @@ void KXCustomerServiceClient::notifyCustomerService(const KXString& kefuId, cons
 }
 
 void KXCustomerServiceClient::onReceiveFakeMessage(std::shared_ptr<KXMessage> message) {
-  KXSessionHook::conversationMessage(message);
+  state_->events.conversationMessage(message);
   KXHost::receiveFake(std::move(message));
 }
 

@@ -127,6 +127,7 @@ class QUOR_CS_EXPORT KXCustomerServiceClient : public KXCustomerServiceReceiveMe
  private:
   KXCustomerServiceClient();
   ~KXCustomerServiceClient() override;
+  friend class KXClientState;
 
   std::unique_ptr<KXClientState> state_;
 };

@@ -6,12 +6,16 @@
 #include <cstdint>
 #include <mutex>
 
+#include "Client/KXClientEvents.h"
 #include "QuorCustomerService/KXCustomerServiceClient.h"
 
 namespace quor {
 
 class KXClientState {
  public:
+  // The state of `client`, for the library's other layers.
+  static KXClientState& of(KXCustomerServiceClient& client) { return *client.state_; }
+
   // The session of a desk, or null (also for an absent desk id).
   std::shared_ptr<KXCustomerServiceSession> sessionFor(const KXString& kefuId) const {
     if (!kefuId) return nullptr;
@@ -49,6 +53,7 @@ class KXClientState {
 
   std::atomic<uint64_t> mode{KXCSModeNoService};
   std::atomic<int64_t> handShakeMessageSendTime{0};
+  KXClientEvents events;
 
  private:
   mutable std::mutex mutex_;

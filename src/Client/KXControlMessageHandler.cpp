@@ -2,8 +2,6 @@
 
 #include <nlohmann/json.hpp>
 
-#include "Client/KXSessionHook.h"
-
 #include "Message/KXJsonReader.h"
 #include "Message/KXMessageTypeTable.h"
 #include "QuorCustomerService/Host/KXHostConstants.h"
@@ -109,8 +107,8 @@ void KXControlMessageHandler::changeModeResponse(const std::shared_ptr<KXMessage
                                                  const KXCSChangeModeResponseMessage& response,
                                                  const Session& session) {
   if (!session) return;
-  KXSessionHook::agentAnswer(message->targetId(), response.result(), session->type(),
-                             response.errMsg());
+  state_.events.agentAnswer(message->targetId(), response.result(), session->type(),
+                            response.errMsg());
   switch (response.result()) {
     case KXCSChangeModeAgentServes:
     case KXCSChangeModeAlreadyWithAgent:

@@ -3,7 +3,7 @@
 #include <atomic>
 #include <mutex>
 
-#include "Client/KXSessionHook.h"
+#include "Client/KXClientState.h"
 #include "Message/KXMessageTypeTable.h"
 #include "QuorCustomerService/Host/KXCoreClient.h"
 #include "QuorCustomerService/Host/KXHostConstants.h"
@@ -95,11 +95,10 @@ bool QuorCustomerServiceExtensionModule::didHoldReceivedMessage(
   // Every message the host receives passes here first: other conversations leave at once, with
   // the answer the client would give them.
   if (!message || message->conversationType() != KXConversationTypeCustomerService) return false;
-  const bool held =
-      KXCustomerServiceClient::sharedCustomerServiceClient().onCustomerServiceMessageReceived(
-          message);
+  auto& client = KXCustomerServiceClient::sharedCustomerServiceClient();
+  const bool held = client.onCustomerServiceMessageReceived(message);
   // A text or notice that goes on to the app is also a line of the service's conversation.
-  if (!held) KXSessionHook::conversationMessage(message);
+  if (!held) KXClientState::of(client).events.conversationMessage(message);
   return held;
 }
 

@@ -6,7 +6,7 @@
 #include <mutex>
 #include <nlohmann/json.hpp>
 
-#include "Client/KXSessionHook.h"
+#include "Client/KXClientState.h"
 #include "QuorCustomerService/Host/KXTextMessage.h"
 #include "QuorCustomerService/KXCustomerServiceClient.h"
 #include "Session/KXCSConversation.h"
@@ -59,15 +59,15 @@ void KXCSServiceObserver::onUnreadCountChanged(uint64_t) {}
 // it is given up before that (ended by the app, timed out), the handshake keeps the queue until
 // it resolves, so that its late outcome (the client's stop after a failed send, an answer) never
 // lands on a newer start; at most kGivenUpHold.
-class KXCSService::Core : public std::enable_shared_from_this<Core> {
+class KXCSService::Core : public std::enable_shared_from_this<Core>,
+                          public KXClientEvents::Observer {
  public:
   enum class GivenUp { No, Ended, TimedOut };
   static constexpr std::chrono::seconds kGivenUpHold{30};
 
   Core(std::string deskId, std::weak_ptr<KXCSServiceObserver> observer)
       : deskId(std::move(deskId)), observer(std::move(observer)) {}
-  ~Core() {
-    KXSessionHook::forget(deskId, this);
+  ~Core() override {
     queue().withdraw(this);
     queue().release(this);
   }
@@ -79,24 +79,24 @@ class KXCSService::Core : public std::enable_shared_from_this<Core> {
 
   // Listens to what the client learns beyond its callbacks; each report is handled in a
   // closure posted to the main thread, in the order the reports came.
-  void listen() {
-    std::weak_ptr<Core> weak = weak_from_this();
-    auto onMain = [weak](auto handle) {
-      KXMainThread::post([weak, handle] {
-        if (auto core = weak.lock()) handle(*core);
-      });
-    };
-    KXSessionHook::Listener listener;
-    listener.agentAnswer = [onMain](int32_t result, int32_t type, const KXString& text) {
-      onMain([result, type, text](Core& c) { c.onAgentAnswer(result, type, text); });
-    };
-    listener.handshakeSent = [onMain] { onMain([](Core& c) { c.onHandshakeSent(); }); };
-    listener.conversationMessage = [onMain](const std::shared_ptr<KXMessage>& message) {
-      // A copy made here, on the reporting thread: the host may still change the record (its
-      // store's id) after the modules saw it.
-      onMain([line = KXMessage(*message)](Core& c) { c.onConversationMessage(line); });
-    };
-    KXSessionHook::listen(deskId, this, std::move(listener));
+  void listen() { KXClientState::of(client()).events.add(deskId, weak_from_this()); }
+
+  void onAgentAnswer(int32_t result, int32_t type, const KXString& text) override {
+    onMain([result, type, text](Core& c) { c.agentAnswered(result, type, text); });
+  }
+  void onHandshakeSent() override {
+    onMain([](Core& c) { c.handshakeConfirmed(); });
+  }
+  void onConversationMessage(const std::shared_ptr<KXMessage>& message) override {
+    // A copy made here, on the reporting thread: the host may still change the record (its
+    // store's id) after the modules saw it.
+    onMain([line = KXMessage(*message)](Core& c) { c.conversationLine(line); });
+  }
+  template <class Handle>
+  void onMain(Handle handle) {
+    KXMainThread::post([weak = weak_from_this(), handle] {
+      if (auto core = weak.lock()) handle(*core);
+    });
   }
 
   KXCSServiceStatus snapshot() const {
@@ -104,8 +104,8 @@ class KXCSService::Core : public std::enable_shared_from_this<Core> {
     return status;
   }
 
-  // Records the next state and reports it in a closure posted to the main thread, so that it
-  // reaches the observer after whatever the client's current closure still does (its stop).
+  // Records the next state and reports it once the client's current closure returned, so that
+  // it reaches the observer after whatever that closure still does (its stop).
   void move(KXCSServiceStatus next) {
     {
       std::lock_guard<std::mutex> lock(mutex);
@@ -121,9 +121,11 @@ class KXCSService::Core : public std::enable_shared_from_this<Core> {
     tell([next](KXCSServiceObserver& watcher) { watcher.onStateChanged(next); });
   }
 
+  // Reports to the observer on the main thread: after the library's closure that runs now, or
+  // posted from anywhere else.
   void tell(std::function<void(KXCSServiceObserver&)> call) {
     std::weak_ptr<KXCSServiceObserver> watcherRef = observer;
-    KXMainThread::post([watcherRef, call = std::move(call)] {
+    KXMainThread::afterCurrent([watcherRef, call = std::move(call)] {
       if (auto watcher = watcherRef.lock()) KXCallbackGuard::run([&] { call(*watcher); });
     });
   }
@@ -190,7 +192,7 @@ class KXCSService::Core : public std::enable_shared_from_this<Core> {
   // that answer serves the next start, as after end(), instead of a second handshake whose
   // answer would report Connected (and greet) a second time. A start made meanwhile takes it
   // over now.
-  void onHandshakeSent() {
+  void handshakeConfirmed() {
     bool adopted = false;
     {
       std::lock_guard<std::mutex> lock(mutex);
@@ -286,7 +288,7 @@ class KXCSService::Core : public std::enable_shared_from_this<Core> {
   // The desk's answer to an agent request, also those the client reports nothing for: with no
   // agent (2) a robot-first service goes back to its robot; a refusal (3) goes back to the
   // robot in a robot-first service and ends a service that has no robot to go back to.
-  void onAgentAnswer(int32_t result, int32_t serviceType, const KXString& text) {
+  void agentAnswered(int32_t result, int32_t serviceType, const KXString& text) {
     if (result != KXCSChangeModeNoAgent && result != KXCSChangeModeRefused) return;
     const KXCSServiceStatus now = snapshot();
     bool waiting = now.state == State::WaitingForAgent || now.state == State::ChoosingGroup;
@@ -348,7 +350,7 @@ class KXCSService::Core : public std::enable_shared_from_this<Core> {
     move(next);
   }
 
-  void onConversationMessage(const KXMessage& message) {
+  void conversationLine(const KXMessage& message) {
     const State now = snapshot().state;
     if (!running(now)) return;
     const KXCSConversationMessage line = conversation.received(message, now == State::Agent);
@@ -410,16 +412,11 @@ class KXCSService::Core : public std::enable_shared_from_this<Core> {
       changed = update.delivery != before;
       if (sent) unsettled.erase(it);
     }
-    if (changed) notify([update](KXCSServiceObserver& w) { w.onMessageDelivery(update); });
+    if (changed) tell([update](KXCSServiceObserver& w) { w.onMessageDelivery(update); });
     if (resendNow) {
       auto [success, error] = outcomeOf(sequence, resendAttempt);
       KXHost::resend(update.messageId, std::move(success), std::move(error));
     }
-  }
-
-  // Calls the observer now: for what is already on the main thread.
-  void notify(const std::function<void(KXCSServiceObserver&)>& call) {
-    if (auto watcher = observer.lock()) KXCallbackGuard::run([&] { call(*watcher); });
   }
 
   // Sends the handshake of the start `started` and registers for its callbacks.
