@@ -1,5 +1,6 @@
 // The XMPP host and the desk program on ejabberd, the second server: a stock configuration with
 // stream management, where the server counts a stanza before it bounces it.
+#include <set>
 #include <thread>
 
 #include "QuorPrivateServer/QuorTcpProxy.h"
@@ -118,7 +119,12 @@ TEST(XmppEjabberdCluster, ACustomerOnOneNodeIsServedByTheDeskOnTheOther) {
   host->connect();
   ASSERT_TRUE(host->waitUntilOnline(kPatience));
 
-  auto service = KXCSService::make("quor-shop", std::weak_ptr<KXCSServiceObserver>());
+  struct Lines : KXCSServiceObserver {
+    void onMessage(const KXCSConversationMessage& line) override { got.push_back(line); }
+    std::vector<KXCSConversationMessage> got;
+  };
+  auto lines = std::make_shared<Lines>();
+  auto service = KXCSService::make("quor-shop", lines);
   ASSERT_EQ(service->start(nullptr, std::chrono::seconds(10)), KXCSServiceResult::Done);
   const auto until = [&](const std::function<bool()>& done) {
     const auto deadline = std::chrono::steady_clock::now() + kPatience;
@@ -130,6 +136,16 @@ TEST(XmppEjabberdCluster, ACustomerOnOneNodeIsServedByTheDeskOnTheOther) {
   ASSERT_EQ(service->sendText("where is my order?"), KXCSServiceResult::Done);
   ASSERT_TRUE(until([&] { return shown.size() >= 2; }));
   EXPECT_EQ(shown[1], "Orders ship within 24 hours; you can follow yours under Me > Orders.");
+  // Each line that came to the customer carries the id under which the history knows it.
+  std::set<int64_t> stored;
+  for (const auto& entry : host->history("quor-shop", 0, 10))
+    stored.insert(entry.message->messageId());
+  ASSERT_TRUE(until([&] { return lines->got.size() >= 3; }));
+  for (const auto& line : lines->got) {
+    if (line.author != KXCSMessageAuthor::Customer) {
+      EXPECT_EQ(stored.count(line.messageId), 1u) << line.text;
+    }
+  }
   service.reset();
   host->logout();
   QuorHostBase::uninstall();

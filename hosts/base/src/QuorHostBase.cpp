@@ -208,11 +208,18 @@ bool QuorHostBase::receive(const QuorReceivedMessage& received) {
   message->setSenderUserId(received.senderUserId);
   message->setSentTime(received.sentTime);
   message->setObjectName(received.objectName);
-  // Every module is offered every message; a held message or a signal goes no further.
-  if (modules_.offer(message, received.offline)) return true;
-  if (modules_.isSignal(received.objectName)) return false;
-  const bool persisted = content->messagePersistentFlag() & KXMessagePersistentFlagIsPersisted;
+  // Stored before the modules see it, so that every reader of the record (the session's line,
+  // the history, markRead) knows it under the store's id; one that an earlier run saw already
+  // goes no further.
+  const bool persisted = !modules_.isSignal(received.objectName) &&
+                         (content->messagePersistentFlag() & KXMessagePersistentFlagIsPersisted);
   if (persisted && !storeReceived(message, received)) return false;
+  // Every module is offered every message; a held message or a signal goes no further.
+  if (modules_.offer(message, received.offline)) {
+    if (persisted) forgetReceived(message);
+    return true;
+  }
+  if (modules_.isSignal(received.objectName)) return false;
   notifyListeners(message);
   return false;
 }

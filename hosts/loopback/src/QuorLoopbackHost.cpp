@@ -1,5 +1,7 @@
 #include "QuorLoopbackHost/QuorLoopbackHost.h"
 
+#include <algorithm>
+
 #include "QuorCustomerService/Host/KXHostConstants.h"
 
 namespace quor {
@@ -125,6 +127,12 @@ bool QuorLoopbackHost::storeReceived(const std::shared_ptr<KXMessage>& message,
                                      const QuorReceivedMessage&) {
   store(message);
   return true;
+}
+
+void QuorLoopbackHost::forgetReceived(const std::shared_ptr<KXMessage>& message) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  auto& lines = conversations_[message->targetId().value_or("")];
+  lines.erase(std::remove(lines.begin(), lines.end(), message), lines.end());
 }
 
 std::shared_ptr<KXMessage> QuorLoopbackHost::insertIncomingMessage(

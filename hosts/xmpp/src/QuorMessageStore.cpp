@@ -133,6 +133,17 @@ bool QuorMessageStore::setOutcome(int64_t id, QuorDeliveryStatus status, int64_t
   return false;
 }
 
+bool QuorMessageStore::remove(int64_t id) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  Statement statement(database_, "DELETE FROM messages WHERE id = ?");
+  if (statement) {
+    statement.bind(1, id);
+    if (sqlite3_step(statement.get()) == SQLITE_DONE) return true;
+  }
+  failed();
+  return false;
+}
+
 QuorMessageStore::Insert QuorMessageStore::failed() {
   lastError_ = sqlite3_errmsg(database_);
   return Insert::Failed;

@@ -234,6 +234,11 @@ bool QuorXmppHost::storeReceived(const std::shared_ptr<KXMessage>& message,
   return true;
 }
 
+void QuorXmppHost::forgetReceived(const std::shared_ptr<KXMessage>& message) {
+  if (message->messageId() != 0 && !store_->remove(message->messageId()))
+    tellStoreError("cannot remove a held message of " + message->targetId().value_or(""), message);
+}
+
 void QuorXmppHost::setWireObserver(WireObserver observer) {
   std::lock_guard<std::mutex> lock(mutex_);
   wireObserver_ = std::move(observer);

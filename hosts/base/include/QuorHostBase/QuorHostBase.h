@@ -129,9 +129,9 @@ class QuorHostBase : public KXCoreClient,
     return types_.contentFor(objectName);
   }
   // The receive pipeline, on the host's delivery thread: decodes the message into a fresh
-  // content, offers it to every loaded module, and unless one held it or it is a signal, stores
-  // it (storeReceived(), for contents that are persisted) and hands it to the listeners.
-  // Returns whether a module held it.
+  // content, stores it (storeReceived(), for contents that are persisted and no signal), offers
+  // it to every loaded module, and unless one held it (then forgetReceived()) or it is a signal,
+  // hands it to the listeners. Returns whether a module held it.
   bool receive(const QuorReceivedMessage& received);
   // Stores a received, persisted message; `message` may take the store's id. False when the
   // store already had it (an earlier run saw it): the listeners are not told again. The
@@ -140,6 +140,9 @@ class QuorHostBase : public KXCoreClient,
                              const QuorReceivedMessage& /*received*/) {
     return true;
   }
+  // Removes a message that storeReceived() stored and a module then held. The default does
+  // nothing.
+  virtual void forgetReceived(const std::shared_ptr<KXMessage>& /*message*/) {}
   // Registers the host's own contents, text and grey notice, so that a text from the desk
   // decodes into a KXTextMessage.
   void registerHostTypes();

@@ -82,6 +82,7 @@ class QuorLoopbackHost : public QuorHostBase {
   bool deliver(QuorWireMessage message);
   bool storeReceived(const std::shared_ptr<KXMessage>& message,
                      const QuorReceivedMessage& received) override;
+  void forgetReceived(const std::shared_ptr<KXMessage>& message) override;
   void store(const std::shared_ptr<KXMessage>& message);
   std::shared_ptr<QuorLoopbackObserver> observer() const;
 

@@ -63,6 +63,8 @@ class QuorMessageStore {
   // Stores `message` (its id is ignored) and sets its id on success. On failure (a full disk,
   // say) lastError() tells why.
   Insert insert(QuorStoredMessage& message, const std::string& originKey = "");
+  // Removes the message stored under `id` (a received one that a module held after all).
+  bool remove(int64_t id);
   // Records a send's outcome: its status and, when sent, the server's stamp.
   bool setOutcome(int64_t id, QuorDeliveryStatus status, int64_t sentTime);
   // One page of a conversation, newest first: at most `count` messages with ids below

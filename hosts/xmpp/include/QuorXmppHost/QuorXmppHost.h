@@ -154,6 +154,7 @@ class QuorXmppHost : public QuorHostBase, private QuorXmppConnection::Events {
   void deliver(const QuorXmppPayload& payload);
   bool storeReceived(const std::shared_ptr<KXMessage>& message,
                      const QuorReceivedMessage& received) override;
+  void forgetReceived(const std::shared_ptr<KXMessage>& message) override;
   std::shared_ptr<KXMessage> recordOf(const QuorStoredMessage& stored) const;
   // Stores a message; a failure is logged and reported to the store error listener.
   QuorMessageStore::Insert store(QuorStoredMessage& stored, const std::string& originKey,
