@@ -13,6 +13,7 @@
 #include "Session/KXCSLeaveMessageForm.h"
 #include "Session/KXCSStartQueue.h"
 #include "Session/KXCSTimer.h"
+#include "Session/KXCSUnsettledLines.h"
 #include "Support/KXCallbackGuard.h"
 #include "Support/KXHost.h"
 #include "Support/KXMainThread.h"
@@ -40,15 +41,6 @@ bool allUtf8(std::initializer_list<const KXString*> texts) {
 }
 
 }  // namespace
-
-KXCSServiceObserver::~KXCSServiceObserver() = default;
-void KXCSServiceObserver::onStateChanged(const KXCSServiceStatus&) {}
-void KXCSServiceObserver::onRatingRequested(const KXString&) {}
-void KXCSServiceObserver::onEvaluationSettings(const KXDictionary&) {}
-void KXCSServiceObserver::onMessageLeft(bool, int64_t) {}
-void KXCSServiceObserver::onMessage(const KXCSConversationMessage&) {}
-void KXCSServiceObserver::onMessageDelivery(const KXCSConversationMessage&) {}
-void KXCSServiceObserver::onUnreadCountChanged(uint64_t) {}
 
 // The service's state, shared with the client's callbacks through weak references.
 //
@@ -377,45 +369,20 @@ class KXCSService::Core : public std::enable_shared_from_this<Core>,
                 [report](int64_t code, int64_t messageId) { report(false, code, messageId); })};
   }
 
-  // An outcome of a customer's line, on the main thread: Sent from any attempt; else the
-  // latest attempt's Failed, or Unconfirmed when the host says the message may still arrive,
-  // which sends it once more under its id by itself (once per line).
+  // An outcome of a customer's line, on the main thread (KXCSUnsettledLines::settle()).
   void onDelivery(uint64_t sequence, uint64_t attempt, bool sent, int64_t value,
                   int64_t messageId) {
-    const bool unconfirmed = !sent && KXHost::isUnconfirmed(value);
-    KXCSConversationMessage update;
-    bool changed;
-    bool resendNow = false;
-    uint64_t resendAttempt = 0;
-    {
-      std::lock_guard<std::mutex> lock(mutex);
-      const auto it = unsettled.find(sequence);
-      if (it == unsettled.end()) return;
-      Unsettled& line = it->second;
-      if (!sent && attempt != line.attempt) return;  // a newer attempt reports for the line
-      if (messageId != 0) line.message.messageId = messageId;
-      const KXCSDelivery before = line.message.delivery;
-      if (sent) {
-        line.message.delivery = KXCSDelivery::Sent;
-        line.message.errorCode = 0;
-      } else {
-        line.message.delivery = unconfirmed ? KXCSDelivery::Unconfirmed : KXCSDelivery::Failed;
-        line.message.errorCode = value;
-        resendNow = unconfirmed && !line.resentByItself && line.message.messageId != 0;
-        if (resendNow) {
-          line.resentByItself = true;
-          resendAttempt = ++line.attempt;
-        }
-      }
-      update = line.message;
-      // Still unconfirmed after its own resend: nothing new to tell.
-      changed = update.delivery != before;
-      if (sent) unsettled.erase(it);
+    KXCSUnsettledLines::Change change;
+    if (!unsettled.settle(sequence, attempt, sent, !sent && KXHost::isUnconfirmed(value), value,
+                          messageId, &change)) {
+      return;
     }
-    if (changed) tell([update](KXCSServiceObserver& w) { w.onMessageDelivery(update); });
-    if (resendNow) {
-      auto [success, error] = outcomeOf(sequence, resendAttempt);
-      KXHost::resend(update.messageId, std::move(success), std::move(error));
+    if (change.changed) {
+      tell([update = change.line](KXCSServiceObserver& w) { w.onMessageDelivery(update); });
+    }
+    if (change.resendNow) {
+      auto [success, error] = outcomeOf(sequence, change.resendAttempt);
+      KXHost::resend(change.line.messageId, std::move(success), std::move(error));
     }
   }
 
@@ -482,13 +449,7 @@ class KXCSService::Core : public std::enable_shared_from_this<Core>,
   std::unique_ptr<KXCSTimer> timer;
   std::unique_ptr<KXCSTimer> hold;
   KXCSConversation conversation;
-  // The customer's lines that are not Sent yet, by sequence: retry() sends them again.
-  struct Unsettled {
-    KXCSConversationMessage message;
-    uint64_t attempt = 0;
-    bool resentByItself = false;
-  };
-  std::map<uint64_t, Unsettled> unsettled;
+  KXCSUnsettledLines unsettled;
   std::atomic<std::size_t> maxTextBytes{KXCSService::kDefaultMaxTextBytes};
 };
 
@@ -712,10 +673,7 @@ KXCSServiceResult KXCSService::sendText(const std::string& text) {
   if (!body) return Result::InvalidText;
   if (body->size() > core_->maxTextBytes.load()) return Result::TooLarge;
   const KXCSConversationMessage line = core_->conversation.sending(text);
-  {
-    std::lock_guard<std::mutex> lock(core_->mutex);
-    core_->unsettled[line.sequence] = Core::Unsettled{line, 0, false};
-  }
+  core_->unsettled.add(line);
   core_->tell([line](KXCSServiceObserver& w) { w.onMessage(line); });
   auto [success, error] = core_->outcomeOf(line.sequence, 0);
   KXHost::send(core_->deskId, std::move(content), std::move(success), std::move(error));
@@ -728,16 +686,7 @@ KXCSServiceResult KXCSService::retry(uint64_t sequence) {
   if (!KXCoreClient::sharedCoreClient()) return Result::NotConnected;
   KXCSConversationMessage before;
   uint64_t attempt;
-  {
-    std::lock_guard<std::mutex> lock(core_->mutex);
-    const auto it = core_->unsettled.find(sequence);
-    if (it == core_->unsettled.end() || it->second.message.delivery == KXCSDelivery::Sending)
-      return Result::NotRetryable;
-    before = it->second.message;
-    it->second.message.delivery = KXCSDelivery::Sending;
-    it->second.message.errorCode = 0;
-    attempt = ++it->second.attempt;
-  }
+  if (!core_->unsettled.beginRetry(sequence, &before, &attempt)) return Result::NotRetryable;
   // Reported before the host is called: its outcome may be posted while it is called.
   KXCSConversationMessage sending = before;
   sending.delivery = KXCSDelivery::Sending;
@@ -752,11 +701,7 @@ KXCSServiceResult KXCSService::retry(uint64_t sequence) {
                  std::move(error));
     return Result::Done;
   }
-  {
-    std::lock_guard<std::mutex> lock(core_->mutex);
-    const auto it = core_->unsettled.find(sequence);
-    if (it != core_->unsettled.end()) it->second.message = before;
-  }
+  core_->unsettled.undoRetry(before);
   core_->tell([before](KXCSServiceObserver& w) { w.onMessageDelivery(before); });
   return Result::NotRetryable;
 }

@@ -32,10 +32,10 @@ struct KXCSConversationMessage {
   std::string text;
   // The sender's display name when the desk gave one (the robot's name), else empty.
   std::string senderName;
-  // The host's message id as the line reached the library (0 when the host gave none yet: a
-  // host that stores a received message numbers it afterwards; a sent line's id comes with
-  // its outcome), its sent time (received lines), and the host's error code (Failed,
-  // Unconfirmed).
+  // The host's message id: for a received line the id its store keeps it under (the
+  // repository's hosts store a message before the library sees it; 0 from a host that gives
+  // none), for a sent line the id that comes with its outcome. Its sent time (received lines),
+  // and the host's error code (Failed, Unconfirmed).
   int64_t messageId = 0;
   int64_t sentTime = 0;
   int64_t errorCode = 0;
