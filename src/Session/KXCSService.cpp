@@ -10,6 +10,7 @@
 #include "QuorCustomerService/Host/KXTextMessage.h"
 #include "QuorCustomerService/KXCustomerServiceClient.h"
 #include "Session/KXCSConversation.h"
+#include "Session/KXCSHandshakes.h"
 #include "Session/KXCSLeaveMessageForm.h"
 #include "Session/KXCSStartQueue.h"
 #include "Session/KXCSTimer.h"
@@ -42,23 +43,20 @@ bool allUtf8(std::initializer_list<const KXString*> texts) {
 
 }  // namespace
 
-// The service's state, shared with the client's callbacks through weak references.
-//
-// Each start has a generation; each handshake is named by the generation that sent it. The
-// client's callbacks of a handshake report while that handshake is `attached` to the running
-// start; a callback of an older one finds another and does nothing. A handshake holds the start
-// queue while it is `outstanding` (sent, neither answered nor failed). When the start that sent
-// it is given up before that (ended by the app, timed out), the handshake keeps the queue until
-// it resolves, so that its late outcome (the client's stop after a failed send, an answer) never
-// lands on a newer start; at most kGivenUpHold.
+// The service's state, shared with the client's callbacks through weak references: its status,
+// its handshakes (KXCSHandshakes) and its conversation.
 class KXCSService::Core : public std::enable_shared_from_this<Core>,
                           public KXClientEvents::Observer {
  public:
-  enum class GivenUp { No, Ended, TimedOut };
-  static constexpr std::chrono::seconds kGivenUpHold{30};
+  using GivenUp = KXCSHandshakes::GivenUp;
 
   Core(std::string deskId, std::weak_ptr<KXCSServiceObserver> observer)
-      : deskId(std::move(deskId)), observer(std::move(observer)) {}
+      : deskId(std::move(deskId)),
+        observer(std::move(observer)),
+        // A hold ends on the main thread; the timer is gone before this is.
+        handshakes([this](uint64_t handshake) {
+          onMain([handshake](Core& c) { c.onHoldExpired(handshake); });
+        }) {}
   ~Core() override {
     queue().withdraw(this);
     queue().release(this);
@@ -133,7 +131,7 @@ class KXCSService::Core : public std::enable_shared_from_this<Core>,
   }
   bool reporting(uint64_t handshake) const {
     std::lock_guard<std::mutex> lock(mutex);
-    return handshake == attached && running(status.state);
+    return handshakes.attached(handshake) && running(status.state);
   }
 
   // Ends the running start: its callbacks report nothing more, its timer and a start it queued
@@ -141,36 +139,14 @@ class KXCSService::Core : public std::enable_shared_from_this<Core>,
   void detach() {
     {
       std::lock_guard<std::mutex> lock(mutex);
-      ++generation;
-      attached = 0;
-      timer.reset();
+      handshakes.detach();
     }
     queue().withdraw(this);
   }
 
-  // Handshake `handshake` was answered or failed: what it was given up as (No when it was not
-  // given up or not outstanding), and whether it held the queue.
   std::pair<GivenUp, bool> resolve(uint64_t handshake) {
     std::lock_guard<std::mutex> lock(mutex);
-    if (handshake == 0 || handshake != outstanding) return {GivenUp::No, false};
-    const GivenUp given = givenUp;
-    outstanding = 0;
-    givenUp = GivenUp::No;
-    hold.reset();
-    return {given, true};
-  }
-
-  // Keeps the outstanding handshake after its start was given up, for at most kGivenUpHold.
-  // Called with the lock held.
-  void giveUpLocked(GivenUp how) {
-    givenUp = how;
-    std::weak_ptr<Core> weak = weak_from_this();
-    const uint64_t handshake = outstanding;
-    hold = std::make_unique<KXCSTimer>(kGivenUpHold, [weak, handshake] {
-      KXMainThread::post([weak, handshake] {
-        if (auto core = weak.lock()) core->onHoldExpired(handshake);
-      });
-    });
+    return handshakes.resolve(handshake);
   }
 
   void onHoldExpired(uint64_t handshake) {
@@ -185,19 +161,10 @@ class KXCSService::Core : public std::enable_shared_from_this<Core>,
   // answer would report Connected (and greet) a second time. A start made meanwhile takes it
   // over now.
   void handshakeConfirmed() {
-    bool adopted = false;
+    bool adopted;
     {
       std::lock_guard<std::mutex> lock(mutex);
-      if (outstanding == 0) return;
-      sendConfirmed = true;
-      if (givenUp != GivenUp::TimedOut) return;
-      givenUp = GivenUp::Ended;  // the hold's timer still bounds the wait
-      if (status.state == State::Connecting && attached == 0) {
-        attached = outstanding;
-        givenUp = GivenUp::No;
-        hold.reset();
-        adopted = true;
-      }
+      adopted = handshakes.confirmSent(status.state == State::Connecting);
     }
     if (adopted) queue().withdraw(this);
   }
@@ -207,9 +174,9 @@ class KXCSService::Core : public std::enable_shared_from_this<Core>,
     bool live;
     {
       std::lock_guard<std::mutex> lock(mutex);
-      live = handshake == attached && running(status.state);
+      live = handshakes.attached(handshake) && running(status.state);
       if (live) {
-        timer.reset();
+        handshakes.clearTimeout();
         blocked = config && config->isBlack();
       }
     }
@@ -321,16 +288,11 @@ class KXCSService::Core : public std::enable_shared_from_this<Core>,
     bool keepService = false;
     {
       std::lock_guard<std::mutex> lock(mutex);
-      if (started != generation || status.state != State::Connecting) return;
-      // Until the send has an outcome, a late failure would stop the service of the next start,
-      // and a late success means the desk may still answer: the client's service stays for it.
-      if (outstanding != 0 && !sendConfirmed) {
-        giveUpLocked(GivenUp::TimedOut);
-        keepService = true;
-      } else if (outstanding != 0) {
-        outstanding = 0;
-        release = true;
-      }
+      if (!handshakes.isCurrent(started) || status.state != State::Connecting) return;
+      // Until the send has an outcome the client's service stays for it.
+      const auto step = handshakes.timedOut();
+      keepService = step == KXCSHandshakes::TimedOut::Keep;
+      release = step == KXCSHandshakes::TimedOut::Release;
     }
     detach();
     if (!keepService) client().stopCustomerService(deskId);
@@ -391,9 +353,7 @@ class KXCSService::Core : public std::enable_shared_from_this<Core>,
     const uint64_t handshake = started;
     {
       std::lock_guard<std::mutex> lock(mutex);
-      attached = outstanding = handshake;
-      givenUp = GivenUp::No;
-      sendConfirmed = false;
+      handshakes.sent(handshake);
     }
     std::weak_ptr<Core> weak = weak_from_this();
     auto ofHandshake = [weak, handshake](auto handle) {
@@ -438,16 +398,10 @@ class KXCSService::Core : public std::enable_shared_from_this<Core>,
   const std::weak_ptr<KXCSServiceObserver> observer;
   mutable std::mutex mutex;
   KXCSServiceStatus status;
-  uint64_t generation = 0;
-  uint64_t attached = 0;     // the handshake whose callbacks report to the running start
-  uint64_t outstanding = 0;  // the handshake that holds the start queue
-  GivenUp givenUp = GivenUp::No;
-  bool sendConfirmed = false;
   bool blocked = false;
   bool agentConfirmed = false;
   KXString lastDialog;
-  std::unique_ptr<KXCSTimer> timer;
-  std::unique_ptr<KXCSTimer> hold;
+  KXCSHandshakes handshakes;  // under mutex
   KXCSConversation conversation;
   KXCSUnsettledLines unsettled;
   std::atomic<std::size_t> maxTextBytes{KXCSService::kDefaultMaxTextBytes};
@@ -466,7 +420,7 @@ KXCSService::~KXCSService() {
   bool stop;
   {
     std::lock_guard<std::mutex> lock(core_->mutex);
-    stop = running(core_->status.state) || core_->givenUp != Core::GivenUp::No;
+    stop = running(core_->status.state) || core_->handshakes.givenUp() != Core::GivenUp::No;
   }
   core_->detach();
   if (stop) core_->client().stopCustomerService(core_->deskId);
@@ -484,18 +438,13 @@ KXCSServiceResult KXCSService::start(std::shared_ptr<KXCustomerServiceInfo> info
   {
     std::lock_guard<std::mutex> lock(core.mutex);
     if (running(core.status.state)) return Result::AlreadyStarted;
-    started = ++core.generation;
+    started = core.handshakes.newStart();
     core.blocked = false;
     core.agentConfirmed = false;
     core.lastDialog.reset();
     core.status = KXCSServiceStatus{};  // a new start forgets the old configuration
     // The app ended a start whose handshake is still on its way: its answer serves this one.
-    adopt = core.outstanding != 0 && core.givenUp == Core::GivenUp::Ended;
-    if (adopt) {
-      core.attached = core.outstanding;
-      core.givenUp = Core::GivenUp::No;
-      core.hold.reset();
-    }
+    adopt = core.handshakes.adoptEnded();
   }
   KXCSServiceStatus connecting;
   connecting.state = State::Connecting;
@@ -508,7 +457,7 @@ KXCSServiceResult KXCSService::start(std::shared_ptr<KXCustomerServiceInfo> info
       bool current;
       {
         std::lock_guard<std::mutex> lock(waiting->mutex);
-        current = waiting->generation == started && running(waiting->status.state);
+        current = waiting->handshakes.isCurrent(started) && running(waiting->status.state);
       }
       if (current) {
         waiting->sendHandshake(started, std::move(info));
@@ -524,7 +473,7 @@ KXCSServiceResult KXCSService::start(std::shared_ptr<KXCustomerServiceInfo> info
       });
     });
     std::lock_guard<std::mutex> lock(core.mutex);
-    if (core.generation == started) core.timer = std::move(timer);
+    core.handshakes.setTimeout(started, std::move(timer));
   }
   return Result::Done;
 }
@@ -648,9 +597,7 @@ KXCSServiceResult KXCSService::end() {
     if (!running(core.status.state)) return Result::NotConnected;
     // Sent and not yet answered: the client's service stays until the answer (or a new start
     // takes it over), so the answer cannot be taken for another handshake's.
-    keepHandshake = core.status.state == State::Connecting && core.outstanding != 0 &&
-                    core.givenUp == Core::GivenUp::No;
-    if (keepHandshake) core.giveUpLocked(Core::GivenUp::Ended);
+    keepHandshake = core.status.state == State::Connecting && core.handshakes.keepForAnswer();
   }
   core.detach();
   if (!keepHandshake) core.client().stopCustomerService(core.deskId);
