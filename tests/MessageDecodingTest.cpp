@@ -143,6 +143,15 @@ TEST_F(Decoding, HandShakeResponseReadsEveryKey) {
   EXPECT_EQ(r->announceMsg(), "News");
   EXPECT_EQ(r->announceClickUrl(), "http://a");
   EXPECT_EQ(host->logs().size(), 1u);
+
+  // The configuration as JSON and back: every field survives, 64-bit values whole.
+  const KXDictionary json = r->configuration();
+  EXPECT_EQ(json["evaType"], 18446744073709551615ull);
+  EXPECT_EQ(json["leaveMessageNativeInfo"][1]["verification"], "mobile");
+  EXPECT_EQ(KXDictionary(json.get<KXCSConfiguration>()), json);
+  EXPECT_EQ(
+      KXCSConfiguration::fromJson(J(R"({"isBlack": "yes", "evaType": "1", "x": 1})")).toJson(),
+      KXCSConfiguration().toJson());  // a key of another type reads as absent
 }
 
 TEST_F(Decoding, HandShakeResponseDefaultsAndFallbacks) {

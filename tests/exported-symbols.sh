@@ -5,7 +5,7 @@ set -euo pipefail
 library=$1
 include_dir=$2
 
-public=$(grep -rhoE 'class QUOR_CS_EXPORT [A-Za-z]+' "$include_dir" | awk '{print $3}' | sort -u)
+public=$(grep -rhoE '(class|struct) QUOR_CS_EXPORT [A-Za-z]+' "$include_dir" | awk '{print $3}' | sort -u)
 allowed="QuorCustomerServiceVersionNumber|QuorCustomerServiceVersionString|QuorCustomerServiceLoadExtensionModule"
 pattern="^((typeinfo name for |typeinfo for |vtable for )?quor::($(echo "$public" | paste -sd '|'))(::|$| |<)|($allowed)$)"
 

@@ -7,64 +7,15 @@
 namespace quor::capi {
 namespace {
 
-// The configuration as the JSON object the C header describes (the C++ accessors' names).
-std::string configJson(const KXCustomerServiceConfig& config) {
-  const KXCSConfiguration& c = config.configuration();
-  KXDictionary json = KXDictionary::object();
-  const auto put = [&json](const char* key, const KXString& value) {
-    if (value) json[key] = *value;
-  };
-  put("companyName", c.companyName);
-  json["isBlack"] = c.isBlack;
-  json["robotSessionNoEva"] = c.robotSessionNoEva;
-  json["humanSessionNoEva"] = c.humanSessionNoEva;
-  KXDictionary options = KXDictionary::array();
-  if (c.humanEvaluateItems) {
-    for (const auto& item : *c.humanEvaluateItems) {
-      if (!item) continue;
-      KXDictionary option = {{"value", item->value()}};
-      if (item->describe()) option["describe"] = *item->describe();
-      options.push_back(std::move(option));
-    }
-  }
-  json["humanEvaluateItems"] = std::move(options);
-  json["adminTipTime"] = c.adminTipTime;
-  put("adminTipWord", c.adminTipWord);
-  json["userTipTime"] = c.userTipTime;
-  put("userTipWord", c.userTipWord);
-  json["evaEntryPoint"] = c.evaEntryPoint;
-  json["evaType"] = c.evaType;
-  json["reportResolveStatus"] = c.reportResolveStatus;
-  json["leaveMessageType"] = c.leaveMessageType;
-  json["disableLocation"] = c.disableLocation;
-  put("leaveMessageWebUrl", c.leaveMessageWebUrl);
-  KXDictionary fields = KXDictionary::array();
-  if (c.leaveMessageNativeInfo) {
-    for (const auto& item : *c.leaveMessageNativeInfo) {
-      if (!item) continue;
-      KXDictionary field = {{"required", item->required()}, {"max", item->max()}};
-      const auto putField = [&field](const char* key, const KXString& value) {
-        if (value) field[key] = *value;
-      };
-      putField("title", item->title());
-      putField("name", item->name());
-      putField("type", item->type());
-      putField("defaultText", item->defaultText());
-      putField("verification", item->verification());
-      fields.push_back(std::move(field));
-    }
-  }
-  json["leaveMessageNativeInfo"] = std::move(fields);
-  put("announceMsg", c.announceMsg);
-  put("announceClickUrl", c.announceClickUrl);
-  return json.dump(-1, ' ', false, KXDictionary::error_handler_t::replace);
-}
-
 // A status with the storage its C view points into.
 struct StatusView {
   explicit StatusView(const KXCSServiceStatus& status) {
     text = status.text;
-    if (status.config) config = configJson(*status.config);
+    // The JSON object the C header describes: the C++ fields' names.
+    if (status.config) {
+      config = status.config->configuration().toJson().dump(-1, ' ', false,
+                                                            KXDictionary::error_handler_t::replace);
+    }
     if (status.groups) {
       for (const auto& group : *status.groups) {
         if (!group) continue;
