@@ -152,10 +152,9 @@ void KXCustomerServiceClient::onReceiveFakeMessage(std::shared_ptr<KXMessage> me
 }
 
 void KXCustomerServiceClient::switchToHumanMode(const KXString& kefuId) {
-  auto session = state_->sessionFor(kefuId);
-  const auto groups = session ? session->groupList() : nullptr;
-  if (groups && !groups->empty()) {
+  if (state_->choosesGroupFirst(kefuId)) {
     // The user chooses a group first; the callback gets the list as it stands then.
+    auto session = state_->sessionFor(kefuId);
     KXMainThread::post(
         [session] { KXCallbackGuard::call(session->selectGroupBlock(), session->groupList()); });
     return;

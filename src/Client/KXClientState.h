@@ -33,6 +33,14 @@ class KXClientState {
     return session;
   }
 
+  // Whether an agent request of the desk's service asks the app to choose a group first: the
+  // desk offered groups.
+  bool choosesGroupFirst(const KXString& kefuId) const {
+    const auto session = sessionFor(kefuId);
+    const auto groups = session ? session->groupList() : nullptr;
+    return groups && !groups->empty();
+  }
+
   KXString kefuId() const {
     std::lock_guard<std::mutex> lock(mutex_);
     return kefuId_;

@@ -495,11 +495,10 @@ KXCSServiceResult KXCSService::askForAgent() {
     std::lock_guard<std::mutex> lock(core_->mutex);
     if (core_->blocked) return Result::Blocked;
   }
-  core_->client().switchToHumanMode(core_->deskId);
   // With groups the client asks the app to choose first (ChoosingGroup follows).
-  const auto sessions = core_->client().customerServiceSessions();
-  const auto session = sessions.find(core_->deskId);
-  if (session == sessions.end() || !hasGroups(session->second->groupList())) {
+  const bool choosing = KXClientState::of(core_->client()).choosesGroupFirst(core_->deskId);
+  core_->client().switchToHumanMode(core_->deskId);
+  if (!choosing) {
     KXCSServiceStatus next;
     next.state = State::WaitingForAgent;
     core_->move(next);

@@ -1,4 +1,5 @@
 #include "QuorDeskConsole/QuorConsoleBoard.h"
+#include "QuorCustomerService/QuorCustomerService.h"
 
 #include <algorithm>
 
@@ -157,7 +158,7 @@ void QuorConsoleBoard::record(const QuorDeskStore::Record& record) {
   const std::string name = nameOf(customer.userInfo, id);
   auto event = [&](const std::string& what) { addLine(customer, {now, "event", "", what}); };
   if (record.fromCustomer) {
-    if (type == "KX:CsHs") {
+    if (type == KXCSHandShakeMessage::getObjectName()) {
       setInfo(customer, body);
       customer.agent.clear();
       customer.rating.clear();
@@ -165,39 +166,39 @@ void QuorConsoleBoard::record(const QuorDeskStore::Record& record) {
       // The page learns the new information once, here.
       publish({{"customer", view(customer)}});
       event("started a service");
-    } else if (type == "KX:TxtMsg") {
+    } else if (type == KXTextMessage::getObjectName()) {
       ++customer.unread;
       addLine(customer, {now, "customer", name, text(body, "content")});
-    } else if (type == "KX:CsCha") {
+    } else if (type == KXCSChangeModeMessage::getObjectName()) {
       const std::string group = text(body, "groupid");
       customer.group = group;
       setState(customer, "waiting");
       customer.waitingSince = now;
       event(group.empty() ? "asked for an agent" : "asked for an agent and chose group " + group);
-    } else if (type == "KX:CsEva") {
+    } else if (type == KXCSEvaluateMessage::getObjectName()) {
       const bool robot = text(body, "type") == "0";
       std::string rating = robot ? "rated the robot"
                                  : "rated " + std::to_string(number(body, "source", 0)) + " stars";
       if (!text(body, "suggest").empty()) rating += " \u201c" + text(body, "suggest") + "\u201d";
       customer.rating = rating;
       event(rating);
-    } else if (type == "KX:CsLM") {
+    } else if (type == KXCSLeaveMessage::getObjectName()) {
       inbox_.push_back(
           {{"customer", id}, {"name", name}, {"time", now}, {"values", objectOr(body)}});
       if (inbox_.size() > limits_.inboxKept) inbox_.pop_front();
       publish({{"inbox", inbox_.back()}});
       event("left a message");
-    } else if (type == "KX:CsSp") {
+    } else if (type == KXCSSuspendMessage::getObjectName()) {
       setState(customer, "ended");
       event("left the service (suspended)");
     }
     return;
   }
-  if (type == "KX:TxtMsg") {
+  if (type == KXTextMessage::getObjectName()) {
     const bool agent = record.sender == "agent";
     addLine(customer, {now, agent ? "agent" : "robot", text(member(body, "user"), "name"),
                        text(body, "content")});
-  } else if (type == "KX:CsHsR") {
+  } else if (type == KXCSHandShakeResponseMessage::getObjectName()) {
     const KXDictionary& data = member(body, "data");
     if (number(body, "status", 0) != 1) {
       setState(customer, "ended");
@@ -205,7 +206,7 @@ void QuorConsoleBoard::record(const QuorDeskStore::Record& record) {
     } else if (!text(data, "robotWelcome").empty()) {
       addLine(customer, {now, "robot", text(data, "robotName"), text(data, "robotWelcome")});
     }
-  } else if (type == "KX:CsChaR") {
+  } else if (type == KXCSChangeModeResponseMessage::getObjectName()) {
     const int64_t status = number(member(body, "data"), "status", 0);
     if (status == 1 || status == 4) {
       customer.agent = record.agent;
@@ -216,7 +217,7 @@ void QuorConsoleBoard::record(const QuorDeskStore::Record& record) {
       setState(customer, "robot");
       event(status == 3 ? "the request for an agent was refused" : "no agent was available");
     }
-  } else if (type == "KX:CsEnd") {
+  } else if (type == KXCSTerminateMessage::getObjectName()) {
     const std::string closing = text(body, "msg");
     if (number(body, "code", 0) == 1) {
       customer.agent.clear();
@@ -226,9 +227,9 @@ void QuorConsoleBoard::record(const QuorDeskStore::Record& record) {
       setState(customer, "ended");
       event("the service ended" + (closing.empty() ? "" : ": " + closing));
     }
-  } else if (type == "KX:CsPullEva") {
+  } else if (type == KXCSPullEvaluateMessage::getObjectName()) {
     event("asked for a rating");
-  } else if (type == "KX:CsPLM") {
+  } else if (type == KXCSPullLeaveMessage::getObjectName()) {
     event("invited a message: " + text(body, "content"));
   }
 }

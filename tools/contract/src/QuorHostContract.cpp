@@ -6,6 +6,7 @@
 #include <mutex>
 #include <thread>
 
+#include "QuorCustomerService/QuorCustomerService.h"
 #include "QuorHostContract/QuorHostContract.h"
 
 namespace quor::contract {
@@ -88,7 +89,7 @@ TEST_P(QuorHostContract, ReceivedTypesDecodeIntoAFreshInstanceByObjectName) {
   subject->deskSends("QuorTest:Probe", R"({"n":1})");
   subject->deskSends("QuorTest:Probe", R"({"n":2})");
   subject->deskSends("QuorTest:Unknown", R"({"n":3})");
-  subject->deskSends("KX:TxtMsg", R"({"content":"hello"})");
+  subject->deskSends(KXTextMessage::getObjectName(), R"({"content":"hello"})");
   ASSERT_TRUE(subject->runMainUntil([&] { return shown.size() >= 4; }));
   auto* first = dynamic_cast<ContractProbe*>(shown.messages[0]->content().get());
   auto* second = dynamic_cast<ContractProbe*>(shown.messages[1]->content().get());
@@ -148,7 +149,9 @@ TEST_P(QuorHostContract, SendClosuresRunExactlyOnceWithIdsAndCodesUnchanged) {
   EXPECT_EQ(failedCode, failure.code) << "the error closure got code " << failedCode
                                       << ": the host's own code must reach the library unchanged";
   ASSERT_TRUE(confirmed) << "the record-passing success closure got no record";
-  EXPECT_THAT(subject->deskReceived(), ElementsAre("KX:TxtMsg", "KX:TxtMsg", "KX:TxtMsg"));
+  EXPECT_THAT(subject->deskReceived(),
+              ElementsAre(KXTextMessage::getObjectName(), KXTextMessage::getObjectName(),
+                          KXTextMessage::getObjectName()));
 }
 
 // The library orders the desk's answers against its handshake by the record's sentTime as the
@@ -158,7 +161,7 @@ TEST_P(QuorHostContract, SendClosuresRunExactlyOnceWithIdsAndCodesUnchanged) {
 TEST_P(QuorHostContract, ASuccessClosureSeesTheSentTimeWhichNoLaterReplyPrecedes) {
   Shown shown;
   listen(*subject, shown);
-  subject->deskSends("KX:TxtMsg", R"({"content":"earlier"})");
+  subject->deskSends(KXTextMessage::getObjectName(), R"({"content":"earlier"})");
   ASSERT_TRUE(subject->runMainUntil([&] { return shown.size() >= 1; }));
   std::atomic<int64_t> stampSeen{-1};
   subject->core().sendMessageSuccessBlock(
@@ -170,7 +173,7 @@ TEST_P(QuorHostContract, ASuccessClosureSeesTheSentTimeWhichNoLaterReplyPrecedes
   ASSERT_GT(stampSeen, 0) << "the record's sentTime was " << stampSeen
                           << " when the success closure ran: it must be the send's time, set "
                              "before the closure runs";
-  subject->deskSends("KX:TxtMsg", R"({"content":"reply"})");
+  subject->deskSends(KXTextMessage::getObjectName(), R"({"content":"reply"})");
   ASSERT_TRUE(subject->runMainUntil([&] { return shown.size() >= 2; }));
   const int64_t earlier = shown.messages[0]->sentTime();
   const int64_t reply = shown.messages[1]->sentTime();
@@ -196,10 +199,12 @@ TEST_P(QuorHostContract, AStartThroughTheLibraryReachesTheRobot) {
   ASSERT_EQ(service->start(nullptr), KXCSServiceResult::Done);
   ASSERT_TRUE(subject->runMainUntil([&] {
     const auto received = subject->deskReceived();
-    return std::find(received.begin(), received.end(), "KX:CsHs") != received.end();
+    return std::find(received.begin(), received.end(), KXCSHandShakeMessage::getObjectName()) !=
+           received.end();
   }));
-  subject->deskSends("KX:CsHsR", R"({"status":1,"data":{"sid":"s1","serviceType":1,)"
-                                 R"("robotName":"Ava","robotWelcome":"Hello"}})");
+  subject->deskSends(KXCSHandShakeResponseMessage::getObjectName(),
+                     R"({"status":1,"data":{"sid":"s1","serviceType":1,)"
+                     R"("robotName":"Ava","robotWelcome":"Hello"}})");
   subject->runMainUntil([&] { return screen->states.size() >= 3; });
   EXPECT_THAT(screen->states, ElementsAre(KXCSServiceState::Connecting, KXCSServiceState::Connected,
                                           KXCSServiceState::Robot))
@@ -241,25 +246,27 @@ TEST_P(QuorHostContract, AnInsertedRecordIsDeliveredByTheFakeReceiveWithItsValue
 TEST_P(QuorHostContract, SignalAndHeldMessagesNeverReachTheListeners) {
   Shown shown;
   listen(*subject, shown);
-  subject->deskSends("KX:CsHsR", R"({"status":1,"data":{"serviceType":1}})");  // held
-  subject->deskSends("KX:CsPullEva", R"({"msgId":"d1"})");  // a signal the module does not hold
-  subject->deskSends("KX:CsEnd", R"({"code":0})");          // held
-  subject->deskSends("KX:TxtMsg", R"({"content":"last"})");
+  subject->deskSends(KXCSHandShakeResponseMessage::getObjectName(),
+                     R"({"status":1,"data":{"serviceType":1}})");  // held
+  subject->deskSends(KXCSPullEvaluateMessage::getObjectName(),
+                     R"({"msgId":"d1"})");  // a signal the module does not hold
+  subject->deskSends(KXCSTerminateMessage::getObjectName(), R"({"code":0})");  // held
+  subject->deskSends(KXTextMessage::getObjectName(), R"({"content":"last"})");
   ASSERT_TRUE(subject->runMainUntil([&] { return shown.size() >= 1; }));
   std::this_thread::sleep_for(std::chrono::milliseconds(50));
   subject->runMainUntil([] { return true; });
   ASSERT_EQ(shown.size(), 1u) << "the listeners saw " << shown.size()
                               << " messages: messages the module held and signal types must not "
                                  "reach them, only the text";
-  EXPECT_EQ(shown.messages[0]->objectName(), "KX:TxtMsg");
+  EXPECT_EQ(shown.messages[0]->objectName(), KXTextMessage::getObjectName());
 }
 
 TEST_P(QuorHostContract, MessagesKeptWhileOfflineAreOfferedWithTheOfflineFlagInOrder) {
   RecordingModule module;
   subject->loadModule(module);
-  subject->deliverWhileOffline(
-      {{"KX:TxtMsg", R"({"content":"1"})"}, {"KX:TxtMsg", R"({"content":"2"})"}});
-  subject->deskSends("KX:CsPullEva", R"({"msgId":"d1"})");
+  subject->deliverWhileOffline({{KXTextMessage::getObjectName(), R"({"content":"1"})"},
+                                {KXTextMessage::getObjectName(), R"({"content":"2"})"}});
+  subject->deskSends(KXCSPullEvaluateMessage::getObjectName(), R"({"msgId":"d1"})");
   ASSERT_TRUE(subject->runMainUntil([&] { return module.taken().size() >= 3; }));
   EXPECT_THAT(module.taken(),
               ElementsAre("KX:TxtMsg offline", "KX:TxtMsg offline", "KX:CsPullEva live"));

@@ -1,4 +1,5 @@
 #include "QuorDeskSimulator/QuorDeskSimulator.h"
+#include "QuorCustomerService/QuorCustomerService.h"
 
 #include <algorithm>
 #include <cctype>
@@ -256,7 +257,7 @@ bool QuorDeskSimulator::takeByAgent(const std::string& name, const std::string& 
   KXDictionary data = {{"status", KXCSChangeModeAgentServes}};
   const KXDictionary& satisfaction = member(member(profile_, "evaluation"), "satisfaction");
   if (!satisfaction.is_null()) data["satisfaction"] = satisfaction;
-  send("KX:CsChaR", {{"code", 200}, {"data", data}}, deskId_);
+  send(KXCSChangeModeResponseMessage::getObjectName(), {{"code", 200}, {"data", data}}, deskId_);
   if (!greeting.empty()) sendText(greeting, true);
   return true;
 }
@@ -270,7 +271,8 @@ bool QuorDeskSimulator::declineAgent(int status) {
     humanMode_ = false;
     takenBy_.clear();
   }
-  send("KX:CsChaR", {{"code", 200}, {"data", {{"status", status}}}}, deskId_);
+  send(KXCSChangeModeResponseMessage::getObjectName(),
+       {{"code", 200}, {"data", {{"status", status}}}}, deskId_);
   return true;
 }
 
@@ -311,7 +313,8 @@ void QuorDeskSimulator::sendText(const std::string& content, bool fromAgent) {
   KXDictionary user = {{"id", fromAgent ? "agent" : deskId_},
                        {"name", text(who, "name", fromAgent ? "Agent" : "Robot")}};
   if (!text(who, "portrait").empty()) user["portrait"] = text(who, "portrait");
-  send("KX:TxtMsg", {{"content", content}, {"user", user}}, fromAgent ? "agent" : deskId_);
+  send(KXTextMessage::getObjectName(), {{"content", content}, {"user", user}},
+       fromAgent ? "agent" : deskId_);
 }
 
 void QuorDeskSimulator::say(const std::string& content) { sendText(content, humanMode()); }
@@ -322,7 +325,8 @@ void QuorDeskSimulator::requestEvaluation() {
     std::lock_guard<std::mutex> lock(mutex_);
     number = ++evaluations_;
   }
-  send("KX:CsPullEva", {{"msgId", "dialog-" + std::to_string(number)}}, deskId_);
+  send(KXCSPullEvaluateMessage::getObjectName(), {{"msgId", "dialog-" + std::to_string(number)}},
+       deskId_);
 }
 
 void QuorDeskSimulator::endService(const std::string& content, int code) {
@@ -334,7 +338,7 @@ void QuorDeskSimulator::endService(const std::string& content, int code) {
   }
   KXDictionary body = {{"code", code}, {"sid", "service-" + std::to_string(services_)}};
   if (!content.empty()) body["msg"] = content;
-  send("KX:CsEnd", body, deskId_);
+  send(KXCSTerminateMessage::getObjectName(), body, deskId_);
 }
 
 void QuorDeskSimulator::updateService(int serviceStatus) {
@@ -343,13 +347,13 @@ void QuorDeskSimulator::updateService(int serviceStatus) {
     humanMode_ = serviceStatus == KXCSUpdateAgentServes;
     if (!humanMode_) takenBy_.clear();
   }
-  send("KX:CsUpdate",
+  send(KXCSUpdateMessage::getObjectName(),
        {{"sid", "service-" + std::to_string(services_)}, {"serviceStatus", serviceStatus}},
        deskId_);
 }
 
 void QuorDeskSimulator::inviteLeaveMessage(const std::string& content) {
-  send("KX:CsPLM", {{"content", content}}, deskId_);
+  send(KXCSPullLeaveMessage::getObjectName(), {{"content", content}}, deskId_);
 }
 
 void QuorDeskSimulator::onMessageFromClient(const QuorWireMessage& message) {
@@ -363,19 +367,19 @@ void QuorDeskSimulator::onMessageFromClient(const QuorWireMessage& message) {
   if (watch) watch(message, true);
   const KXDictionary body = parsedBody(message);
   const KXDictionary& end = member(profile_, "end");
-  if (message.objectName == "KX:CsHs") {
+  if (message.objectName == KXCSHandShakeMessage::getObjectName()) {
     answerHandShake();
-  } else if (message.objectName == "KX:CsCha") {
+  } else if (message.objectName == KXCSChangeModeMessage::getObjectName()) {
     answerChangeMode(body);
-  } else if (message.objectName == "KX:TxtMsg") {
+  } else if (message.objectName == KXTextMessage::getObjectName()) {
     answerText(text(body, "content"));
-  } else if (message.objectName == "KX:CsEva") {
+  } else if (message.objectName == KXCSEvaluateMessage::getObjectName()) {
     if (flag(end, "afterEvaluation")) finishService();
-  } else if (message.objectName == "KX:CsLM") {
+  } else if (message.objectName == KXCSLeaveMessage::getObjectName()) {
     const std::string receipt = text(member(profile_, "leaveMessage"), "receipt");
     if (!receipt.empty()) sendText(receipt, humanMode());
     if (flag(end, "afterLeaveMessage")) finishService();
-  } else if (message.objectName == "KX:CsSp") {
+  } else if (message.objectName == KXCSSuspendMessage::getObjectName()) {
     std::lock_guard<std::mutex> lock(mutex_);
     suspended_ = true;
     humanMode_ = false;
@@ -455,7 +459,7 @@ void QuorDeskSimulator::answerHandShake() {
     takenBy_.clear();
     humanMode_ = integer(profile_, "serviceType") == 2 || integer(profile_, "serviceType") == 4;
   }
-  send("KX:CsHsR", handShakeResponse(), deskId_);
+  send(KXCSHandShakeResponseMessage::getObjectName(), handShakeResponse(), deskId_);
 }
 
 void QuorDeskSimulator::answerChangeMode(const KXDictionary& request) {
@@ -489,7 +493,7 @@ void QuorDeskSimulator::answerChangeMode(const KXDictionary& request) {
       std::lock_guard<std::mutex> lock(mutex_);
       humanMode_ = true;
     }
-    send("KX:CsChaR", {{"code", 200}, {"data", data}}, deskId_);
+    send(KXCSChangeModeResponseMessage::getObjectName(), {{"code", 200}, {"data", data}}, deskId_);
     const std::string greeting = text(agent(), "greeting");
     if (!greeting.empty()) sendText(greeting, true);
   } else if (answer == "unavailable") {
@@ -497,10 +501,11 @@ void QuorDeskSimulator::answerChangeMode(const KXDictionary& request) {
       std::lock_guard<std::mutex> lock(mutex_);
       humanMode_ = false;
     }
-    send("KX:CsChaR", {{"code", 200}, {"data", {{"status", KXCSChangeModeNoAgent}}}}, deskId_);
+    send(KXCSChangeModeResponseMessage::getObjectName(),
+         {{"code", 200}, {"data", {{"status", KXCSChangeModeNoAgent}}}}, deskId_);
   } else {
     KXDictionary refusal = {{"code", 200}, {"data", {{"status", KXCSChangeModeRefused}}}};
-    send("KX:CsChaR", refusal, deskId_);
+    send(KXCSChangeModeResponseMessage::getObjectName(), refusal, deskId_);
   }
 }
 
