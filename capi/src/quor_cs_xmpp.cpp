@@ -1,4 +1,5 @@
 // QuorXmppHost in C: the whole stack for an app without an IM core of its own.
+#include "KXJsonMembers.h"
 #include "QuorCApi.h"
 #include "QuorXmppHost/QuorXmppHost.h"
 
@@ -11,22 +12,17 @@ namespace {
 
 using namespace quor;
 
-std::string textOf(const KXDictionary& object, const char* key) {
-  const auto it = object.find(key);
-  return it != object.end() && it->is_string() ? it->get<std::string>() : std::string();
-}
-
 // The options object of the header, read into the host's options; false with a reason.
 bool optionsOf(const KXDictionary& json, QuorXmppHost::Options& options, std::string& problem) {
   QuorXmppOptions& c = options.connection;
-  c.jid = textOf(json, "jid");
-  c.password = textOf(json, "password");
+  c.jid = KXJsonMembers::text(json, "jid");
+  c.password = KXJsonMembers::text(json, "password");
   if (c.jid.empty() || c.password.empty()) {
     problem = "\"jid\" and \"password\" are required";
     return false;
   }
-  c.server = textOf(json, "server");
-  c.resource = textOf(json, "resource");
+  c.server = KXJsonMembers::text(json, "server");
+  c.resource = KXJsonMembers::text(json, "resource");
   if (const auto port = json.find("port"); port != json.end()) {
     if (!port->is_number_integer() || port->get<int64_t>() < 1 || port->get<int64_t>() > 65535) {
       problem = "\"port\" takes a number from 1 to 65535";
@@ -34,7 +30,7 @@ bool optionsOf(const KXDictionary& json, QuorXmppHost::Options& options, std::st
     }
     c.port = static_cast<uint16_t>(port->get<int64_t>());
   }
-  const std::string tls = textOf(json, "tls");
+  const std::string tls = KXJsonMembers::text(json, "tls");
   if (tls == "required") {
     c.tls = QuorXmppOptions::Tls::Required;
   } else if (tls == "disabled") {
@@ -45,8 +41,9 @@ bool optionsOf(const KXDictionary& json, QuorXmppHost::Options& options, std::st
   }
   if (const auto trust = json.find("trustSelfSignedCertificate"); trust != json.end())
     c.trustSelfSignedCertificate = trust->is_boolean() && trust->get<bool>();
-  if (!textOf(json, "storePath").empty()) options.storePath = textOf(json, "storePath");
-  options.deskDomain = textOf(json, "deskDomain");
+  if (!KXJsonMembers::text(json, "storePath").empty())
+    options.storePath = KXJsonMembers::text(json, "storePath");
+  options.deskDomain = KXJsonMembers::text(json, "deskDomain");
   return true;
 }
 

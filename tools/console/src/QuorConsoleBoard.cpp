@@ -1,9 +1,10 @@
 #include "QuorDeskConsole/QuorConsoleBoard.h"
-#include "QuorCustomerService/QuorCustomerService.h"
 
 #include <algorithm>
 
+#include "KXJsonMembers.h"
 #include "KXJsonTree.h"
+#include "QuorCustomerService/QuorCustomerService.h"
 
 namespace quor {
 namespace {
@@ -14,23 +15,6 @@ int64_t nowMs() {
       .count();
 }
 
-const KXDictionary& member(const KXDictionary& object, const char* key) {
-  static const KXDictionary none;
-  if (!object.is_object()) return none;
-  const auto it = object.find(key);
-  return it == object.end() ? none : *it;
-}
-
-std::string text(const KXDictionary& object, const char* key) {
-  const KXDictionary& value = member(object, key);
-  return value.is_string() ? value.get<std::string>() : "";
-}
-
-int64_t number(const KXDictionary& object, const char* key, int64_t fallback) {
-  const KXDictionary& value = member(object, key);
-  return value.is_number_integer() || value.is_number_unsigned() ? value.get<int64_t>() : fallback;
-}
-
 KXDictionary objectOr(const KXDictionary& value) {
   return value.is_object() ? value : KXDictionary::object();
 }
@@ -38,7 +22,7 @@ KXDictionary objectOr(const KXDictionary& value) {
 // The customer's name as the desk knows it: their name, nickname, user id, else their address.
 std::string nameOf(const KXDictionary& userInfo, const std::string& id) {
   for (const char* key : {"name", "nickName", "userId"}) {
-    if (!text(userInfo, key).empty()) return text(userInfo, key);
+    if (!KXJsonMembers::text(userInfo, key).empty()) return KXJsonMembers::text(userInfo, key);
   }
   return id;
 }
@@ -82,9 +66,9 @@ void QuorConsoleBoard::forget(const std::string& id) {
 }
 
 void QuorConsoleBoard::setInfo(Customer& customer, const KXDictionary& handshake) {
-  KXDictionary info[3] = {objectOr(member(handshake, "userInfo")),
-                          objectOr(member(handshake, "contactInfo")),
-                          objectOr(member(handshake, "requestInfo"))};
+  KXDictionary info[3] = {objectOr(KXJsonMembers::member(handshake, "userInfo")),
+                          objectOr(KXJsonMembers::member(handshake, "contactInfo")),
+                          objectOr(KXJsonMembers::member(handshake, "requestInfo"))};
   std::size_t bytes = 0;
   for (const auto& section : info) bytes += section.dump().size();
   if (bytes > limits_.infoBytes) {
@@ -168,18 +152,20 @@ void QuorConsoleBoard::record(const QuorDeskStore::Record& record) {
       event("started a service");
     } else if (type == KXTextMessage::getObjectName()) {
       ++customer.unread;
-      addLine(customer, {now, "customer", name, text(body, "content")});
+      addLine(customer, {now, "customer", name, KXJsonMembers::text(body, "content")});
     } else if (type == KXCSChangeModeMessage::getObjectName()) {
-      const std::string group = text(body, "groupid");
+      const std::string group = KXJsonMembers::text(body, "groupid");
       customer.group = group;
       setState(customer, "waiting");
       customer.waitingSince = now;
       event(group.empty() ? "asked for an agent" : "asked for an agent and chose group " + group);
     } else if (type == KXCSEvaluateMessage::getObjectName()) {
-      const bool robot = text(body, "type") == "0";
-      std::string rating = robot ? "rated the robot"
-                                 : "rated " + std::to_string(number(body, "source", 0)) + " stars";
-      if (!text(body, "suggest").empty()) rating += " \u201c" + text(body, "suggest") + "\u201d";
+      const bool robot = KXJsonMembers::text(body, "type") == "0";
+      std::string rating =
+          robot ? "rated the robot"
+                : "rated " + std::to_string(KXJsonMembers::integer(body, "source", 0)) + " stars";
+      if (!KXJsonMembers::text(body, "suggest").empty())
+        rating += " \u201c" + KXJsonMembers::text(body, "suggest") + "\u201d";
       customer.rating = rating;
       event(rating);
     } else if (type == KXCSLeaveMessage::getObjectName()) {
@@ -196,18 +182,20 @@ void QuorConsoleBoard::record(const QuorDeskStore::Record& record) {
   }
   if (type == KXTextMessage::getObjectName()) {
     const bool agent = record.sender == "agent";
-    addLine(customer, {now, agent ? "agent" : "robot", text(member(body, "user"), "name"),
-                       text(body, "content")});
+    addLine(customer, {now, agent ? "agent" : "robot",
+                       KXJsonMembers::text(KXJsonMembers::member(body, "user"), "name"),
+                       KXJsonMembers::text(body, "content")});
   } else if (type == KXCSHandShakeResponseMessage::getObjectName()) {
-    const KXDictionary& data = member(body, "data");
-    if (number(body, "status", 0) != 1) {
+    const KXDictionary& data = KXJsonMembers::member(body, "data");
+    if (KXJsonMembers::integer(body, "status", 0) != 1) {
       setState(customer, "ended");
       event("the handshake was refused");
-    } else if (!text(data, "robotWelcome").empty()) {
-      addLine(customer, {now, "robot", text(data, "robotName"), text(data, "robotWelcome")});
+    } else if (!KXJsonMembers::text(data, "robotWelcome").empty()) {
+      addLine(customer, {now, "robot", KXJsonMembers::text(data, "robotName"),
+                         KXJsonMembers::text(data, "robotWelcome")});
     }
   } else if (type == KXCSChangeModeResponseMessage::getObjectName()) {
-    const int64_t status = number(member(body, "data"), "status", 0);
+    const int64_t status = KXJsonMembers::integer(KXJsonMembers::member(body, "data"), "status", 0);
     if (status == 1 || status == 4) {
       customer.agent = record.agent;
       setState(customer, "agent");
@@ -218,8 +206,8 @@ void QuorConsoleBoard::record(const QuorDeskStore::Record& record) {
       event(status == 3 ? "the request for an agent was refused" : "no agent was available");
     }
   } else if (type == KXCSTerminateMessage::getObjectName()) {
-    const std::string closing = text(body, "msg");
-    if (number(body, "code", 0) == 1) {
+    const std::string closing = KXJsonMembers::text(body, "msg");
+    if (KXJsonMembers::integer(body, "code", 0) == 1) {
       customer.agent.clear();
       setState(customer, "robot");
       event("handed back to the robot" + (closing.empty() ? "" : ": " + closing));
@@ -230,7 +218,7 @@ void QuorConsoleBoard::record(const QuorDeskStore::Record& record) {
   } else if (type == KXCSPullEvaluateMessage::getObjectName()) {
     event("asked for a rating");
   } else if (type == KXCSPullLeaveMessage::getObjectName()) {
-    event("invited a message: " + text(body, "content"));
+    event("invited a message: " + KXJsonMembers::text(body, "content"));
   }
 }
 

@@ -7,6 +7,7 @@
 #include <chrono>
 #include <memory>
 
+#include "KXJsonMembers.h"
 #include "KXJsonTree.h"
 #include "QuorConsoleAssets.h"
 
@@ -31,12 +32,6 @@ std::string cookieValue(const std::string& header, const std::string& name) {
     at = end + 1;
   }
   return "";
-}
-
-std::string text(const KXDictionary& object, const char* key) {
-  if (!object.is_object()) return "";
-  const auto it = object.find(key);
-  return it != object.end() && it->is_string() ? it->get<std::string>() : "";
 }
 
 void sendJson(httplib::Response& response, const KXDictionary& value, int status = 200) {
@@ -191,8 +186,8 @@ void QuorDeskConsole::routes() {
   });
   server_->Post("/api/login", [this, bodyOf, session](const Request& request, Response& response) {
     const KXDictionary body = bodyOf(request);
-    const std::string name = text(body, "name");
-    const std::string cookie = agents_.logIn(name, text(body, "password"));
+    const std::string name = KXJsonMembers::text(body, "name");
+    const std::string cookie = agents_.logIn(name, KXJsonMembers::text(body, "password"));
     if (cookie.empty()) return sendJson(response, {{"error", "wrong name or password"}}, 401);
     session(response, cookie, name);
   });
@@ -200,9 +195,10 @@ void QuorDeskConsole::routes() {
     const KXDictionary body = bodyOf(request);
     std::string cookie;
     const std::string problem =
-        agents_.setUp(text(body, "code"), text(body, "name"), text(body, "password"), &cookie);
+        agents_.setUp(KXJsonMembers::text(body, "code"), KXJsonMembers::text(body, "name"),
+                      KXJsonMembers::text(body, "password"), &cookie);
     if (!problem.empty()) return sendJson(response, {{"error", problem}}, 409);
-    session(response, cookie, text(body, "name"));
+    session(response, cookie, KXJsonMembers::text(body, "name"));
   });
   server_->Post("/api/logout", [this](const Request& request, Response& response) {
     agents_.logOut(cookieValue(request.get_header_value("Cookie"), kCookie));
@@ -264,9 +260,9 @@ void QuorDeskConsole::routes() {
 }
 
 std::string QuorDeskConsole::act(const std::string& agent, const KXDictionary& request) {
-  const std::string customer = text(request, "customer");
-  const std::string what = text(request, "do");
-  const std::string said = text(request, "text");
+  const std::string customer = KXJsonMembers::text(request, "customer");
+  const std::string what = KXJsonMembers::text(request, "do");
+  const std::string said = KXJsonMembers::text(request, "text");
   if (agent.empty()) return "log in first";
   if (what == "read") {
     board_.markRead(customer);

@@ -1,5 +1,4 @@
 #include "QuorDeskSimulator/QuorDeskSimulator.h"
-#include "QuorCustomerService/QuorCustomerService.h"
 
 #include <algorithm>
 #include <cctype>
@@ -8,23 +7,15 @@
 #include <optional>
 #include <set>
 
+#include "KXJsonMembers.h"
 #include "KXJsonTree.h"
+#include "QuorCustomerService/QuorCustomerService.h"
 #include "QuorInputFile.h"
 
 namespace quor {
 namespace {
 
-// Safe readers of profile values: a wrong JSON type reads as the default.
-const KXDictionary& member(const KXDictionary& object, const char* key) {
-  static const KXDictionary none;
-  if (!object.is_object()) return none;
-  const auto it = object.find(key);
-  return it == object.end() ? none : *it;
-}
-std::string text(const KXDictionary& object, const char* key, const std::string& fallback = "") {
-  const KXDictionary& value = member(object, key);
-  return value.is_string() ? value.get<std::string>() : fallback;
-}
+// Profile values are read with KXJsonMembers: a wrong JSON type reads as the default.
 // A whole number that fits 32 bits, or absent (floats with a fraction, out-of-range values).
 std::optional<int64_t> wholeNumber(const KXDictionary& value) {
   constexpr double kLimit = 2147483647.0;
@@ -37,7 +28,7 @@ std::optional<int64_t> wholeNumber(const KXDictionary& value) {
   return std::nullopt;
 }
 int64_t integer(const KXDictionary& object, const char* key, int64_t fallback = 0) {
-  return wholeNumber(member(object, key)).value_or(fallback);
+  return wholeNumber(KXJsonMembers::member(object, key)).value_or(fallback);
 }
 
 // The first number anywhere in the profile that is not a whole 32-bit number, with its path;
@@ -61,15 +52,6 @@ std::string badNumber(const KXDictionary& profile) {
   }
   return "";
 }
-bool flag(const KXDictionary& object, const char* key, bool fallback = false) {
-  const KXDictionary& value = member(object, key);
-  return value.is_boolean() ? value.get<bool>() : fallback;
-}
-KXDictionary list(const KXDictionary& object, const char* key) {
-  const KXDictionary& value = member(object, key);
-  return value.is_array() ? value : KXDictionary::array();
-}
-
 // A customer's body as JSON; null when absent, not JSON or nested too deeply.
 KXDictionary parsedBody(const QuorWireMessage& message) {
   if (!message.body) return nullptr;
@@ -119,28 +101,31 @@ std::string validate(const KXDictionary& profile) {
   if (!profile.is_object()) return "the profile must be a JSON object";
   for (const auto& [section, keys] : knownKeys()) {
     if (section == "group") continue;
-    const std::string unknown =
-        unknownKey(section.empty() ? profile : member(profile, section.c_str()), section);
+    const std::string unknown = unknownKey(
+        section.empty() ? profile : KXJsonMembers::member(profile, section.c_str()), section);
     if (!unknown.empty()) return unknown;
   }
   if (const std::string number = badNumber(profile); !number.empty()) return number;
-  if (text(profile, "deskId").empty()) return "\"deskId\" must be a non-empty string";
+  if (KXJsonMembers::text(profile, "deskId").empty())
+    return "\"deskId\" must be a non-empty string";
   const int64_t type = integer(profile, "serviceType", -1);
   if (type < 1 || type > 4) return "\"serviceType\" must be 1, 2, 3 or 4";
-  const std::string human = text(profile, "humanAgent", "accepts");
+  const std::string human = KXJsonMembers::text(profile, "humanAgent", "accepts");
   if (human != "accepts" && human != "unavailable" && human != "refuses") {
     return "\"humanAgent\" must be \"accepts\", \"unavailable\" or \"refuses\"";
   }
   for (const char* key :
        {"robot", "agent", "evaluation", "leaveMessage", "announcement", "end", "handshake"}) {
-    const KXDictionary& section = member(profile, key);
+    const KXDictionary& section = KXJsonMembers::member(profile, key);
     if (!section.is_null() && !section.is_object())
       return std::string("\"") + key + "\" must be an object";
   }
-  for (const auto& group : list(profile, "groups")) {
-    if (text(group, "id").empty()) return "every entry of \"groups\" needs a string \"id\"";
+  for (const auto& group : KXJsonMembers::list(profile, "groups")) {
+    if (KXJsonMembers::text(group, "id").empty())
+      return "every entry of \"groups\" needs a string \"id\"";
     if (const std::string unknown = unknownKey(group, "group"); !unknown.empty()) return unknown;
-    if (const std::string unknown = unknownKey(member(group, "agent"), "agent"); !unknown.empty())
+    if (const std::string unknown = unknownKey(KXJsonMembers::member(group, "agent"), "agent");
+        !unknown.empty())
       return unknown;
   }
   return "";
@@ -171,7 +156,7 @@ std::shared_ptr<QuorDeskSimulator> QuorDeskSimulator::fromFile(const std::string
 }
 
 QuorDeskSimulator::QuorDeskSimulator(KXDictionary profile)
-    : profile_(std::move(profile)), deskId_(text(profile_, "deskId")) {}
+    : profile_(std::move(profile)), deskId_(KXJsonMembers::text(profile_, "deskId")) {}
 
 void QuorDeskSimulator::attach(const std::shared_ptr<QuorLoopbackHost>& host) {
   std::weak_ptr<QuorLoopbackHost> weakHost = host;
@@ -255,7 +240,8 @@ bool QuorDeskSimulator::takeByAgent(const std::string& name, const std::string& 
     takenBy_ = name;
   }
   KXDictionary data = {{"status", KXCSChangeModeAgentServes}};
-  const KXDictionary& satisfaction = member(member(profile_, "evaluation"), "satisfaction");
+  const KXDictionary& satisfaction =
+      KXJsonMembers::member(KXJsonMembers::member(profile_, "evaluation"), "satisfaction");
   if (!satisfaction.is_null()) data["satisfaction"] = satisfaction;
   send(KXCSChangeModeResponseMessage::getObjectName(), {{"code", 200}, {"data", data}}, deskId_);
   if (!greeting.empty()) sendText(greeting, true);
@@ -293,26 +279,28 @@ KXDictionary QuorDeskSimulator::saveState() const {
 
 void QuorDeskSimulator::restoreState(const KXDictionary& state) {
   std::lock_guard<std::mutex> lock(mutex_);
-  humanMode_ = flag(state, "humanMode");
-  suspended_ = flag(state, "suspended");
-  groupAgent_ = member(state, "groupAgent").is_object() ? member(state, "groupAgent")
-                                                        : KXDictionary::object();
+  humanMode_ = KXJsonMembers::flag(state, "humanMode");
+  suspended_ = KXJsonMembers::flag(state, "suspended");
+  groupAgent_ = KXJsonMembers::member(state, "groupAgent").is_object()
+                    ? KXJsonMembers::member(state, "groupAgent")
+                    : KXDictionary::object();
   agentReplies_ = static_cast<int>(integer(state, "agentReplies"));
   evaluations_ = static_cast<int>(integer(state, "evaluations"));
   services_ = static_cast<int>(integer(state, "services"));
-  takenBy_ = text(state, "takenBy");
-  if (member(state, "waiting").is_string()) {
-    waiting_ = text(state, "waiting");
+  takenBy_ = KXJsonMembers::text(state, "takenBy");
+  if (KXJsonMembers::member(state, "waiting").is_string()) {
+    waiting_ = KXJsonMembers::text(state, "waiting");
   } else {
     waiting_.reset();
   }
 }
 
 void QuorDeskSimulator::sendText(const std::string& content, bool fromAgent) {
-  const KXDictionary who = fromAgent ? agent() : member(profile_, "robot");
+  const KXDictionary who = fromAgent ? agent() : KXJsonMembers::member(profile_, "robot");
   KXDictionary user = {{"id", fromAgent ? "agent" : deskId_},
-                       {"name", text(who, "name", fromAgent ? "Agent" : "Robot")}};
-  if (!text(who, "portrait").empty()) user["portrait"] = text(who, "portrait");
+                       {"name", KXJsonMembers::text(who, "name", fromAgent ? "Agent" : "Robot")}};
+  if (!KXJsonMembers::text(who, "portrait").empty())
+    user["portrait"] = KXJsonMembers::text(who, "portrait");
   send(KXTextMessage::getObjectName(), {{"content", content}, {"user", user}},
        fromAgent ? "agent" : deskId_);
 }
@@ -366,19 +354,20 @@ void QuorDeskSimulator::onMessageFromClient(const QuorWireMessage& message) {
   }
   if (watch) watch(message, true);
   const KXDictionary body = parsedBody(message);
-  const KXDictionary& end = member(profile_, "end");
+  const KXDictionary& end = KXJsonMembers::member(profile_, "end");
   if (message.objectName == KXCSHandShakeMessage::getObjectName()) {
     answerHandShake();
   } else if (message.objectName == KXCSChangeModeMessage::getObjectName()) {
     answerChangeMode(body);
   } else if (message.objectName == KXTextMessage::getObjectName()) {
-    answerText(text(body, "content"));
+    answerText(KXJsonMembers::text(body, "content"));
   } else if (message.objectName == KXCSEvaluateMessage::getObjectName()) {
-    if (flag(end, "afterEvaluation")) finishService();
+    if (KXJsonMembers::flag(end, "afterEvaluation")) finishService();
   } else if (message.objectName == KXCSLeaveMessage::getObjectName()) {
-    const std::string receipt = text(member(profile_, "leaveMessage"), "receipt");
+    const std::string receipt =
+        KXJsonMembers::text(KXJsonMembers::member(profile_, "leaveMessage"), "receipt");
     if (!receipt.empty()) sendText(receipt, humanMode());
-    if (flag(end, "afterLeaveMessage")) finishService();
+    if (KXJsonMembers::flag(end, "afterLeaveMessage")) finishService();
   } else if (message.objectName == KXCSSuspendMessage::getObjectName()) {
     std::lock_guard<std::mutex> lock(mutex_);
     suspended_ = true;
@@ -389,59 +378,62 @@ void QuorDeskSimulator::onMessageFromClient(const QuorWireMessage& message) {
 }
 
 KXDictionary QuorDeskSimulator::handShakeResponse() const {
-  const KXDictionary& handshake = member(profile_, "handshake");
-  if (flag(handshake, "fail")) {
-    return {{"status", KXCSHandShakeRefused}, {"msg", text(handshake, "message")}};
+  const KXDictionary& handshake = KXJsonMembers::member(profile_, "handshake");
+  if (KXJsonMembers::flag(handshake, "fail")) {
+    return {{"status", KXCSHandShakeRefused}, {"msg", KXJsonMembers::text(handshake, "message")}};
   }
-  const KXDictionary& robot = member(profile_, "robot");
-  const KXDictionary& evaluation = member(profile_, "evaluation");
-  const KXDictionary& leave = member(profile_, "leaveMessage");
-  const KXDictionary& announcement = member(profile_, "announcement");
+  const KXDictionary& robot = KXJsonMembers::member(profile_, "robot");
+  const KXDictionary& evaluation = KXJsonMembers::member(profile_, "evaluation");
+  const KXDictionary& leave = KXJsonMembers::member(profile_, "leaveMessage");
+  const KXDictionary& announcement = KXJsonMembers::member(profile_, "announcement");
   KXDictionary data = {
       {"uid", "uid-" + deskId_},
       {"sid", "service-" + std::to_string(services_)},
       {"pid", "pid-" + deskId_},
-      {"companyName", text(profile_, "companyName", deskId_)},
-      {"isblack", flag(profile_, "blacklisted") ? 1 : 0},
+      {"companyName", KXJsonMembers::text(profile_, "companyName", deskId_)},
+      {"isblack", KXJsonMembers::flag(profile_, "blacklisted") ? 1 : 0},
       {"serviceType", integer(profile_, "serviceType")},
-      {"robotName", text(robot, "name")},
-      {"robotIcon", text(robot, "portrait")},
-      {"robotWelcome", text(robot, "greeting")},
-      {"notAutoCha", flag(profile_, "switchToHumanAtStart") ? 1 : 0},
+      {"robotName", KXJsonMembers::text(robot, "name")},
+      {"robotIcon", KXJsonMembers::text(robot, "portrait")},
+      {"robotWelcome", KXJsonMembers::text(robot, "greeting")},
+      {"notAutoCha", KXJsonMembers::flag(profile_, "switchToHumanAtStart") ? 1 : 0},
       {"groups", KXDictionary::array()},
       {"evaluateList", KXDictionary::array()},
   };
-  for (const auto& group : list(profile_, "groups")) {
-    data["groups"].push_back({{"id", text(group, "id")},
-                              {"name", text(group, "name")},
-                              {"online", flag(group, "online", true) ? 1 : 0}});
+  for (const auto& group : KXJsonMembers::list(profile_, "groups")) {
+    data["groups"].push_back({{"id", KXJsonMembers::text(group, "id")},
+                              {"name", KXJsonMembers::text(group, "name")},
+                              {"online", KXJsonMembers::flag(group, "online", true) ? 1 : 0}});
   }
-  for (const auto& option : list(evaluation, "options")) {
-    data["evaluateList"].push_back(
-        {{"description", text(option, "description")}, {"value", integer(option, "value")}});
+  for (const auto& option : KXJsonMembers::list(evaluation, "options")) {
+    data["evaluateList"].push_back({{"description", KXJsonMembers::text(option, "description")},
+                                    {"value", integer(option, "value")}});
   }
-  if (member(evaluation, "config").is_object()) data["evaConf"] = member(evaluation, "config");
+  if (KXJsonMembers::member(evaluation, "config").is_object())
+    data["evaConf"] = KXJsonMembers::member(evaluation, "config");
   if (leave.is_object()) {
-    KXDictionary conf = {{"type", integer(leave, "type")}, {"defaultConf", list(leave, "fields")}};
-    if (!text(leave, "url").empty()) conf["customConf"] = {{"url", text(leave, "url")}};
+    KXDictionary conf = {{"type", integer(leave, "type")},
+                         {"defaultConf", KXJsonMembers::list(leave, "fields")}};
+    if (!KXJsonMembers::text(leave, "url").empty())
+      conf["customConf"] = {{"url", KXJsonMembers::text(leave, "url")}};
     data["leaveMsgConf"] = conf;
   }
-  if (!text(announcement, "text").empty()) {
+  if (!KXJsonMembers::text(announcement, "text").empty()) {
     data["announceMsgFlag"] = 1;
-    data["announceMsg"] = text(announcement, "text");
-    if (!text(announcement, "clickUrl").empty()) {
+    data["announceMsg"] = KXJsonMembers::text(announcement, "text");
+    if (!KXJsonMembers::text(announcement, "clickUrl").empty()) {
       data["announceClickFlag"] = 1;
-      data["announceClickUrl"] = text(announcement, "clickUrl");
+      data["announceClickUrl"] = KXJsonMembers::text(announcement, "clickUrl");
     }
   }
-  if (member(profile_, "suspendWhenQuit").is_boolean()) {
-    data["suspendWhenQuit"] = flag(profile_, "suspendWhenQuit");
+  if (KXJsonMembers::member(profile_, "suspendWhenQuit").is_boolean()) {
+    data["suspendWhenQuit"] = KXJsonMembers::flag(profile_, "suspendWhenQuit");
   }
   return {{"status", 1}, {"msg", "ok"}, {"data", data}};
 }
 
 KXDictionary QuorDeskSimulator::agent() const {
-  KXDictionary serving = member(profile_, "agent");
+  KXDictionary serving = KXJsonMembers::member(profile_, "agent");
   if (!serving.is_object()) serving = KXDictionary::object();
   std::lock_guard<std::mutex> lock(mutex_);
   // The dictionary's own insert searches its keys: the linear merge instead.
@@ -463,38 +455,40 @@ void QuorDeskSimulator::answerHandShake() {
 }
 
 void QuorDeskSimulator::answerChangeMode(const KXDictionary& request) {
-  std::string answer = text(profile_, "humanAgent", "accepts");
+  std::string answer = KXJsonMembers::text(profile_, "humanAgent", "accepts");
   // A group that is off line has no agent to offer.
-  for (const auto& group : list(profile_, "groups")) {
-    if (text(group, "id") == text(request, "groupid") && !flag(group, "online", true)) {
+  for (const auto& group : KXJsonMembers::list(profile_, "groups")) {
+    if (KXJsonMembers::text(group, "id") == KXJsonMembers::text(request, "groupid") &&
+        !KXJsonMembers::flag(group, "online", true)) {
       answer = "unavailable";
     }
   }
-  const KXDictionary& evaluation = member(profile_, "evaluation");
+  const KXDictionary& evaluation = KXJsonMembers::member(profile_, "evaluation");
   // The agent of the chosen group serves, where the group names one.
   KXDictionary groupAgent;
-  for (const auto& group : list(profile_, "groups")) {
-    if (text(group, "id") == text(request, "groupid")) groupAgent = member(group, "agent");
+  for (const auto& group : KXJsonMembers::list(profile_, "groups")) {
+    if (KXJsonMembers::text(group, "id") == KXJsonMembers::text(request, "groupid"))
+      groupAgent = KXJsonMembers::member(group, "agent");
   }
   if (answer == "accepts") {
     {
       std::lock_guard<std::mutex> lock(mutex_);
       // People serve: the customer waits until one takes them (or declines).
       if (watch_) {
-        waiting_ = text(request, "groupid");
+        waiting_ = KXJsonMembers::text(request, "groupid");
         return;
       }
       groupAgent_ = groupAgent;
     }
     KXDictionary data = {{"status", KXCSChangeModeAgentServes}};
-    if (!member(evaluation, "satisfaction").is_null())
-      data["satisfaction"] = member(evaluation, "satisfaction");
+    if (!KXJsonMembers::member(evaluation, "satisfaction").is_null())
+      data["satisfaction"] = KXJsonMembers::member(evaluation, "satisfaction");
     {
       std::lock_guard<std::mutex> lock(mutex_);
       humanMode_ = true;
     }
     send(KXCSChangeModeResponseMessage::getObjectName(), {{"code", 200}, {"data", data}}, deskId_);
-    const std::string greeting = text(agent(), "greeting");
+    const std::string greeting = KXJsonMembers::text(agent(), "greeting");
     if (!greeting.empty()) sendText(greeting, true);
   } else if (answer == "unavailable") {
     {
@@ -510,13 +504,13 @@ void QuorDeskSimulator::answerChangeMode(const KXDictionary& request) {
 }
 
 std::string QuorDeskSimulator::robotAnswer(const std::string& question) const {
-  const KXDictionary& robot = member(profile_, "robot");
+  const KXDictionary& robot = KXJsonMembers::member(profile_, "robot");
   const std::string asked = lowered(question);
-  for (const auto& entry : list(robot, "answers")) {
-    for (const auto& keyword : list(entry, "keywords")) {
+  for (const auto& entry : KXJsonMembers::list(robot, "answers")) {
+    for (const auto& keyword : KXJsonMembers::list(entry, "keywords")) {
       if (keyword.is_string() &&
           asked.find(lowered(keyword.get<std::string>())) != std::string::npos) {
-        return text(entry, "answer");
+        return KXJsonMembers::text(entry, "answer");
       }
     }
   }
@@ -525,7 +519,7 @@ std::string QuorDeskSimulator::robotAnswer(const std::string& question) const {
   const auto echo = robot.find("echo");
   if (echo != robot.end() && echo->is_boolean() && echo->get<bool>())
     return "You said: " + question;
-  return text(robot, "fallback", "Sorry, I do not know that yet.");
+  return KXJsonMembers::text(robot, "fallback", "Sorry, I do not know that yet.");
 }
 
 void QuorDeskSimulator::answerText(const std::string& question) {
@@ -540,7 +534,7 @@ void QuorDeskSimulator::answerText(const std::string& question) {
   }
   if (people) return;  // the person serving answers
   const KXDictionary serving = agent();
-  const KXDictionary replies = list(serving, "replies");
+  const KXDictionary replies = KXJsonMembers::list(serving, "replies");
   int replyNumber;
   {
     std::lock_guard<std::mutex> lock(mutex_);
@@ -552,18 +546,20 @@ void QuorDeskSimulator::answerText(const std::string& question) {
     if (chosen.is_string()) reply = chosen.get<std::string>();
   }
   sendText(reply, true);
-  if (integer(member(profile_, "evaluation"), "askAfterAgentReplies") == replyNumber) {
+  if (integer(KXJsonMembers::member(profile_, "evaluation"), "askAfterAgentReplies") ==
+      replyNumber) {
     requestEvaluation();
   }
-  if (integer(member(profile_, "end"), "afterAgentReplies") == replyNumber) finishService();
+  if (integer(KXJsonMembers::member(profile_, "end"), "afterAgentReplies") == replyNumber)
+    finishService();
 }
 
 void QuorDeskSimulator::finishService() {
-  const KXDictionary& end = member(profile_, "end");
-  if (text(end, "mode", "end") == "suspend") {
+  const KXDictionary& end = KXJsonMembers::member(profile_, "end");
+  if (KXJsonMembers::text(end, "mode", "end") == "suspend") {
     updateService(KXCSUpdateClosed);
   } else {
-    endService(text(end, "text"), KXCSTerminateEndService);
+    endService(KXJsonMembers::text(end, "text"), KXCSTerminateEndService);
   }
 }
 
