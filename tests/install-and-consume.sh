@@ -64,9 +64,11 @@ cmake --install "$build_dir" --prefix "$work/shared" >/dev/null
 consume "$work/shared" shared
 
 echo "--- static: build and install"
-cmake -S "$source_dir" -B "$work/static-build" -DBUILD_SHARED_LIBS=OFF -DQUOR_CS_BUILD_TESTS=OFF -DQUOR_CS_BUILD_C_API=OFF \
-  -DQUOR_CS_BUILD_EXAMPLES=OFF -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_COMPILER="$cxx" >/dev/null
+# With the C library on, as documented: it links the static C++ library into a shared object.
+cmake -S "$source_dir" -B "$work/static-build" -DBUILD_SHARED_LIBS=OFF -DQUOR_CS_BUILD_TESTS=OFF \
+  -DQUOR_CS_BUILD_PYTHON=OFF -DQUOR_CS_BUILD_JAVA=OFF -DQUOR_CS_BUILD_EXAMPLES=OFF \
+  -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_COMPILER="$cxx" >/dev/null
 cmake --build "$work/static-build" -j"$(nproc 2>/dev/null || echo 2)" \
-  --target QuorCustomerService QuorDeskSimulator QuorHostContract >/dev/null
+  --target QuorCustomerService QuorDeskSimulator QuorHostContract QuorCustomerServiceC >/dev/null
 cmake --install "$work/static-build" --prefix "$work/static" >/dev/null
 consume "$work/static" static

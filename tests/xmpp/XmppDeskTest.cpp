@@ -29,18 +29,14 @@ TEST_F(XmppFixture, ADeskTakesNothingOverItsLimitAndServesTheSameCustomerOn) {
 
 // On each server: Prosody hands what the dead desk's session held to its next login on the same
 // resource; ejabberd keeps it in the archive and the offline store.
-class XmppDeskProgram : public XmppFixture,
-                        public ::testing::WithParamInterface<QuorPrivateServer::Software> {
+class XmppDeskProgram : public XmppOnEachServer {
  protected:
-  void SetUp() override {
-    QuorPrivateServer::Options options;
-    options.software = GetParam();
-    options.accounts = {{"alice", "alice-pw"}, {deskLocalPart(), "desk-pw"}};
-    std::string error;
-    server = QuorPrivateServer::start(options, &error);
-    ASSERT_TRUE(server) << error;
+  void TearDown() override {
+    // What the desk did, for a failure's reader.
+    if (HasFailure() && server)
+      std::cerr << QuorChildProcess::readFile(server->directory() + "/desk.log");
+    XmppOnEachServer::TearDown();
   }
-
   std::unique_ptr<QuorChildProcess> startDeskProgram(const std::string& state) {
     const std::string profile = server->directory() + "/echo.json";
     std::ofstream(profile) << R"({"deskId":"quor-shop","serviceType":1,"robot":{"echo":true}})";
@@ -78,12 +74,13 @@ TEST_P(XmppDeskProgram, AKilledDeskAnswersEveryQuestionOnceAfterItsRestart) {
       std::this_thread::sleep_for(std::chrono::milliseconds(5));
     return alice.answered() >= count;
   };
-  ASSERT_TRUE(until(kQuestions / 5, std::chrono::seconds(30)));
+  ASSERT_TRUE(until(kQuestions / 5, std::chrono::minutes(2)));
   desk->stop(SIGKILL);  // in the middle of the burst: nothing is said goodbye
   EXPECT_LT(alice.answered(), static_cast<std::size_t>(kQuestions));
   desk = startDeskProgram(state);
   ASSERT_TRUE(desk);
-  EXPECT_TRUE(until(kQuestions, std::chrono::seconds(60)));
+  // Outcomes, not speed: a loaded machine may take long to read the archive back.
+  EXPECT_TRUE(until(kQuestions, std::chrono::minutes(3)));
   const auto answers = alice.answers();
   std::set<std::string> twice;
   for (const auto& [text, count] : answers) {
@@ -97,13 +94,7 @@ TEST_P(XmppDeskProgram, AKilledDeskAnswersEveryQuestionOnceAfterItsRestart) {
   EXPECT_THAT(missing, ::testing::IsEmpty());
 }
 
-INSTANTIATE_TEST_SUITE_P(Servers, XmppDeskProgram,
-                         ::testing::Values(QuorPrivateServer::Software::Prosody,
-                                           QuorPrivateServer::Software::Ejabberd),
-                         [](const auto& info) {
-                           return info.param == QuorPrivateServer::Software::Prosody ? "Prosody"
-                                                                                     : "Ejabberd";
-                         });
+QUOR_INSTANTIATE_ON_EACH_SERVER(XmppDeskProgram);
 
 }  // namespace
 }  // namespace quor::test

@@ -55,40 +55,6 @@ TEST_F(XmppEjabberd, TheDeskProgramServesAJourneyAndAMissingDeskFailsAtOnce) {
             "error(" + std::to_string(QuorXmppErrorNoSuchRecipient) + ",连接客服失败!)");
 }
 
-TEST_F(XmppEjabberd, ADeadLinkIsNoticedAndWhatWasSaidMeanwhileArrivesOnce) {
-  auto proxy = QuorTcpProxy::start(server->port());
-  ASSERT_TRUE(proxy);
-  startDesk();
-  QuorXmppOptions connection = accountOptions("alice", "alice-pw");
-  connection.port = static_cast<uint16_t>(proxy->port());
-  connection.keepaliveInterval = std::chrono::milliseconds(300);
-  connection.keepaliveTimeout = std::chrono::milliseconds(300);
-  host = makeHost("alice", ":memory:", view, &connection);
-  start("quor-shop", view);
-  ASSERT_TRUE(eventsReach(view, 2));
-  ASSERT_TRUE(shownReach(view, 1));
-
-  proxy->setBlackHole(true);
-  Outcomes& question = track();
-  sendCounted(*host, "where is my order?", question);
-  ASSERT_TRUE(
-      runUntil([&] { return host->connectionStatus() != QuorXmppConnectionStatus::Connected; }));
-  proxy->setBlackHole(false);
-  ASSERT_TRUE(host->waitUntilOnline(kPatience));
-  ASSERT_TRUE(shownReach(view, 2));
-  ASSERT_TRUE(runUntil([&] { return question.reported() == 1; }));
-  EXPECT_EQ(question.succeeded, 1);
-  // The answer once: wait until the desk could have answered a second copy, then count.
-  Outcomes& later = track();
-  sendCounted(*host, "thanks", later);
-  ASSERT_TRUE(runUntil([&] { return view.shown.size() >= 3; }));
-  EXPECT_EQ(std::count(view.shown.begin(), view.shown.end(),
-                       "Orders ship within 24 hours; you can follow yours under Me > Orders."),
-            1);
-  proxy.reset();
-  host->logout();
-}
-
 // Two nodes of one cluster: the customer on one, the desk on the other.
 TEST(XmppEjabberdCluster, ACustomerOnOneNodeIsServedByTheDeskOnTheOther) {
   const std::string deskJid = QuorDeskJid::toJid("quor-shop", "localhost");

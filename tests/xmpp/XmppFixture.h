@@ -212,4 +212,28 @@ class XmppFixture : public ::testing::Test {
   KXCustomerServiceClient& client = KXCustomerServiceClient::sharedCustomerServiceClient();
 };
 
+// A test run on each server software, with the accounts of alice and the desk.
+class XmppOnEachServer : public XmppFixture,
+                         public ::testing::WithParamInterface<QuorPrivateServer::Software> {
+ protected:
+  void SetUp() override {
+    QuorPrivateServer::Options options;
+    options.software = GetParam();
+    options.accounts = {{"alice", "alice-pw"}, {deskLocalPart(), "desk-pw"}};
+    std::string error;
+    server = QuorPrivateServer::start(options, &error);
+    ASSERT_TRUE(server) << error;
+  }
+
+ public:
+  static std::string nameOf(const ::testing::TestParamInfo<QuorPrivateServer::Software>& info) {
+    return info.param == QuorPrivateServer::Software::Prosody ? "Prosody" : "Ejabberd";
+  }
+};
+#define QUOR_INSTANTIATE_ON_EACH_SERVER(Suite)                                       \
+  INSTANTIATE_TEST_SUITE_P(Servers, Suite,                                           \
+                           ::testing::Values(QuorPrivateServer::Software::Prosody,   \
+                                             QuorPrivateServer::Software::Ejabberd), \
+                           XmppOnEachServer::nameOf)
+
 }  // namespace quor::test

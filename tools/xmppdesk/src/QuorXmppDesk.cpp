@@ -272,7 +272,10 @@ void QuorXmppDesk::onArchiveEnd(bool complete, const std::string& lastId) {
 
 void QuorXmppDesk::onPayload(QuorXmppPayload payload) {
   if (catchingUp_ && !payload.archiveId.empty()) {
-    if (!payload.archived && liveFrom_.empty()) liveFrom_ = payload.archiveId;
+    if (!payload.archived && liveFrom_.empty()) {
+      liveFrom_ = payload.archiveId;
+      onLog(4, "desk", "the first live message while reading the archive is " + liveFrom_);
+    }
     if (payload.archived && payload.archiveId == liveFrom_) reachedLive_ = true;
   }
   std::vector<QuorXmppPayload> answers;
