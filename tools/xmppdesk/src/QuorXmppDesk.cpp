@@ -214,10 +214,18 @@ void QuorXmppDesk::write(QuorXmppPayload payload) {
       line = payload.objectName + " to " + payload.peer + ": " + payload.body.value_or("");
   }
   const std::string id = payload.stanzaId;
-  connection_->send(std::move(payload), [this, id, line](int64_t errorCode, int64_t) {
-    // Stopped or never online: it waits in the outbox for the next start. Anything else is its
-    // outcome: confirmed, or refused for good.
-    if (errorCode != QuorXmppErrorStopped && errorCode != QuorXmppErrorNotOnline) store_->sent(id);
+  QuorXmppPayload again = payload;
+  connection_->send(std::move(payload), [this, id, line, again](int64_t errorCode, int64_t) {
+    if (errorCode == QuorXmppErrorTimeout || errorCode == QuorXmppErrorConnectionLost) {
+      // Written without a confirmation, or the link went first: it may not have arrived (a
+      // killed desk's socket loses what the server had not read). It stays in the outbox and is
+      // written again under its id; the customer takes one copy.
+      write(again);
+    } else if (errorCode != QuorXmppErrorStopped && errorCode != QuorXmppErrorNotOnline) {
+      // Its outcome: confirmed, or refused for good. Stopped or never online: it waits in the
+      // outbox for the next start.
+      store_->sent(id);
+    }
     if (line.empty()) return;
     onLog(5, "desk",
           (errorCode == 0 ? "sent " : "not sent (" + std::to_string(errorCode) + ") ") + line);
