@@ -53,8 +53,10 @@ class Schedule {
     thread_ = std::this_thread::get_id();
     while (!pending_.empty()) {
       const auto first = pending_.begin();
-      if (Clock::now() < first->first.first) {
-        changed_.wait_until(lock, first->first.first);
+      // A copy: the timer may be cancelled (its entry erased) while this waits.
+      const Clock::time_point due = first->first.first;
+      if (Clock::now() < due) {
+        changed_.wait_until(lock, due);
         continue;
       }
       const uint64_t id = first->first.second;
