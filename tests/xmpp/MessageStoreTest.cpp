@@ -79,5 +79,46 @@ TEST_F(MessageStore, KeepsEachSendsStatusAndHandsOnWhatAnEarlierRunLeftPending) 
   EXPECT_EQ(unsent[1].body, "hi");
 }
 
+TEST_F(MessageStore, AQueuedSendHasItsIdAtOnceAndEveryReadSeesIt) {
+  std::vector<int64_t> ids;
+  {
+    auto store = open("alice@localhost");
+    auto first = text(QuorDeliveryStatus::Pending);
+    ASSERT_EQ(store->insert(first), QuorMessageStore::Insert::Stored);
+    ids = {first.id, store->insertLater(text(QuorDeliveryStatus::Pending)),
+           store->insertLater(text(QuorDeliveryStatus::Pending))};
+    EXPECT_EQ(ids[1], ids[0] + 1);
+    EXPECT_EQ(ids[2], ids[0] + 2);
+    // Unwritten yet: the read writes them first, and an outcome lands on its row.
+    ASSERT_TRUE(store->setOutcome(ids[1], QuorDeliveryStatus::Sent, 99));
+    EXPECT_EQ(store->find(ids[1])->sentTime, 99);
+    EXPECT_EQ(store->page("quor-shop", 0, 10).size(), 3u);
+    ASSERT_TRUE(store->remove(ids[2]));
+    store->insertLater(text(QuorDeliveryStatus::Pending));  // written when the store closes
+  }
+  auto again = open("alice@localhost");
+  EXPECT_EQ(again->page("quor-shop", 0, 10).size(), 3u);
+  // A removed message's id is never given again, by a later run either.
+  auto next = text(QuorDeliveryStatus::Pending);
+  ASSERT_EQ(again->insert(next), QuorMessageStore::Insert::Stored);
+  EXPECT_EQ(next.id, ids[2] + 2);
+}
+
+TEST_F(MessageStore, AQueuedSendThatCannotBeWrittenIsHandedBackOnce) {
+  auto store = QuorMessageStore::open({path, "alice@localhost", 64 * 1024}, nullptr);
+  ASSERT_TRUE(store);
+  for (int i = 0; i < 200; ++i) {
+    auto message = text(QuorDeliveryStatus::Pending);
+    message.body = std::string(1000, 'x');
+    store->insertLater(message);
+  }
+  EXPECT_EQ(store->page("quor-shop", 0, 1).size(), 1u);  // the read wrote what fits
+  const auto lost = store->flush();
+  ASSERT_FALSE(lost.empty());
+  EXPECT_EQ(lost.front().reason, "database or disk is full");
+  EXPECT_EQ(lost.front().message.body.value_or("").size(), 1000u);
+  EXPECT_TRUE(store->flush().empty());
+}
+
 }  // namespace
 }  // namespace quor::test

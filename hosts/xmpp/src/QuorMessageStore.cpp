@@ -3,6 +3,7 @@
 #include <sqlite3.h>
 
 #include <algorithm>
+#include <utility>
 
 #include "QuorSqliteStatement.h"
 #include "QuorXmppStanza.h"
@@ -52,6 +53,14 @@ std::unique_ptr<QuorMessageStore> QuorMessageStore::open(const Options& options,
   std::unique_ptr<QuorMessageStore> store(new QuorMessageStore(database));
   if (!store->claim(options.account, error)) return nullptr;
   store->unsent_ = store->read("WHERE status IN (0, 3) ORDER BY id", nullptr, 0, 0);
+  // Ids are given here, so that a queued send has one before its row is written; never one that
+  // a removed message had.
+  Statement last(
+      database,
+      "SELECT MAX(COALESCE((SELECT seq FROM sqlite_sequence WHERE name = 'messages'), 0), "
+      "COALESCE((SELECT MAX(id) FROM messages), 0))");
+  if (last && sqlite3_step(last.get()) == SQLITE_ROW)
+    store->lastId_ = sqlite3_column_int64(last.get(), 0);
   if (options.limitBytes > 0) {
     Statement pageSize(database, "PRAGMA page_size");
     const int64_t page = pageSize && sqlite3_step(pageSize.get()) == SQLITE_ROW
@@ -92,36 +101,75 @@ bool QuorMessageStore::claim(const std::string& account, std::string* error) {
   return true;
 }
 
-QuorMessageStore::~QuorMessageStore() { sqlite3_close(database_); }
+QuorMessageStore::~QuorMessageStore() {
+  writeQueued();
+  sqlite3_close(database_);
+}
 
 QuorMessageStore::Insert QuorMessageStore::insert(QuorStoredMessage& message,
                                                   const std::string& originKey) {
   std::lock_guard<std::mutex> lock(mutex_);
+  writeQueued();
+  {
+    std::lock_guard<std::mutex> queueLock(queueMutex_);
+    message.id = ++lastId_;  // a duplicate leaves a gap, as a removed message does
+  }
+  const auto inserted = write(message, originKey);
+  if (inserted != Insert::Stored) message.id = 0;
+  return inserted;
+}
+
+int64_t QuorMessageStore::insertLater(QuorStoredMessage message) {
+  std::lock_guard<std::mutex> lock(queueMutex_);
+  message.id = ++lastId_;
+  queued_.push_back(std::move(message));
+  return lastId_;
+}
+
+std::vector<QuorMessageStore::LostWrite> QuorMessageStore::flush() {
+  std::lock_guard<std::mutex> lock(mutex_);
+  writeQueued();
+  return std::exchange(lost_, {});
+}
+
+void QuorMessageStore::writeQueued() const {
+  std::vector<QuorStoredMessage> queued;
+  {
+    std::lock_guard<std::mutex> queueLock(queueMutex_);
+    queued.swap(queued_);
+  }
+  for (auto& message : queued) {
+    if (write(message, "") == Insert::Failed) lost_.push_back({std::move(message), lastError_});
+  }
+}
+
+QuorMessageStore::Insert QuorMessageStore::write(QuorStoredMessage& message,
+                                                 const std::string& originKey) const {
   Statement statement(database_,
-                      "INSERT OR IGNORE INTO messages (conversation_type, target_id, direction, "
-                      "sender_user_id, object_name, body, sent_time, received_status, origin, "
-                      "status) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
+                      "INSERT OR IGNORE INTO messages (id, conversation_type, target_id, "
+                      "direction, sender_user_id, object_name, body, sent_time, received_status, "
+                      "origin, status) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
   if (!statement) return failed();
-  statement.bind(1, message.conversationType);
-  statement.bind(2, std::optional<std::string>(message.targetId));
-  statement.bind(3, message.direction);
-  statement.bind(4, message.senderUserId);
-  statement.bind(5, std::optional<std::string>(message.objectName));
-  statement.bind(6, message.body);
-  statement.bind(7, message.sentTime);
-  statement.bind(8, message.receivedStatus);
+  statement.bind(1, message.id);
+  statement.bind(2, message.conversationType);
+  statement.bind(3, std::optional<std::string>(message.targetId));
+  statement.bind(4, message.direction);
+  statement.bind(5, message.senderUserId);
+  statement.bind(6, std::optional<std::string>(message.objectName));
+  statement.bind(7, message.body);
+  statement.bind(8, message.sentTime);
+  statement.bind(9, message.receivedStatus);
   // A sent message's origin is its stanza id, so that a later run can write it again.
   const std::string origin = !message.stanzaId.empty() ? "sent " + message.stanzaId : originKey;
-  statement.bind(9, origin.empty() ? std::nullopt : std::optional<std::string>(origin));
-  statement.bind(10, static_cast<int64_t>(message.status));
+  statement.bind(10, origin.empty() ? std::nullopt : std::optional<std::string>(origin));
+  statement.bind(11, static_cast<int64_t>(message.status));
   if (sqlite3_step(statement.get()) != SQLITE_DONE) return failed();
-  if (sqlite3_changes(database_) == 0) return Insert::Duplicate;
-  message.id = sqlite3_last_insert_rowid(database_);
-  return Insert::Stored;
+  return sqlite3_changes(database_) == 0 ? Insert::Duplicate : Insert::Stored;
 }
 
 bool QuorMessageStore::setOutcome(int64_t id, QuorDeliveryStatus status, int64_t sentTime) {
   std::lock_guard<std::mutex> lock(mutex_);
+  writeQueued();
   Statement statement(database_, "UPDATE messages SET status = ?, sent_time = ? WHERE id = ?");
   if (statement) {
     statement.bind(1, static_cast<int64_t>(status));
@@ -135,6 +183,7 @@ bool QuorMessageStore::setOutcome(int64_t id, QuorDeliveryStatus status, int64_t
 
 bool QuorMessageStore::remove(int64_t id) {
   std::lock_guard<std::mutex> lock(mutex_);
+  writeQueued();
   Statement statement(database_, "DELETE FROM messages WHERE id = ?");
   if (statement) {
     statement.bind(1, id);
@@ -144,7 +193,7 @@ bool QuorMessageStore::remove(int64_t id) {
   return false;
 }
 
-QuorMessageStore::Insert QuorMessageStore::failed() {
+QuorMessageStore::Insert QuorMessageStore::failed() const {
   lastError_ = sqlite3_errmsg(database_);
   return Insert::Failed;
 }
@@ -158,6 +207,7 @@ std::vector<QuorStoredMessage> QuorMessageStore::page(const std::string& targetI
                                                       int count) const {
   if (count <= 0) return {};
   std::lock_guard<std::mutex> lock(mutex_);
+  writeQueued();
   return read("WHERE target_id = ? AND id < ? ORDER BY id DESC LIMIT ?", &targetId,
               beforeId > 0 ? beforeId : INT64_MAX, count);
 }
@@ -199,6 +249,7 @@ std::vector<QuorStoredMessage> QuorMessageStore::read(const char* where,
 
 std::optional<QuorStoredMessage> QuorMessageStore::find(int64_t id) const {
   std::lock_guard<std::mutex> lock(mutex_);
+  writeQueued();
   auto found = read(("WHERE id = " + std::to_string(id)).c_str(), nullptr, 0, 0);
   if (found.empty()) return std::nullopt;
   return std::move(found.front());

@@ -93,10 +93,16 @@ void QuorXmppHost::transmit(QuorOutgoingSend send, std::shared_ptr<QuorPendingSe
                              0,
                              QuorDeliveryStatus::Pending,
                              payload.stanzaId};
-    if (store(stored, "", record) == QuorMessageStore::Insert::Stored)
-      record->setMessageId(stored.id);
+    // Its id now; its row on the delivery thread, so that the caller (the app's main thread)
+    // never waits for the disk.
+    record->setMessageId(store_->insertLater(std::move(stored)));
   }
-  carry(std::move(payload), std::move(pending), false);
+  // Written after its row, so that nothing reaches the server that the store does not know;
+  // every send takes this way, so sends go out in the order they were made.
+  delivery_->post([this, payload, pending] {
+    writeQueuedSends();
+    carry(payload, pending, false);
+  });
 }
 
 bool QuorXmppHost::isUnconfirmedError(int64_t errorCode) const {
@@ -263,9 +269,20 @@ QuorMessageStore::Insert QuorXmppHost::store(QuorStoredMessage& stored,
   return inserted;
 }
 
+void QuorXmppHost::writeQueuedSends() {
+  for (const auto& lost : store_->flush()) {
+    tellStoreError("cannot store a message of " + lost.message.targetId, recordOf(lost.message),
+                   lost.reason);
+  }
+}
+
 void QuorXmppHost::tellStoreError(const std::string& what,
                                   const std::shared_ptr<KXMessage>& record) {
-  const std::string reason = store_->lastError();
+  tellStoreError(what, record, store_->lastError());
+}
+
+void QuorXmppHost::tellStoreError(const std::string& what, const std::shared_ptr<KXMessage>& record,
+                                  const std::string& reason) {
   writeEntry({threadName(), KXLogLevelError, 0, "QuorXmppHost", what + ": " + reason});
   StoreErrorListener listener;
   {

@@ -44,6 +44,11 @@ struct QuorStoredMessage {
 // stored again. The store belongs to the account that first opened it and keeps that
 // account's device resource.
 //
+// A send is stored without waiting for the disk: insertLater() gives it its id at once and
+// queues the row, which flush() writes (the host calls it off the app's thread). Every other
+// operation writes what is queued first, so a read never misses a queued row and an outcome
+// never comes before its message.
+//
 // Threads: every operation may be called from any thread; one lock orders them.
 class QuorMessageStore {
  public:
@@ -63,6 +68,16 @@ class QuorMessageStore {
   // Stores `message` (its id is ignored) and sets its id on success. On failure (a full disk,
   // say) lastError() tells why.
   Insert insert(QuorStoredMessage& message, const std::string& originKey = "");
+  // Gives `message` the next id and queues it for flush(); returns the id. Costs no disk access.
+  int64_t insertLater(QuorStoredMessage message);
+  // A queued message that could not be written, and why.
+  struct LostWrite {
+    QuorStoredMessage message;
+    std::string reason;
+  };
+  // Writes the queued messages; returns those that could not be written (each once, here or
+  // from the flush that an earlier operation made).
+  std::vector<LostWrite> flush();
   // Removes the message stored under `id` (a received one that a module held after all).
   bool remove(int64_t id);
   // Records a send's outcome: its status and, when sent, the server's stamp.
@@ -86,16 +101,27 @@ class QuorMessageStore {
   explicit QuorMessageStore(sqlite3* database) : database_(database) {}
   bool claim(const std::string& account, std::string* error);
   // Under the lock: keeps the database's reason for the failed write.
-  Insert failed();
+  Insert failed() const;
+  // Under the lock: writes one row, under `id` when it is not 0.
+  Insert write(QuorStoredMessage& message, const std::string& originKey) const;
+  // Under the lock: writes the queued rows, keeping those that fail for flush().
+  void writeQueued() const;
   // Under the lock: the messages the clause picks (with a target, an id bound and a count when
   // `targetId` is given).
   std::vector<QuorStoredMessage> read(const char* where, const std::string* targetId,
                                       int64_t beforeId, int count) const;
 
-  mutable std::mutex mutex_;
+  mutable std::mutex mutex_;  // the database's
   sqlite3* database_;
   std::string deviceResource_;
-  std::string lastError_;
+  // Written by reads too (they write the queue first): the rows are the logical content.
+  mutable std::string lastError_;
+  mutable std::vector<LostWrite> lost_;
+  // The queue's own lock, held only to give an id or to take the queue, never over the disk:
+  // a send waits for no write.
+  mutable std::mutex queueMutex_;
+  mutable std::vector<QuorStoredMessage> queued_;
+  int64_t lastId_ = 0;  // the highest id given, written or queued
   std::vector<QuorStoredMessage> unsent_;
 };
 

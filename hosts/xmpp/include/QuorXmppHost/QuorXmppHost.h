@@ -48,9 +48,12 @@ namespace quor {
 // insertIncomingMessage() and sent stored contents are kept, each under the store's id, which
 // is the record's message id. Signal types and held messages are never stored and have message
 // id 0. A message received twice (same sender, origin id and contents) is taken once. A stored
-// send is kept Pending until its outcome; one an earlier run left Pending is written again
-// under its id once this host is online. A store belongs to one account; a message that cannot
-// be stored (a full disk) is logged at error level and reported to setStoreErrorListener().
+// send takes its id at once; its row is written on the delivery thread before it is written to
+// the link (a read writes what is queued first), so a send never waits for the disk on the
+// caller's thread; it is kept Pending until its outcome; one
+// an earlier run left Pending is written again under its id once this host is online. A store
+// belongs to one account; a message that cannot be stored (a full disk) is logged at error level
+// and reported to setStoreErrorListener().
 //
 // Guarantees (docs/xmpp.md has the details):
 // - Every send has exactly one outcome. It waits for a link up to outboxTimeout (60 s), is
@@ -164,6 +167,10 @@ class QuorXmppHost : public QuorHostBase, private QuorXmppConnection::Events {
   void keepOutcome(int64_t id, QuorDeliveryStatus status, int64_t sentTime);
   // Logs a failed write of the store at error level and tells the store error listener.
   void tellStoreError(const std::string& what, const std::shared_ptr<KXMessage>& record);
+  void tellStoreError(const std::string& what, const std::shared_ptr<KXMessage>& record,
+                      const std::string& reason);
+  // On the delivery thread: writes the queued sends to the store, telling those it cannot.
+  void writeQueuedSends();
   QuorXmppPayload payloadOf(const QuorStoredMessage& stored) const;
   // Hands a payload to the connection and its outcome to `pending` and the store, on the
   // delivery thread. `writtenBefore`: an earlier copy was written, so a copy that is not
