@@ -6,6 +6,7 @@
 
 #include "QuorCustomerService/QuorCustomerService.h"
 #include "QuorCustomerService/quor_cs.h"
+#include "QuorCustomerService/quor_cs_kit.h"
 
 namespace {
 

@@ -9,6 +9,7 @@ build_dir=$1
 cxx=$2
 source_dir=$3
 here=$(cd "$(dirname "$0")" && pwd)
+java=$(command -v java || true)
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
@@ -43,6 +44,27 @@ consume() {
     -Wl,-rpath,"$libdir"
   "$work/$kind-pkg-consumer"
 
+  echo "--- $kind: a C program on libquor_cs and its kit (pkg-config), run with no environment"
+  # shellcheck disable=SC2046
+  cc -std=c99 "$source_dir/tests/capi/journey.c" -I"$source_dir/tests/capi" -o "$work/$kind-c-journey" \
+    $(PKG_CONFIG_PATH="$libdir/pkgconfig" pkg-config --cflags --libs quor_cs_kit) -Wl,-rpath,"$libdir"
+  env -i "$work/$kind-c-journey"
+  if PKG_CONFIG_PATH="$libdir/pkgconfig" pkg-config --cflags quor_cs QuorCustomerService | grep -q -- -std=; then
+    echo "a .pc file forces a language standard on its consumers" >&2
+    exit 1
+  fi
+
+  echo "--- $kind: the tools, run from the prefix with no environment"
+  env -i "$prefix/bin/quor-cs-desk" --help >/dev/null
+  env -i "$prefix/bin/quor-cs-server" --help >/dev/null
+  test -f "$prefix/share/QuorCustomerService/prosody/mod_quor_cs_stamp.lua"
+
+  if [ -f "$prefix/share/java/quor-cs.jar" ]; then
+    echo "--- $kind: Java's jar and JNI libraries from the prefix, with no environment"
+    env -i "$java" -XX:-UsePerfData -Djava.library.path="$libdir" -cp "$prefix/share/java/quor-cs.jar" \
+      "$here/consumer/InstalledKit.java"
+  fi
+
   echo "--- $kind: an app's integration test on the test kit (COMPONENTS Testing)"
   cmake -S "$source_dir/examples/app-test" -B "$work/$kind-app-test" -DCMAKE_PREFIX_PATH="$prefix" \
     -DCMAKE_CXX_COMPILER="$cxx" >/dev/null
@@ -69,6 +91,7 @@ cmake -S "$source_dir" -B "$work/static-build" -DBUILD_SHARED_LIBS=OFF -DQUOR_CS
   -DQUOR_CS_BUILD_PYTHON=OFF -DQUOR_CS_BUILD_JAVA=OFF -DQUOR_CS_BUILD_EXAMPLES=OFF \
   -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_COMPILER="$cxx" >/dev/null
 cmake --build "$work/static-build" -j"$(nproc 2>/dev/null || echo 2)" \
-  --target QuorCustomerService QuorDeskSimulator QuorHostContract QuorCustomerServiceC >/dev/null
+  --target QuorCustomerService QuorDeskSimulator QuorHostContract QuorCustomerServiceC QuorCustomerServiceCKit \
+    quor-cs-server quor-cs-desk >/dev/null
 cmake --install "$work/static-build" --prefix "$work/static" >/dev/null
 consume "$work/static" static

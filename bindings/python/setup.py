@@ -18,6 +18,9 @@ class BuildWithHeader(build_py):
         if not os.path.exists(header):
             raise SystemExit("quor_cs.h not found: set QUOR_CS_HEADER to include/QuorCustomerService/quor_cs.h")
         shutil.copy(header, os.path.join(self.build_lib, "quor_cs", "quor_cs.h"))
+        # The test kit's declarations, beside it.
+        shutil.copy(os.path.join(os.path.dirname(header), "quor_cs_kit.h"),
+                    os.path.join(self.build_lib, "quor_cs", "quor_cs_kit.h"))
 
 
 setup(cmdclass={"build_py": BuildWithHeader})

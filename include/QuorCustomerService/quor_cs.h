@@ -9,7 +9,7 @@
  *
  * Threads: call the service functions on the app's main thread. Callbacks of an observer run
  * on the main thread: through the dispatcher the app installs with quor_cs_set_dispatcher(),
- * else through the installed host's (the test kit's: quor_cs_kit_settle() runs them). */
+ * else through the installed host's (the test kit of quor_cs_kit.h runs them when it settles). */
 #ifndef QUOR_CS_H
 #define QUOR_CS_H
 
@@ -244,28 +244,6 @@ QUOR_CS_C_API uint64_t quor_cs_service_unread_count(const quor_cs_service* servi
 QUOR_CS_C_API void quor_cs_service_mark_read(quor_cs_service* service);
 /* The last state reported (or about to be); see quor_cs_status for how long it stays valid. */
 QUOR_CS_C_API int quor_cs_service_status(quor_cs_service* service, quor_cs_status* status);
-
-/* ---- The test kit: an in-process host and a scripted desk ------------------------------- */
-
-typedef struct quor_cs_kit quor_cs_kit;
-
-/* Installs the loopback host with the library's module and attaches a desk simulator made
- * from `profile_json` (merged into the default profile; NULL: the default). NULL on a bad
- * profile or while another kit or host is installed, with the reason in *error (the caller's;
- * may be NULL). One kit or host at a time. */
-QUOR_CS_C_API quor_cs_kit* quor_cs_kit_create(const char* profile_json, char** error);
-/* Uninstalls the host and frees the kit. Destroy the kit's services first. */
-QUOR_CS_C_API void quor_cs_kit_destroy(quor_cs_kit* kit);
-/* The desk's id, valid while the kit lives. */
-QUOR_CS_C_API const char* quor_cs_kit_desk_id(const quor_cs_kit* kit);
-/* Runs the host's threads and its main queue until nothing more happens (on the main thread):
- * the callbacks of the kit's services run here. */
-QUOR_CS_C_API void quor_cs_kit_settle(quor_cs_kit* kit);
-/* The desk speaks: a text from whoever serves; a rating request; the end (code 0) or a hand-back
- * to the robot (code 1) with a closing text. */
-QUOR_CS_C_API int quor_cs_kit_desk_say(quor_cs_kit* kit, const char* text);
-QUOR_CS_C_API int quor_cs_kit_desk_request_rating(quor_cs_kit* kit);
-QUOR_CS_C_API int quor_cs_kit_desk_end(quor_cs_kit* kit, const char* text, int code);
 
 /* ---- A host written in C: an IM core in another language carries the library ------------ */
 

@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# libquor_cs exports exactly the functions quor_cs.h declares: each one, and nothing else.
+# A C library exports exactly the functions its header declares: each one, and nothing else
+# (libquor_cs and quor_cs.h, libquor_cs_kit and quor_cs_kit.h).
 # Usage: exported-symbols.sh LIBRARY HEADER
 set -euo pipefail
 library=$1
@@ -13,7 +14,7 @@ if [ "$exported" != "$declared" ]; then
 fi
 other=$(nm -D --defined-only "$library" | awk '$2 !~ /^[TtWw]$/ {print $3}' | grep -v '^$' || true)
 if [ -n "$other" ]; then
-  echo "libquor_cs exports data or other symbols: $other" >&2
+  echo "$(basename "$library") exports data or other symbols: $other" >&2
   exit 1
 fi
-echo "libquor_cs exports its $(wc -l <<<"$exported") functions and nothing else"
+echo "$(basename "$library") exports its $(wc -l <<<"$exported") functions and nothing else"

@@ -6,6 +6,7 @@
 #include <string.h>
 
 #include "QuorCustomerService/quor_cs.h"
+#include "QuorCustomerService/quor_cs_kit.h"
 #include "check.h"
 
 /* What the app's screen keeps. */

@@ -11,8 +11,11 @@
 #include <string>
 
 #include "QuorCustomerService/quor_cs.h"
+#include "QuorJniBytes.h"
 
 namespace {
+
+using namespace quor::jni;
 
 JavaVM* vm = nullptr;
 pthread_key_t attachedKey;
@@ -57,53 +60,6 @@ class LocalFrame {
   JNIEnv* env_;
   bool pushed_;
 };
-
-jbyteArray bytes(JNIEnv* env, const char* text, size_t length) {
-  if (!text) return nullptr;
-  jbyteArray array = env->NewByteArray(static_cast<jsize>(length));
-  if (array && !env->ExceptionCheck()) {
-    env->SetByteArrayRegion(array, 0, static_cast<jsize>(length),
-                            reinterpret_cast<const jbyte*>(text));
-  }
-  return array;
-}
-
-jbyteArray bytes(JNIEnv* env, const char* text) {
-  return text ? bytes(env, text, std::char_traits<char>::length(text)) : nullptr;
-}
-
-// A Java byte array as a NUL-terminated C string; null stays NULL.
-class Text {
- public:
-  Text(JNIEnv* env, jbyteArray array) : present_(array != nullptr) {
-    if (!array) return;
-    const jsize length = env->GetArrayLength(array);
-    text_.resize(static_cast<size_t>(length));
-    env->GetByteArrayRegion(array, 0, length, reinterpret_cast<jbyte*>(&text_[0]));
-  }
-  const char* get() const { return present_ ? text_.c_str() : nullptr; }
-  size_t size() const { return text_.size(); }
-
- private:
-  bool present_;
-  std::string text_;
-};
-
-// Puts an owned C string (quor_cs_free) into out[index] as bytes.
-void giveOut(JNIEnv* env, jobjectArray out, jsize index, char* text) {
-  if (out && text && index < env->GetArrayLength(out)) {
-    env->SetObjectArrayElement(out, index, bytes(env, text));
-  }
-  quor_cs_free(text);
-}
-
-template <class Handle>
-Handle* handle(jlong value) {
-  return reinterpret_cast<Handle*>(static_cast<intptr_t>(value));
-}
-jlong toLong(const void* pointer) {
-  return static_cast<jlong>(reinterpret_cast<intptr_t>(pointer));
-}
 
 jobject makeStatus(JNIEnv* env, const quor_cs_status& status) {
   const auto count = static_cast<jsize>(status.group_count);
@@ -404,31 +360,6 @@ NATIVE(jobject, serviceStatus)(JNIEnv* env, jclass, jlong service) {
     return nullptr;
   }
   return makeStatus(env, status);
-}
-
-NATIVE(jlong, kitCreate)(JNIEnv* env, jclass, jbyteArray profile, jobjectArray error) {
-  char* reason = nullptr;
-  quor_cs_kit* kit = quor_cs_kit_create(Text(env, profile).get(), &reason);
-  giveOut(env, error, 0, reason);
-  return toLong(kit);
-}
-NATIVE(void, kitDestroy)(JNIEnv*, jclass, jlong kit) {
-  quor_cs_kit_destroy(handle<quor_cs_kit>(kit));
-}
-NATIVE(jbyteArray, kitDeskId)(JNIEnv* env, jclass, jlong kit) {
-  return bytes(env, quor_cs_kit_desk_id(handle<quor_cs_kit>(kit)));
-}
-NATIVE(void, kitSettle)(JNIEnv*, jclass, jlong kit) {
-  quor_cs_kit_settle(handle<quor_cs_kit>(kit));
-}
-NATIVE(jint, kitDeskSay)(JNIEnv* env, jclass, jlong kit, jbyteArray text) {
-  return quor_cs_kit_desk_say(handle<quor_cs_kit>(kit), Text(env, text).get());
-}
-NATIVE(jint, kitDeskRequestRating)(JNIEnv*, jclass, jlong kit) {
-  return quor_cs_kit_desk_request_rating(handle<quor_cs_kit>(kit));
-}
-NATIVE(jint, kitDeskEnd)(JNIEnv* env, jclass, jlong kit, jbyteArray text, jint code) {
-  return quor_cs_kit_desk_end(handle<quor_cs_kit>(kit), Text(env, text).get(), code);
 }
 
 NATIVE(jlong, hostInstall)(JNIEnv* env, jclass, jobject bridge) {

@@ -29,16 +29,26 @@ import threading
 from dataclasses import dataclass, field
 from typing import Any, Callable, Dict, List, Optional
 
-from ._native import ffi, lib
+from ._native import ffi, kit_lib, lib
 
 __all__ = [
     "Author", "Delivery", "Group", "Kit", "Message", "Observer", "Reason", "Refused",
     "InvalidForm", "Result", "Service", "State", "Status", "set_dispatcher", "run_task",
-    "drop_task", "version", "XmppHost", "XmppStatus", "Closed", "Task",
+    "drop_task", "version", "XmppHost", "XmppStatus", "XmppError", "Closed", "Task",
 ]
 
 
-class Result(enum.IntEnum):
+class _CEnum(enum.IntEnum):
+    """An enumeration of the C API. A value a newer library adds reads as UNKNOWN (-1), never
+    as a ValueError."""
+
+    @classmethod
+    def _missing_(cls, value):
+        return cls.UNKNOWN
+
+
+class Result(_CEnum):
+    UNKNOWN = -1
     OK = 0
     ALREADY_STARTED = 1
     NOT_CONNECTED = 2
@@ -57,7 +67,8 @@ class Result(enum.IntEnum):
     NOT_RETRYABLE = 15  # retry() of a line that is not FAILED or UNCONFIRMED
 
 
-class State(enum.IntEnum):
+class State(_CEnum):
+    UNKNOWN = -1
     NOT_STARTED = 0
     CONNECTING = 1
     CONNECTED = 2
@@ -69,7 +80,8 @@ class State(enum.IntEnum):
     FAILED = 8
 
 
-class Reason(enum.IntEnum):
+class Reason(_CEnum):
+    UNKNOWN = -1
     NONE = 0
     CONNECTION_FAILED = 1
     HANDSHAKE_REFUSED = 2
@@ -80,7 +92,8 @@ class Reason(enum.IntEnum):
     STOPPED_BY_APP = 7
 
 
-class Author(enum.IntEnum):
+class Author(_CEnum):
+    UNKNOWN = -1
     CUSTOMER = 0
     ROBOT = 1
     AGENT = 2
@@ -88,9 +101,10 @@ class Author(enum.IntEnum):
     LEAVE_MESSAGE_INVITATION = 4  # the desk invites a message: show the form
 
 
-class Delivery(enum.IntEnum):
+class Delivery(_CEnum):
     """How far a line got. FAILED: it cannot have arrived. UNCONFIRMED: written, may have
     arrived; sent once more under its id by itself, and SENT when that is confirmed."""
+    UNKNOWN = -1
     RECEIVED = 0
     SENDING = 1
     SENT = 2
@@ -98,14 +112,28 @@ class Delivery(enum.IntEnum):
     UNCONFIRMED = 4
 
 
-class XmppStatus(enum.IntEnum):
+class XmppStatus(_CEnum):
     """An XmppHost's connection status."""
+    UNKNOWN = -1
     CONNECTED = 0
     CONNECTING = 1
     DISCONNECTED = 2  # the link went; reconnecting
     SIGNED_OUT = 3
     REPLACED = 4  # another login of the device's resource took it
     REFUSED = 5  # the server refused the login: a wrong password, no such account
+
+
+class XmppError(_CEnum):
+    """The XMPP host's error codes, as a failed line's error_code carries them."""
+    UNKNOWN = -1  # another code: a newer library's, or another host's
+    NOT_ONLINE = 31001  # no link came within the outbox timeout: never written
+    CONNECTION_LOST = 31002  # written, the link dropped before it was confirmed: may have arrived
+    TIMEOUT = 31003  # written on a live link, not confirmed in time: may have arrived
+    REJECTED = 31004  # the server returned an error for it
+    NO_SUCH_RECIPIENT = 31005  # the recipient does not exist or cannot take it
+    NOT_SENDABLE = 31006  # it could not be written
+    STOPPED = 31007  # the host was closed or logged out while it waited
+    TOO_LARGE = 31008  # larger than the server takes: never written
 
 
 class Refused(Exception):
@@ -398,7 +426,7 @@ class Kit:
 
     def __init__(self, profile: Optional[Dict[str, Any]] = None):
         error = ffi.new("char**")
-        self._kit = lib.quor_cs_kit_create(_json(profile) if profile is not None else ffi.NULL,
+        self._kit = kit_lib().quor_cs_kit_create(_json(profile) if profile is not None else ffi.NULL,
                                            error)
         if self._kit == ffi.NULL:
             problem = _text(error[0])
@@ -409,27 +437,27 @@ class Kit:
 
     @property
     def desk_id(self) -> str:
-        return _text(lib.quor_cs_kit_desk_id(self._live()))
+        return _text(kit_lib().quor_cs_kit_desk_id(self._live()))
 
     def _live(self):
         return _open(self._kit, "kit")
 
     def settle(self) -> None:
         """Runs the host and the library's callbacks until nothing more happens."""
-        lib.quor_cs_kit_settle(self._live())
+        kit_lib().quor_cs_kit_settle(self._live())
 
     def desk_say(self, text: str) -> None:
-        _check(lib.quor_cs_kit_desk_say(self._live(), _utf8(text)))
+        _check(kit_lib().quor_cs_kit_desk_say(self._live(), _utf8(text)))
 
     def desk_request_rating(self) -> None:
-        _check(lib.quor_cs_kit_desk_request_rating(self._live()))
+        _check(kit_lib().quor_cs_kit_desk_request_rating(self._live()))
 
     def desk_end(self, text: str = "", code: int = 0) -> None:
-        _check(lib.quor_cs_kit_desk_end(self._live(), _utf8(text), code))
+        _check(kit_lib().quor_cs_kit_desk_end(self._live(), _utf8(text), code))
 
     def close(self) -> None:
         if self._kit is not None:
-            lib.quor_cs_kit_destroy(self._kit)
+            kit_lib().quor_cs_kit_destroy(self._kit)
             self._kit = None
 
     def __enter__(self):

@@ -104,7 +104,22 @@ int freePort() {
 
 }  // namespace
 
-std::string QuorPrivateServer::defaultModuleDirectory() { return QUOR_CS_PROSODY_MODULE_DIR; }
+std::string QuorPrivateServer::defaultModuleDirectory() {
+  // An installed program finds the module in the prefix's data folder (bin/../share/...); one
+  // run from its build tree, in the source tree.
+  std::error_code failed;
+  const auto program = std::filesystem::read_symlink("/proc/self/exe", failed);
+  if (!failed) {
+    auto prefix = program.parent_path();
+    for (const auto& part : std::filesystem::path(QUOR_CS_INSTALLED_BIN_DIR)) {
+      if (!part.empty()) prefix = prefix.parent_path();
+    }
+    const auto installed = prefix / QUOR_CS_INSTALLED_MODULE_DIR;
+    if (std::filesystem::exists(installed / "mod_quor_cs_stamp.lua", failed))
+      return installed.string();
+  }
+  return QUOR_CS_PROSODY_MODULE_DIR;
+}
 
 QuorPrivateServer::QuorPrivateServer(Options options) : options_(std::move(options)) {
   if (options_.moduleDirectory.empty()) options_.moduleDirectory = defaultModuleDirectory();

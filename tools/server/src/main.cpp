@@ -16,6 +16,10 @@ int main(int argc, char** argv) {
   // Arguments come in pairs: --account USER:PASSWORD.
   for (int i = 1; i < argc; i += 2) {
     const std::string argument = argv[i];
+    if (argument == "--help" || argument == "-h") {
+      std::printf("usage: quor-cs-server --account USER:PASSWORD [--account ...]\n");
+      return 0;
+    }
     const std::string value = i + 1 < argc ? argv[i + 1] : "";
     const auto colon = value.find(':');
     if (argument != "--account" || colon == std::string::npos || colon == 0) {

@@ -30,18 +30,19 @@
 
 namespace {
 
+// The usage on stderr after `problem` (exit code 2), or on stdout when asked for (0).
 int usage(const char* problem) {
-  std::fprintf(stderr,
-               "quor-cs-desk: %s\n"
+  std::FILE* to = problem ? stderr : stdout;
+  if (problem) std::fprintf(stderr, "quor-cs-desk: %s\n", problem);
+  std::fprintf(to,
                "usage: quor-cs-desk --jid JID [--password-file FILE] [--server HOST] [--port N]\n"
                "                    [--state FILE] [--profile FILE] [--tls required|disabled]\n"
                "                    [--trust-self-signed] [--verbose]\n"
                "                    [--console [ADDRESS:]PORT]\n"
                "       quor-cs-desk agent add|remove|list [NAME] --jid JID [--state FILE]\n"
                "The desk's password comes from QUOR_CS_DESK_PASSWORD or --password-file, an\n"
-               "agent's from QUOR_CS_AGENT_PASSWORD or the first line of the standard input.\n",
-               problem);
-  return 2;
+               "agent's from QUOR_CS_AGENT_PASSWORD or the first line of the standard input.\n");
+  return problem ? 2 : 0;
 }
 
 // A secret from the environment variable `name`, else from the first line of `file`.
@@ -112,6 +113,7 @@ int main(int argc, char** argv) {
   for (int i = first; i < argc; ++i) {
     const std::string argument = argv[i];
     const bool hasValue = i + 1 < argc;
+    if (argument == "--help" || argument == "-h") return usage(nullptr);
     if (argument == "--jid" && hasValue) {
       options.jid = argv[++i];
     } else if (argument == "--password" || argument == "--console-token") {

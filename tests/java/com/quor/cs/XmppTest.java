@@ -75,7 +75,7 @@ public class XmppTest {
              new XmppHost.Options("mei@localhost", "mei-pw").server("127.0.0.1").port(port))) {
       host.connect();
       assertTrue(host.waitOnline(10_000));
-      assertEquals(XmppHost.CONNECTED, host.status());
+      assertEquals(XmppStatus.CONNECTED, host.status());
       Screen screen = new Screen();
       try (Service service = new Service("shop", screen)) {
         service.start(new Customer().userInfo("userId", "mei").userInfo("name", "Mei"), 15_000);

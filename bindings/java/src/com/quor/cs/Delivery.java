@@ -10,5 +10,12 @@ public enum Delivery {
   SENDING,
   SENT,
   FAILED,
-  UNCONFIRMED
+  UNCONFIRMED,
+  /** A value of a newer library that this one does not know. */
+  UNKNOWN;
+
+  /** The value the C API gave, or UNKNOWN for one this binding does not know. */
+  static Delivery of(int value) {
+    return NativeEnums.of(values(), value, UNKNOWN);
+  }
 }

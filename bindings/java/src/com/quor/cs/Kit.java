@@ -19,7 +19,7 @@ public final class Kit extends NativeHandle {
 
   private static long create(String profileJson) {
     byte[][] error = new byte[1][];
-    long handle = Native.kitCreate(Utf8.bytes(profileJson), error);
+    long handle = KitNative.kitCreate(Utf8.bytes(profileJson), error);
     if (handle == 0) {
       String reason = error[0] == null ? "no kit" : Utf8.text(error[0]);
       if (reason.startsWith("another kit or host")) throw new IllegalStateException(reason);
@@ -29,30 +29,30 @@ public final class Kit extends NativeHandle {
   }
 
   public String deskId() {
-    return Utf8.text(Native.kitDeskId(live()));
+    return Utf8.text(KitNative.kitDeskId(live()));
   }
 
   /** Runs the host and its main queue until nothing more happens. */
   public void settle() {
-    Native.kitSettle(live());
+    KitNative.kitSettle(live());
   }
 
   /** A text from whoever serves (robot or agent). */
   public void deskSay(String text) {
-    Native.check(Native.kitDeskSay(live(), Utf8.bytes(text)));
+    Native.check(KitNative.kitDeskSay(live(), Utf8.bytes(text)));
   }
 
   public void deskRequestRating() {
-    Native.check(Native.kitDeskRequestRating(live()));
+    Native.check(KitNative.kitDeskRequestRating(live()));
   }
 
   /** The end (code 0) or a hand-back to the robot (code 1), with a closing text. */
   public void deskEnd(String text, int code) {
-    Native.check(Native.kitDeskEnd(live(), Utf8.bytes(text), code));
+    Native.check(KitNative.kitDeskEnd(live(), Utf8.bytes(text), code));
   }
 
   @Override
   void destroy(long handle) {
-    Native.kitDestroy(handle);
+    KitNative.kitDestroy(handle);
   }
 }

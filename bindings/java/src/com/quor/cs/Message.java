@@ -18,8 +18,8 @@ public final class Message {
   Message(long sequence, int author, int delivery, byte[] text, byte[] senderName, long messageId,
       long sentTime, long errorCode) {
     this.sequence = sequence;
-    this.author = Author.values()[author];
-    this.delivery = Delivery.values()[delivery];
+    this.author = Author.of(author);
+    this.delivery = Delivery.of(delivery);
     this.text = Utf8.text(text);
     this.senderName = Utf8.text(senderName);
     this.messageId = messageId;

@@ -57,20 +57,6 @@ final class Native {
 
   static native Status serviceStatus(long service);
 
-  static native long kitCreate(byte[] profileJson, byte[][] error);
-
-  static native void kitDestroy(long kit);
-
-  static native byte[] kitDeskId(long kit);
-
-  static native void kitSettle(long kit);
-
-  static native int kitDeskSay(long kit, byte[] text);
-
-  static native int kitDeskRequestRating(long kit);
-
-  static native int kitDeskEnd(long kit, byte[] text, int code);
-
   static native long hostInstall(HostBridge host);
 
   static native void hostUninstall(long host);
@@ -107,7 +93,7 @@ final class Native {
   // The C result code as the binding's exception, or nothing for OK.
   static void check(int code) {
     if (code == 0) return;
-    if (code > 0 && code < Result.values().length) throw new RefusedException(Result.of(code));
+    if (code > 0) throw new RefusedException(Result.of(code)); // UNKNOWN: a newer result
     if (code == -1) throw new IllegalArgumentException("a required argument is missing or invalid");
     if (code == -2) throw new OutOfMemoryError("the library ran out of memory");
     if (code == -4) {

@@ -9,5 +9,12 @@ public enum Reason {
   DESK_ENDED,
   BLOCKED,
   NO_AGENT_AVAILABLE,
-  STOPPED_BY_APP
+  STOPPED_BY_APP,
+  /** A value of a newer library that this one does not know. */
+  UNKNOWN;
+
+  /** The value the C API gave, or UNKNOWN for one this binding does not know. */
+  static Reason of(int value) {
+    return NativeEnums.of(values(), value, UNKNOWN);
+  }
 }

@@ -20,9 +20,12 @@ public enum Result {
   /** sendText over the service's maxTextBytes once encoded. */
   TOO_LARGE,
   /** retry of a line that is not FAILED or UNCONFIRMED. */
-  NOT_RETRYABLE;
+  NOT_RETRYABLE,
+  /** A value of a newer library that this one does not know. */
+  UNKNOWN;
 
+  /** The value the C API gave, or UNKNOWN for one this binding does not know. */
   static Result of(int code) {
-    return values()[code];
+    return NativeEnums.of(values(), code, UNKNOWN);
   }
 }

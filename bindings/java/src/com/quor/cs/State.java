@@ -10,5 +10,12 @@ public enum State {
   WAITING_FOR_AGENT,
   AGENT,
   ENDED,
-  FAILED
+  FAILED,
+  /** A value of a newer library that this one does not know. */
+  UNKNOWN;
+
+  /** The value the C API gave, or UNKNOWN for one this binding does not know. */
+  static State of(int value) {
+    return NativeEnums.of(values(), value, UNKNOWN);
+  }
 }

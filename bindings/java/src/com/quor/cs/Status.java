@@ -36,7 +36,7 @@ public final class Status {
     for (int i = 0; i < groupIds.length; ++i) {
       groups.add(new Group(Utf8.text(groupIds[i]), Utf8.text(groupNames[i]), online[i]));
     }
-    return new Status(State.values()[state], Reason.values()[reason], canAskForAgent, code,
+    return new Status(State.of(state), Reason.of(reason), canAskForAgent, code,
         Utf8.text(text), Collections.unmodifiableList(groups),
         configJson == null ? null : Utf8.text(configJson));
   }

@@ -58,14 +58,6 @@ public final class XmppHost extends NativeHandle {
     }
   }
 
-  /**
-   * Connection status values of {@link #status()}. REPLACED (another login took the device's
-   * resource) and REFUSED (the server refused the login: a wrong password, no such account) are
-   * for good: no reconnection until logout() and connect() again.
-   */
-  public static final int CONNECTED = 0, CONNECTING = 1, DISCONNECTED = 2, SIGNED_OUT = 3,
-      REPLACED = 4, REFUSED = 5;
-
   public XmppHost(Options options) {
     super(create(options), "host");
   }
@@ -93,8 +85,9 @@ public final class XmppHost extends NativeHandle {
     return Native.xmppWaitOnline(live(), timeoutMillis);
   }
 
-  public int status() {
-    return Native.xmppStatus(live());
+  /** The connection's status. */
+  public XmppStatus status() {
+    return XmppStatus.of(Native.xmppStatus(live()));
   }
 
   /** Runs the host's main queue on this thread until nothing arrived for quietMillis. */

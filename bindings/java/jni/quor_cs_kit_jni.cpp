@@ -1,0 +1,34 @@
+// The JNI layer of the test kit: each native method of com.quor.cs.KitNative calls one function
+// of quor_cs_kit.h. Its own library (libquor_cs_kit_jni), so that an app ships the JNI layer of
+// libquor_cs without the kit.
+#include "QuorCustomerService/quor_cs_kit.h"
+#include "QuorJniBytes.h"
+
+using namespace quor::jni;
+
+#define NATIVE(type, name) extern "C" JNIEXPORT type JNICALL Java_com_quor_cs_KitNative_##name
+
+NATIVE(jlong, kitCreate)(JNIEnv* env, jclass, jbyteArray profile, jobjectArray error) {
+  char* reason = nullptr;
+  quor_cs_kit* kit = quor_cs_kit_create(Text(env, profile).get(), &reason);
+  giveOut(env, error, 0, reason);
+  return toLong(kit);
+}
+NATIVE(void, kitDestroy)(JNIEnv*, jclass, jlong kit) {
+  quor_cs_kit_destroy(handle<quor_cs_kit>(kit));
+}
+NATIVE(jbyteArray, kitDeskId)(JNIEnv* env, jclass, jlong kit) {
+  return bytes(env, quor_cs_kit_desk_id(handle<quor_cs_kit>(kit)));
+}
+NATIVE(void, kitSettle)(JNIEnv*, jclass, jlong kit) {
+  quor_cs_kit_settle(handle<quor_cs_kit>(kit));
+}
+NATIVE(jint, kitDeskSay)(JNIEnv* env, jclass, jlong kit, jbyteArray text) {
+  return quor_cs_kit_desk_say(handle<quor_cs_kit>(kit), Text(env, text).get());
+}
+NATIVE(jint, kitDeskRequestRating)(JNIEnv*, jclass, jlong kit) {
+  return quor_cs_kit_desk_request_rating(handle<quor_cs_kit>(kit));
+}
+NATIVE(jint, kitDeskEnd)(JNIEnv* env, jclass, jlong kit, jbyteArray text, jint code) {
+  return quor_cs_kit_desk_end(handle<quor_cs_kit>(kit), Text(env, text).get(), code);
+}

@@ -1,0 +1,31 @@
+package com.quor.cs;
+
+// The JNI functions over the test kit (quor_cs_kit.h), in their own library (quor_cs_kit_jni,
+// or the file the system property quor.cs.kit.library names), loaded when a Kit is first made.
+final class KitNative {
+  private KitNative() {}
+
+  static {
+    Native.version(); // the binding's own library first: the kit's depends on it
+    String path = System.getProperty("quor.cs.kit.library");
+    if (path != null && !path.isEmpty()) {
+      System.load(path);
+    } else {
+      System.loadLibrary("quor_cs_kit_jni");
+    }
+  }
+
+  static native long kitCreate(byte[] profileJson, byte[][] error);
+
+  static native void kitDestroy(long kit);
+
+  static native byte[] kitDeskId(long kit);
+
+  static native void kitSettle(long kit);
+
+  static native int kitDeskSay(long kit, byte[] text);
+
+  static native int kitDeskRequestRating(long kit);
+
+  static native int kitDeskEnd(long kit, byte[] text, int code);
+}
