@@ -39,6 +39,7 @@ std::shared_ptr<quor::KXCSService> cxxService(const std::shared_ptr<CxxScreen>& 
 
 quor_cs_service* cService(CScreen& screen) {
   quor_cs_observer observer{};
+  observer.size = sizeof observer;
   observer.user = &screen;
   observer.on_message = CScreen::onMessage;
   quor_cs_service* service = quor_cs_service_create(quor_cs_kit_desk_id(kit()), &observer);

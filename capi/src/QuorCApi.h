@@ -2,6 +2,8 @@
 // it), strings the caller frees, JSON texts read with the library's limits.
 #pragma once
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdlib>
 #include <cstring>
 #include <exception>
@@ -79,6 +81,33 @@ void keepAppDispatcher();
 // and cut across its reports. True when `deskId` had none; forget it when the service goes.
 bool claimDesk(const std::string& deskId);
 void releaseDesk(const std::string& deskId);
+
+// The bytes of a growable struct (quor_cs_observer, _host_functions, _status) that cover `member`:
+// the smallest `size` the library takes.
+#define QUOR_CS_SIZE_THROUGH(Struct, member) (offsetof(Struct, member) + sizeof(Struct::member))
+
+// A growable struct from the app: as much as its `size` says (at most the library's own), the
+// rest zero (members the app's header did not have are absent). False when `size` is below
+// `least` (a caller that did not set it).
+template <class Struct>
+bool readSized(const Struct& given, std::size_t least, Struct* out) noexcept {
+  if (given.size < least) return false;
+  std::memset(static_cast<void*>(out), 0, sizeof(Struct));
+  std::memcpy(static_cast<void*>(out), &given, std::min(given.size, sizeof(Struct)));
+  out->size = sizeof(Struct);
+  return true;
+}
+
+// Writes `full` into the app's growable struct, no more than its `size` says; false when that
+// is below `least`.
+template <class Struct>
+bool writeSized(const Struct& full, std::size_t least, Struct* to) noexcept {
+  const std::size_t size = to->size;
+  if (size < least) return false;
+  std::memcpy(static_cast<void*>(to), &full, std::min(size, sizeof(Struct)));
+  to->size = size;
+  return true;
+}
 
 // The JSON text `text` parsed with the library's depth limit; absent when it does not parse.
 inline std::optional<KXDictionary> parsed(const char* text) {

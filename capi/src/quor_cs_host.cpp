@@ -93,12 +93,15 @@ quor::QuorHostBase& quor::capi::hostBaseOf(quor_cs_host& host) { return *host.ho
 extern "C" {
 
 quor_cs_host* quor_cs_host_install(const quor_cs_host_functions* functions) {
-  if (!functions) return nullptr;
   using namespace quor;
+  quor_cs_host_functions given;
+  if (!functions ||
+      !capi::readSized(*functions, QUOR_CS_SIZE_THROUGH(quor_cs_host_functions, user), &given))
+    return nullptr;
   return capi::guardedValue<quor_cs_host*>(nullptr, [&]() -> quor_cs_host* {
     auto made = std::make_unique<quor_cs_host>();
     if (!capi::claimHost(made.get())) return nullptr;
-    made->host = std::make_shared<capi::CHost>(*functions);
+    made->host = std::make_shared<capi::CHost>(given);
     made->host->install();
     capi::keepAppDispatcher();
     made->host->loadExtensionModule();

@@ -7,6 +7,55 @@
 namespace quor::capi {
 namespace {
 
+// The header's enumerators are the C++ enums' values: checked here, so that the two never drift
+// (the bindings are checked against the header by tests/check-enum-lists.py).
+#define QUOR_CS_SAME(cValue, cxxValue) \
+  static_assert(static_cast<int>(cValue) == static_cast<int>(cxxValue), #cValue)
+QUOR_CS_SAME(QUOR_CS_STATE_NOT_STARTED, KXCSServiceState::NotStarted);
+QUOR_CS_SAME(QUOR_CS_STATE_CONNECTING, KXCSServiceState::Connecting);
+QUOR_CS_SAME(QUOR_CS_STATE_CONNECTED, KXCSServiceState::Connected);
+QUOR_CS_SAME(QUOR_CS_STATE_ROBOT, KXCSServiceState::Robot);
+QUOR_CS_SAME(QUOR_CS_STATE_CHOOSING_GROUP, KXCSServiceState::ChoosingGroup);
+QUOR_CS_SAME(QUOR_CS_STATE_WAITING_FOR_AGENT, KXCSServiceState::WaitingForAgent);
+QUOR_CS_SAME(QUOR_CS_STATE_AGENT, KXCSServiceState::Agent);
+QUOR_CS_SAME(QUOR_CS_STATE_ENDED, KXCSServiceState::Ended);
+QUOR_CS_SAME(QUOR_CS_STATE_FAILED, KXCSServiceState::Failed);
+QUOR_CS_SAME(QUOR_CS_REASON_NONE, KXCSServiceReason::None);
+QUOR_CS_SAME(QUOR_CS_REASON_CONNECTION_FAILED, KXCSServiceReason::ConnectionFailed);
+QUOR_CS_SAME(QUOR_CS_REASON_HANDSHAKE_REFUSED, KXCSServiceReason::HandshakeRefused);
+QUOR_CS_SAME(QUOR_CS_REASON_TIMEOUT, KXCSServiceReason::Timeout);
+QUOR_CS_SAME(QUOR_CS_REASON_DESK_ENDED, KXCSServiceReason::DeskEnded);
+QUOR_CS_SAME(QUOR_CS_REASON_BLOCKED, KXCSServiceReason::Blocked);
+QUOR_CS_SAME(QUOR_CS_REASON_NO_AGENT_AVAILABLE, KXCSServiceReason::NoAgentAvailable);
+QUOR_CS_SAME(QUOR_CS_REASON_STOPPED_BY_APP, KXCSServiceReason::StoppedByApp);
+QUOR_CS_SAME(QUOR_CS_AUTHOR_CUSTOMER, KXCSMessageAuthor::Customer);
+QUOR_CS_SAME(QUOR_CS_AUTHOR_ROBOT, KXCSMessageAuthor::Robot);
+QUOR_CS_SAME(QUOR_CS_AUTHOR_AGENT, KXCSMessageAuthor::Agent);
+QUOR_CS_SAME(QUOR_CS_AUTHOR_NOTICE, KXCSMessageAuthor::Notice);
+QUOR_CS_SAME(QUOR_CS_AUTHOR_LEAVE_MESSAGE_INVITATION, KXCSMessageAuthor::LeaveMessageInvitation);
+QUOR_CS_SAME(QUOR_CS_DELIVERY_RECEIVED, KXCSDelivery::Received);
+QUOR_CS_SAME(QUOR_CS_DELIVERY_SENDING, KXCSDelivery::Sending);
+QUOR_CS_SAME(QUOR_CS_DELIVERY_SENT, KXCSDelivery::Sent);
+QUOR_CS_SAME(QUOR_CS_DELIVERY_FAILED, KXCSDelivery::Failed);
+QUOR_CS_SAME(QUOR_CS_DELIVERY_UNCONFIRMED, KXCSDelivery::Unconfirmed);
+QUOR_CS_SAME(QUOR_CS_OK, KXCSServiceResult::Done);
+QUOR_CS_SAME(QUOR_CS_ALREADY_STARTED, KXCSServiceResult::AlreadyStarted);
+QUOR_CS_SAME(QUOR_CS_NOT_CONNECTED, KXCSServiceResult::NotConnected);
+QUOR_CS_SAME(QUOR_CS_AGENT_NOT_OFFERED, KXCSServiceResult::AgentNotOffered);
+QUOR_CS_SAME(QUOR_CS_ALREADY_WITH_AGENT, KXCSServiceResult::AlreadyWithAgent);
+QUOR_CS_SAME(QUOR_CS_BLOCKED, KXCSServiceResult::Blocked);
+QUOR_CS_SAME(QUOR_CS_NOT_CHOOSING_GROUP, KXCSServiceResult::NotChoosingGroup);
+QUOR_CS_SAME(QUOR_CS_GROUP_NOT_OFFERED, KXCSServiceResult::GroupNotOffered);
+QUOR_CS_SAME(QUOR_CS_RATING_NOT_OFFERED, KXCSServiceResult::RatingNotOffered);
+QUOR_CS_SAME(QUOR_CS_NO_DIALOG_TO_RATE, KXCSServiceResult::NoDialogToRate);
+QUOR_CS_SAME(QUOR_CS_STARS_NOT_OFFERED, KXCSServiceResult::StarsNotOffered);
+QUOR_CS_SAME(QUOR_CS_INVALID_FORM, KXCSServiceResult::InvalidForm);
+QUOR_CS_SAME(QUOR_CS_EMPTY_TEXT, KXCSServiceResult::EmptyText);
+QUOR_CS_SAME(QUOR_CS_INVALID_TEXT, KXCSServiceResult::InvalidText);
+QUOR_CS_SAME(QUOR_CS_TOO_LARGE, KXCSServiceResult::TooLarge);
+QUOR_CS_SAME(QUOR_CS_NOT_RETRYABLE, KXCSServiceResult::NotRetryable);
+#undef QUOR_CS_SAME
+
 // A status with the storage its C view points into.
 struct StatusView {
   explicit StatusView(const KXCSServiceStatus& status) {
@@ -26,6 +75,7 @@ struct StatusView {
     }
     for (std::size_t i = 0; i < ids.size(); ++i)
       groups.push_back({ids[i].c_str(), names[i].c_str(), online[i] ? 1 : 0});
+    view.size = sizeof view;
     view.state = static_cast<int>(status.state);
     view.reason = static_cast<int>(status.reason);
     view.can_ask_for_agent = status.canAskForAgent ? 1 : 0;
@@ -158,13 +208,16 @@ KXString optionalText(const char* text) { return text ? KXString(text) : std::nu
 extern "C" {
 
 quor_cs_service* quor_cs_service_create(const char* desk_id, const quor_cs_observer* observer) {
-  if (!desk_id || !observer) return nullptr;
+  quor_cs_observer functions;
+  if (!desk_id || !observer ||
+      !capi::readSized(*observer, QUOR_CS_SIZE_THROUGH(quor_cs_observer, user), &functions))
+    return nullptr;
   return capi::guardedValue<quor_cs_service*>(nullptr, [&]() -> quor_cs_service* {
     if (!capi::claimDesk(desk_id)) return nullptr;
     try {
       auto made = std::make_unique<quor_cs_service>();
       made->deskId = desk_id;
-      made->observer = std::make_shared<capi::CObserver>(*observer);
+      made->observer = std::make_shared<capi::CObserver>(functions);
       made->service = KXCSService::make(desk_id, made->observer);
       return made.release();
     } catch (...) {
@@ -293,8 +346,10 @@ int quor_cs_service_status(quor_cs_service* service, quor_cs_status* status) {
   if (!status) return QUOR_CS_ERROR_ARGUMENT;
   return onService(service, [&](KXCSService& s) {
     service->lastStatus = std::make_unique<capi::StatusView>(s.status());
-    *status = service->lastStatus->view;
-    return QUOR_CS_OK;
+    return capi::writeSized(service->lastStatus->view, QUOR_CS_SIZE_THROUGH(quor_cs_status, state),
+                            status)
+               ? QUOR_CS_OK
+               : QUOR_CS_ERROR_ARGUMENT;
   });
 }
 

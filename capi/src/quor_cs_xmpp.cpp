@@ -1,7 +1,27 @@
 // QuorXmppHost in C: the whole stack for an app without an IM core of its own.
 #include "KXJsonMembers.h"
 #include "QuorCApi.h"
+#include "QuorXmppHost/QuorXmppErrors.h"
 #include "QuorXmppHost/QuorXmppHost.h"
+
+// The header's XMPP enumerators are the host's own values.
+#define QUOR_CS_SAME(cValue, cxxValue) \
+  static_assert(static_cast<int64_t>(cValue) == static_cast<int64_t>(cxxValue), #cValue)
+QUOR_CS_SAME(QUOR_CS_XMPP_CONNECTED, quor::QuorXmppConnectionStatus::Connected);
+QUOR_CS_SAME(QUOR_CS_XMPP_CONNECTING, quor::QuorXmppConnectionStatus::Connecting);
+QUOR_CS_SAME(QUOR_CS_XMPP_DISCONNECTED, quor::QuorXmppConnectionStatus::Disconnected);
+QUOR_CS_SAME(QUOR_CS_XMPP_SIGNED_OUT, quor::QuorXmppConnectionStatus::SignedOut);
+QUOR_CS_SAME(QUOR_CS_XMPP_REPLACED, quor::QuorXmppConnectionStatus::Replaced);
+QUOR_CS_SAME(QUOR_CS_XMPP_REFUSED, quor::QuorXmppConnectionStatus::Refused);
+QUOR_CS_SAME(QUOR_CS_XMPP_ERROR_NOT_ONLINE, quor::QuorXmppErrorNotOnline);
+QUOR_CS_SAME(QUOR_CS_XMPP_ERROR_CONNECTION_LOST, quor::QuorXmppErrorConnectionLost);
+QUOR_CS_SAME(QUOR_CS_XMPP_ERROR_TIMEOUT, quor::QuorXmppErrorTimeout);
+QUOR_CS_SAME(QUOR_CS_XMPP_ERROR_REJECTED, quor::QuorXmppErrorRejected);
+QUOR_CS_SAME(QUOR_CS_XMPP_ERROR_NO_SUCH_RECIPIENT, quor::QuorXmppErrorNoSuchRecipient);
+QUOR_CS_SAME(QUOR_CS_XMPP_ERROR_NOT_SENDABLE, quor::QuorXmppErrorNotSendable);
+QUOR_CS_SAME(QUOR_CS_XMPP_ERROR_STOPPED, quor::QuorXmppErrorStopped);
+QUOR_CS_SAME(QUOR_CS_XMPP_ERROR_TOO_LARGE, quor::QuorXmppErrorTooLarge);
+#undef QUOR_CS_SAME
 
 struct quor_cs_xmpp_host {
   std::shared_ptr<quor::QuorXmppHost> host;

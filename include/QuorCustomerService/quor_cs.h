@@ -32,8 +32,22 @@ extern "C" {
 #endif
 
 /* The C API's version: the major changes only with an incompatible change (docs/c-api.md). */
-#define QUOR_CS_C_API_MAJOR 1
+#define QUOR_CS_C_API_MAJOR 2
 #define QUOR_CS_C_API_MINOR 0
+
+/* Structs that grow: quor_cs_observer, quor_cs_host_functions and quor_cs_status start with
+ * `size`, which the app sets to the struct's size as it was compiled (C's _INIT macros do). The
+ * library reads (or, for a status, writes) that many bytes and no more: a struct from an older
+ * header lacks the newer members (they count as NULL or 0), and an older library ignores the
+ * members it does not know. A size that does not cover the first member after `size` (0, say)
+ * is refused: QUOR_CS_ERROR_ARGUMENT, or NULL from a creating function. */
+#ifndef __cplusplus
+/* C: `quor_cs_observer observer = QUOR_CS_OBSERVER_INIT;` (every other member NULL or 0). C++:
+ * `quor_cs_observer observer{}; observer.size = sizeof observer;`. */
+#define QUOR_CS_OBSERVER_INIT {.size = sizeof(quor_cs_observer)}
+#define QUOR_CS_HOST_FUNCTIONS_INIT {.size = sizeof(quor_cs_host_functions)}
+#define QUOR_CS_STATUS_INIT {.size = sizeof(quor_cs_status)}
+#endif
 
 /* "1.0.0": the library's version text. Static storage. */
 QUOR_CS_C_API const char* quor_cs_version(void);
@@ -117,7 +131,8 @@ typedef enum quor_cs_reason {
 QUOR_CS_C_API const char* quor_cs_state_name(int state);
 QUOR_CS_C_API const char* quor_cs_reason_name(int reason);
 
-/* One group the desk offers. */
+/* One group the desk offers. An element of an array: it never grows (new data about groups
+ * would come as a new member of quor_cs_status). */
 typedef struct quor_cs_group {
   const char* id;
   const char* name; /* "" when the desk gave none */
@@ -127,7 +142,8 @@ typedef struct quor_cs_group {
 /* A state change. Strings and groups are valid during the callback, or until the next
  * quor_cs_service_status() call on the same service. */
 typedef struct quor_cs_status {
-  int state;  /* quor_cs_state */
+  size_t size; /* sizeof(quor_cs_status) as the app was compiled (QUOR_CS_STATUS_INIT) */
+  int state;   /* quor_cs_state */
   int reason; /* quor_cs_reason */
   int can_ask_for_agent;
   int64_t code;     /* Failed and Ended: the host's or the desk's code */
@@ -175,6 +191,7 @@ typedef struct quor_cs_message {
  * time, in order, and none after quor_cs_service_destroy() returned. A callback may destroy its
  * own service: nothing is called after that, and release comes when that callback returns. */
 typedef struct quor_cs_observer {
+  size_t size; /* sizeof(quor_cs_observer) as the app was compiled (QUOR_CS_OBSERVER_INIT) */
   void* user;
   void (*on_state_changed)(void* user, const quor_cs_status* status);
   /* The desk asks for a rating of the agent; dialog_id may be NULL. */
@@ -242,7 +259,8 @@ QUOR_CS_C_API size_t quor_cs_service_max_text_bytes(const quor_cs_service* servi
 QUOR_CS_C_API void quor_cs_service_set_max_text_bytes(quor_cs_service* service, size_t bytes);
 QUOR_CS_C_API uint64_t quor_cs_service_unread_count(const quor_cs_service* service);
 QUOR_CS_C_API void quor_cs_service_mark_read(quor_cs_service* service);
-/* The last state reported (or about to be); see quor_cs_status for how long it stays valid. */
+/* The last state reported (or about to be) into *status, whose size the caller set
+ * (QUOR_CS_STATUS_INIT); see quor_cs_status for how long its strings stay valid. */
 QUOR_CS_C_API int quor_cs_service_status(quor_cs_service* service, quor_cs_status* status);
 
 /* ---- A host written in C: an IM core in another language carries the library ------------ */
@@ -257,6 +275,7 @@ typedef struct quor_cs_host quor_cs_host;
  * during the call. Missing functions: sends fail with -1, nothing is stored or shown, nothing
  * is logged, csSuspendWhenLeave is false. */
 typedef struct quor_cs_host_functions {
+  size_t size; /* sizeof(quor_cs_host_functions) as compiled (QUOR_CS_HOST_FUNCTIONS_INIT) */
   void* user;
   /* Sends `body` under `object_name` to `target_id` in the customer-service conversation
    * (type 5). Later, complete `send` once: the message id and the server's sent time (never 0,
@@ -332,6 +351,17 @@ typedef enum quor_cs_xmpp_status {
   QUOR_CS_XMPP_REFUSED = 5   /* the server refused the login: a wrong password, no such account */
 } quor_cs_xmpp_status;
 QUOR_CS_C_API int quor_cs_xmpp_host_status(const quor_cs_xmpp_host* host);
+/* The XMPP host's error codes: a failed line's error_code, a send's failure (docs/xmpp.md). */
+typedef enum quor_cs_xmpp_error {
+  QUOR_CS_XMPP_ERROR_NOT_ONLINE = 31001,        /* no link within the outbox timeout: not written */
+  QUOR_CS_XMPP_ERROR_CONNECTION_LOST = 31002,   /* written, the link went unconfirmed: may have arrived */
+  QUOR_CS_XMPP_ERROR_TIMEOUT = 31003,           /* written, not confirmed in time: may have arrived */
+  QUOR_CS_XMPP_ERROR_REJECTED = 31004,          /* the server returned an error for it */
+  QUOR_CS_XMPP_ERROR_NO_SUCH_RECIPIENT = 31005, /* the recipient does not exist or cannot take it */
+  QUOR_CS_XMPP_ERROR_NOT_SENDABLE = 31006,      /* no body, not XML text, no JID for the target */
+  QUOR_CS_XMPP_ERROR_STOPPED = 31007,           /* the host was destroyed or logged out meanwhile */
+  QUOR_CS_XMPP_ERROR_TOO_LARGE = 31008          /* larger than the server takes: not written */
+} quor_cs_xmpp_error;
 /* Runs the host's main queue on the calling (main) thread until nothing arrived for
  * `quiet_ms`: the callbacks of the services run here, unless the app installed a dispatcher. */
 QUOR_CS_C_API void quor_cs_xmpp_host_settle(quor_cs_xmpp_host* host, int64_t quiet_ms);

@@ -115,6 +115,7 @@ quor_cs_kit* quor_cs_kit_create(const char* profile_json, char** error) {
     kit->desk = std::move(desk);
     kit->thread = std::make_unique<QuorWorkerThread>("kit");
     quor_cs_host_functions functions{};
+    functions.size = sizeof functions;
     functions.user = kit.get();
     functions.send = send;
     functions.insert_incoming = insertIncoming;

@@ -101,6 +101,7 @@ c_core* c_core_create(const char* desk_id, c_core_desk_fn desk, void* desk_user)
   c->clock = 1000;
   c->next_id = 1;
   memset(&functions, 0, sizeof functions);
+  functions.size = sizeof functions;
   functions.user = c;
   functions.send = host_send;
   functions.insert_incoming = insert_incoming;

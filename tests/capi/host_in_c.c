@@ -47,9 +47,10 @@ int main(void) {
   c_core_counts counts;
   quor_cs_observer observer;
   quor_cs_service* service;
-  quor_cs_status status;
+  quor_cs_status status = QUOR_CS_STATUS_INIT;
   screen s;
   memset(&observer, 0, sizeof observer);
+  observer.size = sizeof observer;
   memset(&s, 0, sizeof s);
 
   CHECK(quor_cs_host_install(NULL) == NULL);

@@ -98,6 +98,7 @@ static void journey_on_the_apps_loop(int dispatcher_first) {
   memset(&loop, 0, sizeof loop);
   memset(&s, 0, sizeof s);
   memset(&observer, 0, sizeof observer);
+  observer.size = sizeof observer;
   if (dispatcher_first) quor_cs_set_dispatcher(post_task, &loop);
   kit = quor_cs_kit_create("{\"serviceType\": 1}", NULL);
   CHECK(kit != NULL);
@@ -158,6 +159,7 @@ static void a_service_destroyed_in_its_own_callback(void) {
   if (!kit) return;
   memset(&d, 0, sizeof d);
   memset(&observer, 0, sizeof observer);
+  observer.size = sizeof observer;
   observer.user = &d;
   observer.on_message = destroy_on_message; /* the greeting; its unread count comes right after */
   observer.on_unread_count_changed = count_after;
@@ -174,17 +176,75 @@ static void a_service_destroyed_in_its_own_callback(void) {
   quor_cs_kit_destroy(kit);
 }
 
+/* An app compiled against an older, smaller header: its observer ends after on_state_changed
+ * and its status after reason. The library reads and writes no byte beyond their sizes, and a
+ * size left 0 is refused. */
+typedef struct older_observer {
+  size_t size;
+  void* user;
+  void (*on_state_changed)(void* user, const quor_cs_status* status);
+} older_observer;
+typedef struct older_status {
+  size_t size;
+  int state;
+  int reason;
+} older_status;
+
+static void an_app_built_against_smaller_structs(void) {
+  screen s;
+  older_observer observer;
+  struct {
+    older_status status;
+    unsigned char after[64]; /* what follows the app's struct: never written */
+  } held;
+  quor_cs_service* service;
+  quor_cs_kit* kit = quor_cs_kit_create(NULL, NULL);
+  size_t i;
+  int untouched = 1;
+  CHECK(kit != NULL);
+  if (!kit) return;
+  memset(&s, 0, sizeof s);
+  memset(&observer, 0, sizeof observer);
+  observer.user = &s;
+  observer.on_state_changed = on_state_changed;
+  CHECK(quor_cs_service_create(quor_cs_kit_desk_id(kit), (const quor_cs_observer*)&observer) ==
+        NULL); /* size 0 */
+  observer.size = sizeof observer;
+  service = quor_cs_service_create(quor_cs_kit_desk_id(kit), (const quor_cs_observer*)&observer);
+  CHECK(service != NULL);
+  if (!service) {
+    quor_cs_kit_destroy(kit);
+    return;
+  }
+  CHECK(quor_cs_service_start(service, NULL, 0) == QUOR_CS_OK);
+  quor_cs_kit_settle(kit); /* the greeting and its unread count find no callbacks */
+  CHECK(strcmp(s.states, "Connecting Connected Robot ") == 0);
+
+  memset(&held, 0x5a, sizeof held);
+  held.status.size = 0;
+  CHECK(quor_cs_service_status(service, (quor_cs_status*)&held.status) == QUOR_CS_ERROR_ARGUMENT);
+  held.status.size = sizeof held.status;
+  CHECK(quor_cs_service_status(service, (quor_cs_status*)&held.status) == QUOR_CS_OK);
+  CHECK(held.status.size == sizeof held.status);
+  CHECK(held.status.state == QUOR_CS_STATE_ROBOT && held.status.reason == QUOR_CS_REASON_NONE);
+  for (i = 0; i < sizeof held.after; ++i) untouched = untouched && held.after[i] == 0x5a;
+  CHECK(untouched);
+  quor_cs_service_destroy(service);
+  quor_cs_kit_destroy(kit);
+}
+
 int main(void) {
   char* error = NULL;
   quor_cs_kit* kit;
   quor_cs_service* service;
   quor_cs_observer observer;
-  quor_cs_status status;
+  quor_cs_status status = QUOR_CS_STATUS_INIT;
   screen s;
   char* field_errors = NULL;
   char* web_form = NULL;
 
   CHECK(strcmp(quor_cs_version(), "1.0.0") == 0);
+  CHECK(QUOR_CS_C_API_MAJOR == 2);
   CHECK(quor_cs_kit_create("{not json", &error) == NULL);
   CHECK(error != NULL && strstr(error, "not a JSON object") != NULL);
   quor_cs_free(error);
@@ -202,6 +262,7 @@ int main(void) {
 
   memset(&s, 0, sizeof s);
   memset(&observer, 0, sizeof observer);
+  observer.size = sizeof observer;
   observer.user = &s;
   observer.on_state_changed = on_state_changed;
   observer.on_rating_requested = on_rating_requested;
@@ -300,6 +361,7 @@ int main(void) {
   journey_on_the_apps_loop(0);
   journey_on_the_apps_loop(1);
   a_service_destroyed_in_its_own_callback();
+  an_app_built_against_smaller_structs();
   if (failures)
     fprintf(stderr, "%d checks failed; states: %s\nlines: %s\n", failures, s.states, s.lines);
   return failures ? 1 : 0;

@@ -96,6 +96,10 @@ def test_bad_input_raises_and_an_observers_exception_stays_in_python(kit, capsys
         kit.settle()
         assert service.status.state == quor_cs.State.ROBOT  # the library carried on
     assert "the app's bug" in capsys.readouterr().err
+    # A value a newer library adds reads as UNKNOWN.
+    assert quor_cs.State(42) is quor_cs.State.UNKNOWN
+    assert quor_cs.XmppError(31099) is quor_cs.XmppError.UNKNOWN
+    assert quor_cs.XmppError(31003) is quor_cs.XmppError.TIMEOUT
 
 
 def test_texts_that_cannot_be_sent_are_refused_and_a_line_is_retried(kit):

@@ -283,6 +283,7 @@ NATIVE(void, dropTask)(JNIEnv*, jclass, jlong task) {
 
 NATIVE(jlong, serviceCreate)(JNIEnv* env, jclass, jbyteArray deskId, jobject bridge) {
   quor_cs_observer observer{};
+  observer.size = sizeof observer;
   observer.user = env->NewGlobalRef(bridge);
   if (!observer.user) return 0;
   observer.on_state_changed = onStateChanged;
@@ -356,6 +357,7 @@ NATIVE(void, serviceMarkRead)(JNIEnv*, jclass, jlong service) {
 }
 NATIVE(jobject, serviceStatus)(JNIEnv* env, jclass, jlong service) {
   quor_cs_status status{};
+  status.size = sizeof status;
   if (quor_cs_service_status(handle<quor_cs_service>(service), &status) != QUOR_CS_OK) {
     return nullptr;
   }
@@ -367,6 +369,7 @@ NATIVE(jlong, hostInstall)(JNIEnv* env, jclass, jobject bridge) {
   if (!javaHost) return 0;
   javaHost->bridge = env->NewGlobalRef(bridge);
   quor_cs_host_functions functions{};
+  functions.size = sizeof functions;
   functions.user = javaHost;
   functions.send = hostSend;
   functions.insert_incoming = hostInsertIncoming;

@@ -311,6 +311,7 @@ class Service:
         self._observer = observer or Observer()
         self._handle = ffi.new_handle(self)  # kept alive as long as the C service may call
         functions = ffi.new("quor_cs_observer*")
+        functions.size = ffi.sizeof("quor_cs_observer")
         functions.user = self._handle
         functions.on_state_changed = _on_state_changed
         functions.on_rating_requested = _on_rating_requested
@@ -416,6 +417,7 @@ class Service:
     @property
     def status(self) -> Status:
         view = ffi.new("quor_cs_status*")
+        view.size = ffi.sizeof("quor_cs_status")
         _check(lib.quor_cs_service_status(self._live(), view))
         return _status(view)
 

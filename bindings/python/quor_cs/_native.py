@@ -43,7 +43,7 @@ def _declarations(text):
 def _library_path(name="quor_cs", variable="QUOR_CS_LIBRARY"):
     if os.environ.get(variable):
         return os.environ[variable]
-    for file in (f"lib{name}.so.1", f"lib{name}.so", f"lib{name}.dylib", f"{name}.dll"):
+    for file in (f"lib{name}.so.{_major}", f"lib{name}.so", f"lib{name}.dylib", f"{name}.dll"):
         path = os.path.join(_here, file)
         if os.path.exists(path):
             return path
@@ -53,8 +53,11 @@ def _library_path(name="quor_cs", variable="QUOR_CS_LIBRARY"):
     return found
 
 
+_header = _header_text()
+# The library's file carries the header's major version (its SONAME).
+_major = re.search(r"#define\s+QUOR_CS_C_API_MAJOR\s+(\d+)", _header).group(1)
 ffi = FFI()
-ffi.cdef(_declarations(_header_text()))
+ffi.cdef(_declarations(_header))
 lib = ffi.dlopen(_library_path())
 _kit_lib = None
 

@@ -86,6 +86,16 @@ public class JourneyTest {
   }
 
   @Test
+  public void aValueOfANewerLibraryReadsAsUnknown() {
+    assertEquals(State.UNKNOWN, State.of(42));
+    assertEquals(State.UNKNOWN, State.of(-1));
+    assertEquals(Result.UNKNOWN, Result.of(16));
+    assertEquals(XmppStatus.UNKNOWN, XmppStatus.of(6));
+    assertEquals(XmppError.TIMEOUT, XmppError.of(31003));
+    assertEquals(XmppError.UNKNOWN, XmppError.of(0));
+  }
+
+  @Test
   public void textsBeyondTheBmpCrossTheBorderUnchanged() {
     Screen screen = new Screen();
     try (Service service = new Service(kit.deskId(), screen)) {
