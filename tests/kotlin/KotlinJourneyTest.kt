@@ -1,6 +1,8 @@
-// The Java binding from Kotlin: a journey against the test kit, as an Android app would write it.
+// The JVM package from Kotlin, as an Android app would write it: the Java API, and the coroutine
+// face (SupportSession) whose flows a screen collects.
 import com.quor.cs.Author
 import com.quor.cs.Customer
+import com.quor.cs.Delivery
 import com.quor.cs.Kit
 import com.quor.cs.Message
 import com.quor.cs.Observer
@@ -9,9 +11,17 @@ import com.quor.cs.Result
 import com.quor.cs.Service
 import com.quor.cs.State
 import com.quor.cs.Status
-import org.junit.Assert.assertEquals
-import org.junit.Assert.assertTrue
-import org.junit.Test
+import com.quor.cs.coroutines.SupportSession
+import kotlinx.coroutines.CoroutineStart
+import kotlinx.coroutines.async
+import kotlinx.coroutines.flow.take
+import kotlinx.coroutines.flow.toList
+import kotlinx.coroutines.runBlocking
+import kotlinx.coroutines.yield
+import org.junit.jupiter.api.Assertions.assertEquals
+import org.junit.jupiter.api.Assertions.assertThrows
+import org.junit.jupiter.api.Assertions.assertTrue
+import org.junit.jupiter.api.Test
 
 class KotlinJourneyTest {
     private class Screen : Observer {
@@ -26,10 +36,8 @@ class KotlinJourneyTest {
         Kit().use { kit ->
             val screen = Screen()
             Service(kit.deskId(), screen).use { service ->
-                val refused = try {
-                    service.askForAgent(); null
-                } catch (e: RefusedException) { e.result() }
-                assertEquals(Result.NOT_CONNECTED, refused)
+                val refused = assertThrows(RefusedException::class.java) { service.askForAgent() }
+                assertEquals(Result.NOT_CONNECTED, refused.result())
                 service.start(Customer().userInfo("userId", "k-1"), 15_000)
                 kit.settle()
                 service.sendText("Where is my order?")
@@ -43,6 +51,43 @@ class KotlinJourneyTest {
                 State.CHOOSING_GROUP, State.WAITING_FOR_AGENT, State.AGENT), screen.states.take(6))
             assertTrue(screen.lines.contains(Author.CUSTOMER to "Where is my order?"))
             assertTrue(screen.lines.any { it.first == Author.AGENT })
+        }
+    }
+
+    // The kit's settle() is the main thread: each suspended operation resumes once it has run.
+    @Test
+    fun aSessionsOperationsSuspendUntilTheDeskAnsweredAndItsFlowsFollow() = runBlocking {
+        Kit().use { kit ->
+            SupportSession(kit.deskId()).use { session ->
+                // A StateFlow hands a collector the latest state: what a screen shows.
+                val states = async(start = CoroutineStart.UNDISPATCHED) {
+                    session.status.take(2).toList().map { it.state }
+                }
+                val started = async(start = CoroutineStart.UNDISPATCHED) { session.start() }
+                kit.settle()
+                assertEquals(State.ROBOT, started.await().state)
+                assertEquals(listOf(State.NOT_STARTED, State.ROBOT), states.await())
+
+                session.sendText("Where is my order?")
+                kit.settle()
+                yield()
+                val lines = session.conversation.value
+                assertEquals(Author.CUSTOMER, lines[1].author)
+                assertEquals(Delivery.SENT, lines[1].delivery) // updated in place
+                assertEquals(2L, session.unreadCount.value)
+
+                val groups = async(start = CoroutineStart.UNDISPATCHED) { session.askForAgent() }
+                kit.settle()
+                assertEquals(State.CHOOSING_GROUP, groups.await().state)
+                val served = async(start = CoroutineStart.UNDISPATCHED) {
+                    session.chooseGroup("sales")
+                }
+                kit.settle() // the wait and the agent come in one turn: the latest is shown
+                assertEquals(State.AGENT, served.await().state)
+                session.markRead()
+                kit.settle()
+                assertEquals(0L, session.unreadCount.value)
+            }
         }
     }
 }

@@ -1,14 +1,14 @@
 package com.quor.cs;
 
-import static org.junit.Assert.assertEquals;
-import static org.junit.Assert.assertTrue;
+import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import java.util.ArrayDeque;
 import java.util.Queue;
 import java.util.concurrent.Executor;
-import org.junit.After;
-import org.junit.Before;
-import org.junit.Test;
+import org.junit.jupiter.api.AfterEach;
+import org.junit.jupiter.api.BeforeEach;
+import org.junit.jupiter.api.Test;
 
 // The app's executor as the main thread: every callback runs there, and none after close().
 public class ExecutorTest {
@@ -42,13 +42,13 @@ public class ExecutorTest {
   private Kit kit;
   private final Loop loop = new Loop();
 
-  @Before
+  @BeforeEach
   public void install() {
     kit = new Kit();
     QuorCS.setMainThreadExecutor(loop);
   }
 
-  @After
+  @AfterEach
   public void uninstall() {
     QuorCS.setMainThreadExecutor(null);
     kit.close();

@@ -1,17 +1,17 @@
 package com.quor.cs;
 
-import static org.junit.Assert.assertEquals;
-import static org.junit.Assert.assertFalse;
-import static org.junit.Assert.assertTrue;
+import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertFalse;
+import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import java.nio.charset.StandardCharsets;
 import java.util.ArrayList;
 import java.util.List;
 import java.util.concurrent.ConcurrentLinkedQueue;
 import java.util.concurrent.atomic.AtomicLong;
-import org.junit.After;
-import org.junit.Before;
-import org.junit.Test;
+import org.junit.jupiter.api.AfterEach;
+import org.junit.jupiter.api.BeforeEach;
+import org.junit.jupiter.api.Test;
 
 // An IM core written in Java carries the library: the host's duties seen from Java. Sends are
 // completed once, in order, with ids and times; a failed send's code reaches the line; the
@@ -80,12 +80,12 @@ public class JavaHostTest {
 
   private final Core core = new Core();
 
-  @Before
+  @BeforeEach
   public void install() {
     core.installed = InstalledHost.install(core);
   }
 
-  @After
+  @AfterEach
   public void uninstall() {
     core.installed.close();
   }

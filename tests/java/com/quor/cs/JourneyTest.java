@@ -1,30 +1,30 @@
 package com.quor.cs;
 
-import static org.junit.Assert.assertEquals;
-import static org.junit.Assert.assertNotNull;
-import static org.junit.Assert.assertThrows;
-import static org.junit.Assert.assertTrue;
+import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertNotNull;
+import static org.junit.jupiter.api.Assertions.assertThrows;
+import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import java.util.Arrays;
 import java.util.Collections;
 import java.util.Collections;
 import java.util.List;
 import java.util.stream.Collectors;
-import org.junit.After;
-import org.junit.Before;
-import org.junit.Test;
+import org.junit.jupiter.api.AfterEach;
+import org.junit.jupiter.api.BeforeEach;
+import org.junit.jupiter.api.Test;
 
 // The Java binding against the test kit: a whole journey, refusals as exceptions, text beyond
 // the BMP, bad input, an observer that throws, a long run of callbacks.
 public class JourneyTest {
   private Kit kit;
 
-  @Before
+  @BeforeEach
   public void makeKit() {
     kit = new Kit("{\"evaluation\":{\"askAfterAgentReplies\":1},\"end\":{\"afterEvaluation\":true}}");
   }
 
-  @After
+  @AfterEach
   public void closeKit() {
     kit.close();
   }
@@ -138,6 +138,7 @@ public class JourneyTest {
     assertThrows(IllegalStateException.class, () -> new Kit());
     try (Service first = new Service(kit.deskId(), new Screen())) {
       assertThrows(IllegalStateException.class, () -> new Service(kit.deskId(), new Screen()));
+      assertEquals(State.NOT_STARTED, first.status().state); // the first is untouched
     }
     new Service(kit.deskId(), new Screen()).close();  // once the first is closed
   }

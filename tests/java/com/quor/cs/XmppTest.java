@@ -1,16 +1,16 @@
 package com.quor.cs;
 
-import static org.junit.Assert.assertEquals;
-import static org.junit.Assert.assertTrue;
-import static org.junit.Assert.fail;
+import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertTrue;
+import static org.junit.jupiter.api.Assertions.fail;
 
 import java.io.BufferedReader;
 import java.io.InputStreamReader;
 import java.nio.charset.StandardCharsets;
 import java.util.concurrent.TimeUnit;
-import org.junit.After;
-import org.junit.Before;
-import org.junit.Test;
+import org.junit.jupiter.api.AfterEach;
+import org.junit.jupiter.api.BeforeEach;
+import org.junit.jupiter.api.Test;
 
 // A customer in Java over a private XMPP server, against the desk program quor-cs-desk. The test
 // command names the programs: QUOR_CS_SERVER_PROGRAM and QUOR_CS_DESK_PROGRAM.
@@ -37,7 +37,7 @@ public class XmppTest {
     return null;
   }
 
-  @Before
+  @BeforeEach
   public void startServerAndDesk() throws Exception {
     server = new ProcessBuilder(program("QUOR_CS_SERVER_PROGRAM"), "--account", "mei:mei-pw",
         "--account", "shop:shop-pw").redirectError(ProcessBuilder.Redirect.INHERIT).start();
@@ -51,7 +51,7 @@ public class XmppTest {
     lineWith(desk, true, "serving as");
   }
 
-  @After
+  @AfterEach
   public void stop() throws Exception {
     if (desk != null) {
       desk.destroy();

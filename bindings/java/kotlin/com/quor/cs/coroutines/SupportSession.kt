@@ -1,0 +1,106 @@
+package com.quor.cs.coroutines
+
+import com.quor.cs.AgentRating
+import com.quor.cs.Customer
+import com.quor.cs.Message
+import com.quor.cs.Observer
+import com.quor.cs.Service
+import com.quor.cs.State
+import com.quor.cs.Status
+import kotlinx.coroutines.flow.MutableStateFlow
+import kotlinx.coroutines.flow.StateFlow
+import kotlinx.coroutines.flow.asStateFlow
+import kotlinx.coroutines.flow.first
+
+/**
+ * One customer service with one desk, as Kotlin code holds it: its [status] and its
+ * [conversation] are [StateFlow]s, and the operations that wait for the desk suspend until it
+ * answered and return the status it reached.
+ *
+ * Threads: make it, call it and collect its flows on the app's main thread (the binding's
+ * Executor: Android's main Looper, or the test kit's settle()); the flows change there, in the
+ * order the library reports. Refused operations throw [com.quor.cs.RefusedException], as the
+ * Java API's do. Close it (or use `use {}`) when the screen goes.
+ */
+class SupportSession(deskId: String) : AutoCloseable {
+    private val mutableStatus: MutableStateFlow<Status>
+    private val mutableConversation = MutableStateFlow<List<Message>>(emptyList())
+    private val mutableUnread = MutableStateFlow(0L)
+    private val service: Service
+
+    init {
+        val observer = object : Observer {
+            override fun onStateChanged(status: Status) {
+                mutableStatus.value = status
+            }
+
+            override fun onMessage(message: Message) {
+                mutableConversation.value = mutableConversation.value + message
+            }
+
+            // A delivery update replaces its line, found by its sequence number.
+            override fun onMessageDelivery(message: Message) {
+                mutableConversation.value = mutableConversation.value.map {
+                    if (it.sequence == message.sequence) message else it
+                }
+            }
+
+            override fun onUnreadCountChanged(unread: Long) {
+                mutableUnread.value = unread
+            }
+        }
+        service = Service(deskId, observer)
+        mutableStatus = MutableStateFlow(service.status())
+    }
+
+    /** The service's state as the library reported it last. */
+    val status: StateFlow<Status> = mutableStatus.asStateFlow()
+
+    /** Every line of the conversation, oldest first; a line's delivery changes in place. */
+    val conversation: StateFlow<List<Message>> = mutableConversation.asStateFlow()
+
+    /** The desk's lines not yet marked read. */
+    val unreadCount: StateFlow<Long> = mutableUnread.asStateFlow()
+
+    /** The largest encoded text [sendText] sends. */
+    var maxTextBytes: Long
+        get() = service.maxTextBytes()
+        set(value) = service.setMaxTextBytes(value)
+
+    /**
+     * Sends the handshake and suspends until the desk answered: the status reached (the robot,
+     * an agent, the group choice) or Failed, with its reason.
+     */
+    suspend fun start(customer: Customer? = null, timeoutMillis: Long = 15_000): Status {
+        service.start(customer, timeoutMillis)
+        return status.first { it.state != State.NOT_STARTED && it.state != State.CONNECTING }
+    }
+
+    /** Asks for a human agent; suspends until the desk answered (the groups, a wait, an agent). */
+    suspend fun askForAgent(): Status = afterChange { service.askForAgent() }
+
+    /** Chooses one of the offered groups; suspends until the desk answered. */
+    suspend fun chooseGroup(groupId: String): Status = afterChange { service.chooseGroup(groupId) }
+
+    fun sendText(text: String) = service.sendText(text)
+
+    fun retry(sequence: Long) = service.retry(sequence)
+
+    fun rateAgent(rating: AgentRating) = service.rateAgent(rating)
+
+    fun rateRobot(resolved: Boolean, knowledgeId: String? = null, suggestion: String? = null) =
+        service.rateRobot(resolved, knowledgeId, suggestion)
+
+    fun markRead() = service.markRead()
+
+    fun end() = service.end()
+
+    override fun close() = service.close()
+
+    // Runs `operation` and waits for the next reported state, whatever it is.
+    private suspend fun afterChange(operation: () -> Unit): Status {
+        val before = status.value
+        operation()
+        return status.first { it !== before }
+    }
+}
