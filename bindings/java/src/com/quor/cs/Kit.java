@@ -1,5 +1,8 @@
 package com.quor.cs;
 
+import org.jetbrains.annotations.NotNull;
+import org.jetbrains.annotations.Nullable;
+
 /**
  * The test kit: an in-process host with a scripted desk (the desk simulator), so that an app's
  * screens can be tested against a desk without a server. Its services' observers are called by
@@ -13,7 +16,7 @@ public final class Kit extends NativeHandle {
 
   /** A desk made from profileJson, merged into the default profile; a bad profile throws
    * IllegalArgumentException with the reason. */
-  public Kit(String profileJson) {
+  public Kit(@Nullable String profileJson) {
     super(create(profileJson), "kit");
   }
 
@@ -28,7 +31,7 @@ public final class Kit extends NativeHandle {
     return handle;
   }
 
-  public String deskId() {
+  public @NotNull String deskId() {
     return Utf8.text(KitNative.kitDeskId(live()));
   }
 
@@ -38,7 +41,7 @@ public final class Kit extends NativeHandle {
   }
 
   /** A text from whoever serves (robot or agent). */
-  public void deskSay(String text) {
+  public void deskSay(@NotNull String text) {
     Native.check(KitNative.kitDeskSay(live(), Utf8.bytes(text)));
   }
 
@@ -47,7 +50,7 @@ public final class Kit extends NativeHandle {
   }
 
   /** The end (code 0) or a hand-back to the robot (code 1), with a closing text. */
-  public void deskEnd(String text, int code) {
+  public void deskEnd(@Nullable String text, int code) {
     Native.check(KitNative.kitDeskEnd(live(), Utf8.bytes(text), code));
   }
 

@@ -1,14 +1,16 @@
 package com.quor.cs;
 
+import org.jetbrains.annotations.NotNull;
+
 /** One line of the conversation, or a delivery update of the customer's line. Immutable. */
 public final class Message {
   /** 1, 2, 3 ... per service; a delivery update carries its line's. */
   public final long sequence;
-  public final Author author;
-  public final Delivery delivery;
-  public final String text;
+  public final @NotNull Author author;
+  public final @NotNull Delivery delivery;
+  public final @NotNull String text;
   /** "" when the desk gave none. */
-  public final String senderName;
+  public final @NotNull String senderName;
   /** The host's id, 0 when none. */
   public final long messageId;
   public final long sentTime;

@@ -1,5 +1,8 @@
 package com.quor.cs;
 
+import org.jetbrains.annotations.NotNull;
+import org.jetbrains.annotations.Nullable;
+
 /**
  * What a service reports. Every method runs on the app's main thread (the executor given to
  * {@link QuorCS#setMainThreadExecutor}, else the thread that settles the installed host), one at
@@ -7,20 +10,20 @@ package com.quor.cs;
  * goes to {@link QuorCS#setObserverExceptionHandler}'s handler and never reaches the library.
  */
 public interface Observer {
-  default void onStateChanged(Status status) {}
+  default void onStateChanged(@NotNull Status status) {}
 
   /** The desk asks for a rating of the agent; dialogId may be null. */
-  default void onRatingRequested(String dialogId) {}
+  default void onRatingRequested(@Nullable String dialogId) {}
 
   /** The desk's evaluation settings, a JSON object. */
-  default void onEvaluationSettings(String settingsJson) {}
+  default void onEvaluationSettings(@NotNull String settingsJson) {}
 
   /** The outcome of {@link Service#leaveMessage}: sent (message id) or not (error code). */
   default void onMessageLeft(boolean sent, long messageIdOrErrorCode) {}
 
-  default void onMessage(Message message) {}
+  default void onMessage(@NotNull Message message) {}
 
-  default void onMessageDelivery(Message message) {}
+  default void onMessageDelivery(@NotNull Message message) {}
 
   default void onUnreadCountChanged(long unread) {}
 }

@@ -1,6 +1,8 @@
 package com.quor.cs;
 
 import java.util.Map;
+import org.jetbrains.annotations.NotNull;
+import org.jetbrains.annotations.Nullable;
 
 /**
  * One customer service with one desk. Call its methods on the app's main thread; its observer is
@@ -10,7 +12,7 @@ import java.util.Map;
  * no observer call comes after close() returned.
  */
 public final class Service extends NativeHandle {
-  public Service(String deskId, Observer observer) {
+  public Service(@NotNull String deskId, @NotNull Observer observer) {
     super(create(deskId, observer), "service");
   }
 
@@ -26,7 +28,7 @@ public final class Service extends NativeHandle {
 
   /** Sends the handshake with the customer's information (may be null); timeoutMillis > 0:
    * no answer in that time ends in Failed(Timeout). */
-  public void start(Customer customer, long timeoutMillis) {
+  public void start(@Nullable Customer customer, long timeoutMillis) {
     Native.check(Native.serviceStart(
         live(), customer == null ? null : Utf8.bytes(customer.toJson()), timeoutMillis));
   }
@@ -39,17 +41,18 @@ public final class Service extends NativeHandle {
     Native.check(Native.serviceAskForAgent(live()));
   }
 
-  public void chooseGroup(String groupId) {
+  public void chooseGroup(@NotNull String groupId) {
     Native.check(Native.serviceChooseGroup(live(), Utf8.bytes(groupId)));
   }
 
   /** knowledgeId and suggestion may be null. */
-  public void rateRobot(boolean resolved, String knowledgeId, String suggestion) {
+  public void rateRobot(
+      boolean resolved, @Nullable String knowledgeId, @Nullable String suggestion) {
     Native.check(Native.serviceRateRobot(
         live(), Utf8.bytes(knowledgeId), resolved, Utf8.bytes(suggestion)));
   }
 
-  public void rateAgent(AgentRating rating) {
+  public void rateAgent(@NotNull AgentRating rating) {
     Native.check(Native.serviceRateAgent(live(), Utf8.bytes(rating.dialogId), rating.stars,
         Utf8.bytes(rating.suggestion), rating.resolved, Utf8.bytes(rating.tags),
         Utf8.bytes(rating.extraJson)));
@@ -61,7 +64,7 @@ public final class Service extends NativeHandle {
    * the customer leaves messages instead (nothing was sent). Throws {@link
    * InvalidFormException} with the field errors when the values fail the form.
    */
-  public String leaveMessage(Map<String, String> values) {
+  public @Nullable String leaveMessage(@NotNull Map<String, String> values) {
     byte[][] out = new byte[2][];
     int code = Native.serviceLeaveMessage(live(), Utf8.bytes(Json.write(values)), out);
     if (code == Result.INVALID_FORM.ordinal()) {
@@ -82,7 +85,7 @@ public final class Service extends NativeHandle {
    * over {@link #maxTextBytes()} once encoded with TOO_LARGE; null throws
    * IllegalArgumentException.
    */
-  public void sendText(String text) {
+  public void sendText(@NotNull String text) {
     if (text == null) throw new IllegalArgumentException("text is null");
     Native.check(Native.serviceSendText(live(), Utf8.bytes(text)));
   }
@@ -114,7 +117,7 @@ public final class Service extends NativeHandle {
   }
 
   /** The last state reported (or about to be). */
-  public Status status() {
+  public @NotNull Status status() {
     return Native.serviceStatus(live());
   }
 

@@ -3,20 +3,22 @@ package com.quor.cs;
 import java.util.ArrayList;
 import java.util.Collections;
 import java.util.List;
+import org.jetbrains.annotations.NotNull;
+import org.jetbrains.annotations.Nullable;
 
 /** A state change of a service, or its last state. Immutable. */
 public final class Status {
-  public final State state;
-  public final Reason reason;
+  public final @NotNull State state;
+  public final @NotNull Reason reason;
   public final boolean canAskForAgent;
   /** Failed and Ended: the host's or the desk's code. */
   public final long code;
   /** The system's text; "" when none. */
-  public final String text;
+  public final @NotNull String text;
   /** ChoosingGroup: the groups offered. */
-  public final List<Group> groups;
+  public final @NotNull List<Group> groups;
   /** From Connected on: the desk's configuration as a JSON object; null before. */
-  public final String configJson;
+  public final @Nullable String configJson;
 
   Status(State state, Reason reason, boolean canAskForAgent, long code, String text,
       List<Group> groups, String configJson) {

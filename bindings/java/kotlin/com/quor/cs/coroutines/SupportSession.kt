@@ -2,9 +2,6 @@ package com.quor.cs.coroutines
 
 import com.quor.cs.AgentRating
 import com.quor.cs.Customer
-import com.quor.cs.Message
-import com.quor.cs.Observer
-import com.quor.cs.Service
 import com.quor.cs.State
 import com.quor.cs.Status
 import kotlinx.coroutines.flow.MutableStateFlow
@@ -24,22 +21,22 @@ import kotlinx.coroutines.flow.first
  */
 class SupportSession(deskId: String) : AutoCloseable {
     private val mutableStatus: MutableStateFlow<Status>
-    private val mutableConversation = MutableStateFlow<List<Message>>(emptyList())
+    private val mutableConversation = MutableStateFlow<List<SupportLine>>(emptyList())
     private val mutableUnread = MutableStateFlow(0L)
-    private val service: Service
+    private val service: SupportService
 
     init {
-        val observer = object : Observer {
+        val observer = object : SupportObserver {
             override fun onStateChanged(status: Status) {
                 mutableStatus.value = status
             }
 
-            override fun onMessage(message: Message) {
+            override fun onMessage(message: SupportLine) {
                 mutableConversation.value = mutableConversation.value + message
             }
 
             // A delivery update replaces its line, found by its sequence number.
-            override fun onMessageDelivery(message: Message) {
+            override fun onMessageDelivery(message: SupportLine) {
                 mutableConversation.value = mutableConversation.value.map {
                     if (it.sequence == message.sequence) message else it
                 }
@@ -49,7 +46,7 @@ class SupportSession(deskId: String) : AutoCloseable {
                 mutableUnread.value = unread
             }
         }
-        service = Service(deskId, observer)
+        service = SupportService(deskId, observer)
         mutableStatus = MutableStateFlow(service.status())
     }
 
@@ -57,7 +54,7 @@ class SupportSession(deskId: String) : AutoCloseable {
     val status: StateFlow<Status> = mutableStatus.asStateFlow()
 
     /** Every line of the conversation, oldest first; a line's delivery changes in place. */
-    val conversation: StateFlow<List<Message>> = mutableConversation.asStateFlow()
+    val conversation: StateFlow<List<SupportLine>> = mutableConversation.asStateFlow()
 
     /** The desk's lines not yet marked read. */
     val unreadCount: StateFlow<Long> = mutableUnread.asStateFlow()
