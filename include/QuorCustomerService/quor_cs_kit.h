@@ -40,6 +40,9 @@ QUOR_CS_KIT_API void quor_cs_kit_settle(quor_cs_kit* kit);
 QUOR_CS_KIT_API int quor_cs_kit_desk_say(quor_cs_kit* kit, const char* text);
 QUOR_CS_KIT_API int quor_cs_kit_desk_request_rating(quor_cs_kit* kit);
 QUOR_CS_KIT_API int quor_cs_kit_desk_end(quor_cs_kit* kit, const char* text, int code);
+/* The desk invites the customer to leave a message, with its text: a line whose author is
+ * QUOR_CS_AUTHOR_LEAVE_MESSAGE_INVITATION. */
+QUOR_CS_KIT_API int quor_cs_kit_desk_invite_leave_message(quor_cs_kit* kit, const char* text);
 
 #ifdef __cplusplus
 }

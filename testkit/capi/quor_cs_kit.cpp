@@ -168,4 +168,9 @@ int quor_cs_kit_desk_end(quor_cs_kit* kit, const char* text, int code) {
   });
 }
 
+int quor_cs_kit_desk_invite_leave_message(quor_cs_kit* kit, const char* text) {
+  if (!kit || !text) return QUOR_CS_ERROR_ARGUMENT;
+  return onKitThread(kit, [kit, said = std::string(text)] { kit->desk->inviteLeaveMessage(said); });
+}
+
 }  // extern "C"

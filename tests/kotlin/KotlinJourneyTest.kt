@@ -75,6 +75,9 @@ class KotlinJourneyTest {
                 assertEquals(Author.CUSTOMER, lines[1].author)
                 assertEquals(Delivery.SENT, lines[1].delivery) // updated in place
                 assertEquals(2L, session.unreadCount.value)
+                kit.deskInviteLeaveMessage("Leave us a message")
+                kit.settle()
+                assertEquals(Author.LEAVE_MESSAGE_INVITATION, session.conversation.value.last().author)
 
                 val groups = async(start = CoroutineStart.UNDISPATCHED) { session.askForAgent() }
                 kit.settle()

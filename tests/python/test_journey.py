@@ -1,4 +1,6 @@
 """The Python binding: a whole journey against the test kit, bad input, the app's own loop."""
+import asyncio
+
 import pytest
 
 import quor_cs
@@ -217,3 +219,25 @@ def test_a_service_closed_in_its_own_callback_hears_nothing_more(kit):
     kit.desk_say("anyone there?")
     kit.settle()
     assert observer.service is None and observer.after == 0
+
+
+def test_asyncio_awaits_the_desk_and_iterates_the_conversation(kit):
+    from quor_cs.aio import AsyncService
+
+    async def journey():
+        async with AsyncService(kit.desk_id) as service:
+            started = await service.start({"userInfo": {"userId": "a-1"}})
+            assert started.state == quor_cs.State.ROBOT
+            service.send_text("Where is my order?")
+            kit.desk_invite_leave_message("Leave us a message")
+            lines = []
+            async for line in service.lines():
+                lines.append((line.author, line.text))
+                if line.author == quor_cs.Author.LEAVE_MESSAGE_INVITATION:
+                    break
+            assert lines[1] == (quor_cs.Author.CUSTOMER, "Where is my order?")
+            assert lines[-1] == (quor_cs.Author.LEAVE_MESSAGE_INVITATION, "Leave us a message")
+            groups = await service.ask_for_agent()
+            assert groups.state == quor_cs.State.CHOOSING_GROUP
+
+    asyncio.run(asyncio.wait_for(journey(), 30))

@@ -32,3 +32,6 @@ NATIVE(jint, kitDeskRequestRating)(JNIEnv*, jclass, jlong kit) {
 NATIVE(jint, kitDeskEnd)(JNIEnv* env, jclass, jlong kit, jbyteArray text, jint code) {
   return quor_cs_kit_desk_end(handle<quor_cs_kit>(kit), Text(env, text).get(), code);
 }
+NATIVE(jint, kitDeskInviteLeaveMessage)(JNIEnv* env, jclass, jlong kit, jbyteArray text) {
+  return quor_cs_kit_desk_invite_leave_message(handle<quor_cs_kit>(kit), Text(env, text).get());
+}

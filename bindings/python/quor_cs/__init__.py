@@ -457,6 +457,10 @@ class Kit:
     def desk_end(self, text: str = "", code: int = 0) -> None:
         _check(kit_lib().quor_cs_kit_desk_end(self._live(), _utf8(text), code))
 
+    def desk_invite_leave_message(self, text: str) -> None:
+        """The desk invites a message: a line by Author.LEAVE_MESSAGE_INVITATION."""
+        _check(kit_lib().quor_cs_kit_desk_invite_leave_message(self._live(), _utf8(text)))
+
     def close(self) -> None:
         if self._kit is not None:
             kit_lib().quor_cs_kit_destroy(self._kit)

@@ -54,6 +54,11 @@ public final class Kit extends NativeHandle {
     Native.check(KitNative.kitDeskEnd(live(), Utf8.bytes(text), code));
   }
 
+  /** The desk invites the customer to leave a message: a line by LEAVE_MESSAGE_INVITATION. */
+  public void deskInviteLeaveMessage(@NotNull String text) {
+    Native.check(KitNative.kitDeskInviteLeaveMessage(live(), Utf8.bytes(text)));
+  }
+
   @Override
   void destroy(long handle) {
     KitNative.kitDestroy(handle);

@@ -28,4 +28,6 @@ final class KitNative {
   static native int kitDeskRequestRating(long kit);
 
   static native int kitDeskEnd(long kit, byte[] text, int code);
+
+  static native int kitDeskInviteLeaveMessage(long kit, byte[] text);
 }
