@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <exception>
@@ -81,6 +82,10 @@ void keepAppDispatcher();
 // and cut across its reports. True when `deskId` had none; forget it when the service goes.
 bool claimDesk(const std::string& deskId);
 void releaseDesk(const std::string& deskId);
+
+// A header's enumerator and the C++ value it stands for: equal, or the build fails.
+#define QUOR_CS_SAME(cValue, cxxValue) \
+  static_assert(static_cast<int64_t>(cValue) == static_cast<int64_t>(cxxValue), #cValue)
 
 // The bytes of a growable struct (quor_cs_observer, _host_functions, _status) that cover `member`:
 // the smallest `size` the library takes.

@@ -9,8 +9,6 @@ namespace {
 
 // The header's enumerators are the C++ enums' values: checked here, so that the two never drift
 // (the bindings are checked against the header by tests/check-enum-lists.py).
-#define QUOR_CS_SAME(cValue, cxxValue) \
-  static_assert(static_cast<int>(cValue) == static_cast<int>(cxxValue), #cValue)
 QUOR_CS_SAME(QUOR_CS_STATE_NOT_STARTED, KXCSServiceState::NotStarted);
 QUOR_CS_SAME(QUOR_CS_STATE_CONNECTING, KXCSServiceState::Connecting);
 QUOR_CS_SAME(QUOR_CS_STATE_CONNECTED, KXCSServiceState::Connected);
@@ -54,7 +52,6 @@ QUOR_CS_SAME(QUOR_CS_EMPTY_TEXT, KXCSServiceResult::EmptyText);
 QUOR_CS_SAME(QUOR_CS_INVALID_TEXT, KXCSServiceResult::InvalidText);
 QUOR_CS_SAME(QUOR_CS_TOO_LARGE, KXCSServiceResult::TooLarge);
 QUOR_CS_SAME(QUOR_CS_NOT_RETRYABLE, KXCSServiceResult::NotRetryable);
-#undef QUOR_CS_SAME
 
 // A status with the storage its C view points into.
 struct StatusView {

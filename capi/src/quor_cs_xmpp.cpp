@@ -5,8 +5,6 @@
 #include "QuorXmppHost/QuorXmppHost.h"
 
 // The header's XMPP enumerators are the host's own values.
-#define QUOR_CS_SAME(cValue, cxxValue) \
-  static_assert(static_cast<int64_t>(cValue) == static_cast<int64_t>(cxxValue), #cValue)
 QUOR_CS_SAME(QUOR_CS_XMPP_CONNECTED, quor::QuorXmppConnectionStatus::Connected);
 QUOR_CS_SAME(QUOR_CS_XMPP_CONNECTING, quor::QuorXmppConnectionStatus::Connecting);
 QUOR_CS_SAME(QUOR_CS_XMPP_DISCONNECTED, quor::QuorXmppConnectionStatus::Disconnected);
@@ -21,7 +19,6 @@ QUOR_CS_SAME(QUOR_CS_XMPP_ERROR_NO_SUCH_RECIPIENT, quor::QuorXmppErrorNoSuchReci
 QUOR_CS_SAME(QUOR_CS_XMPP_ERROR_NOT_SENDABLE, quor::QuorXmppErrorNotSendable);
 QUOR_CS_SAME(QUOR_CS_XMPP_ERROR_STOPPED, quor::QuorXmppErrorStopped);
 QUOR_CS_SAME(QUOR_CS_XMPP_ERROR_TOO_LARGE, quor::QuorXmppErrorTooLarge);
-#undef QUOR_CS_SAME
 
 struct quor_cs_xmpp_host {
   std::shared_ptr<quor::QuorXmppHost> host;
