@@ -1,6 +1,7 @@
 package com.quor.cs;
 
 import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertFalse;
 import static org.junit.jupiter.api.Assertions.assertNotNull;
 import static org.junit.jupiter.api.Assertions.assertThrows;
 import static org.junit.jupiter.api.Assertions.assertTrue;
@@ -41,6 +42,13 @@ public class JourneyTest {
       kit.settle();
       assertEquals(State.ROBOT, service.status().state);
       assertTrue(service.status().configJson.contains("\"companyName\":\"Quor Shop\""));
+      Configuration config = service.status().config;
+      assertEquals("Quor Shop", config.companyName);
+      assertFalse(config.blocked);
+      assertEquals(5, config.evaluationOptions.stream().mapToInt(option -> option.value).max()
+          .getAsInt());
+      assertTrue(config.leaveMessageForm.stream()
+          .anyMatch(field -> field.name.equals("phone") && field.verification.equals("mobile")));
 
       service.sendText("Where is my order?");
       kit.settle();

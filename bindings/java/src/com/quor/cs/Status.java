@@ -19,6 +19,8 @@ public final class Status {
   public final @NotNull List<Group> groups;
   /** From Connected on: the desk's configuration as a JSON object; null before. */
   public final @Nullable String configJson;
+  /** From Connected on: the desk's configuration, typed; null before. */
+  public final @Nullable Configuration config;
 
   Status(State state, Reason reason, boolean canAskForAgent, long code, String text,
       List<Group> groups, String configJson) {
@@ -29,6 +31,7 @@ public final class Status {
     this.text = text;
     this.groups = groups;
     this.configJson = configJson;
+    this.config = Configuration.fromJson(configJson);
   }
 
   // Made by the native layer from the C status; strings arrive as UTF-8 bytes.
