@@ -21,7 +21,8 @@ import kotlinx.coroutines.flow.first
  */
 class SupportSession(deskId: String) : AutoCloseable {
     private val mutableStatus: MutableStateFlow<Status>
-    private val mutableConversation = MutableStateFlow<List<SupportLine>>(emptyList())
+    private val lines = ArrayList<SupportLine>()
+    private val mutableConversation = MutableStateFlow<List<SupportLine>>(LinesSoFar(lines, 0))
     private val mutableUnread = MutableStateFlow(0L)
     private val service: SupportService
 
@@ -32,14 +33,17 @@ class SupportSession(deskId: String) : AutoCloseable {
             }
 
             override fun onMessage(message: SupportLine) {
-                mutableConversation.value = mutableConversation.value + message
+                lines.add(message)
+                mutableConversation.value = LinesSoFar(lines, lines.size)
             }
 
-            // A delivery update replaces its line, found by its sequence number.
+            // A delivery update replaces its line: the lines are numbered 1, 2, 3 ... in order.
             override fun onMessageDelivery(message: SupportLine) {
-                mutableConversation.value = mutableConversation.value.map {
-                    if (it.sequence == message.sequence) message else it
-                }
+                val first = lines.firstOrNull() ?: return
+                val index = (message.sequence - first.sequence).toInt()
+                if (index !in lines.indices) return
+                lines[index] = message
+                mutableConversation.value = LinesSoFar(lines, lines.size)
             }
 
             override fun onUnreadCountChanged(unread: Long) {
@@ -53,7 +57,11 @@ class SupportSession(deskId: String) : AutoCloseable {
     /** The service's state as the library reported it last. */
     val status: StateFlow<Status> = mutableStatus.asStateFlow()
 
-    /** Every line of the conversation, oldest first; a line's delivery changes in place. */
+    /**
+     * Every line of the conversation, oldest first; a line's delivery changes in place. Each
+     * value is a new read-only view of one growing list, so a line costs the same however long
+     * the conversation is; two values are equal only when they are the same value.
+     */
     val conversation: StateFlow<List<SupportLine>> = mutableConversation.asStateFlow()
 
     /** The desk's lines not yet marked read. */
@@ -100,4 +108,18 @@ class SupportSession(deskId: String) : AutoCloseable {
         operation()
         return status.first { it !== before }
     }
+}
+
+// The first `size` lines of the session's growing list, read-only. Equal only to itself, so that
+// the StateFlow hands on every new value without comparing the lines.
+private class LinesSoFar(private val all: List<SupportLine>, override val size: Int) :
+    AbstractList<SupportLine>() {
+    override fun get(index: Int): SupportLine {
+        if (index !in 0 until size) throw IndexOutOfBoundsException("line $index of $size")
+        return all[index]
+    }
+
+    override fun equals(other: Any?): Boolean = this === other
+
+    override fun hashCode(): Int = System.identityHashCode(this)
 }
