@@ -58,4 +58,15 @@ inline jlong toLong(const void* pointer) {
   return static_cast<jlong>(reinterpret_cast<intptr_t>(pointer));
 }
 
+// A handle made by `create(text, &reason)` from a Java byte array's text, as a long; when it
+// fails (0), the reason goes to out[0].
+template <class Handle>
+jlong createWithReason(JNIEnv* env, jbyteArray text, jobjectArray error,
+                       Handle* (*create)(const char*, char**)) {
+  char* reason = nullptr;
+  Handle* made = create(Text(env, text).get(), &reason);
+  giveOut(env, error, 0, reason);
+  return toLong(made);
+}
+
 }  // namespace quor::jni

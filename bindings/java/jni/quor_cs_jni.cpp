@@ -413,10 +413,7 @@ NATIVE(void, sendFailed)(JNIEnv*, jclass, jlong send, jlong code) {
 }
 
 NATIVE(jlong, xmppCreate)(JNIEnv* env, jclass, jbyteArray options, jobjectArray error) {
-  char* reason = nullptr;
-  quor_cs_xmpp_host* host = quor_cs_xmpp_host_create(Text(env, options).get(), &reason);
-  giveOut(env, error, 0, reason);
-  return toLong(host);
+  return createWithReason(env, options, error, quor_cs_xmpp_host_create);
 }
 NATIVE(void, xmppDestroy)(JNIEnv*, jclass, jlong host) {
   quor_cs_xmpp_host_destroy(handle<quor_cs_xmpp_host>(host));

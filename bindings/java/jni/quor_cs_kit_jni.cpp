@@ -9,10 +9,7 @@ using namespace quor::jni;
 #define NATIVE(type, name) extern "C" JNIEXPORT type JNICALL Java_com_quor_cs_KitNative_##name
 
 NATIVE(jlong, kitCreate)(JNIEnv* env, jclass, jbyteArray profile, jobjectArray error) {
-  char* reason = nullptr;
-  quor_cs_kit* kit = quor_cs_kit_create(Text(env, profile).get(), &reason);
-  giveOut(env, error, 0, reason);
-  return toLong(kit);
+  return createWithReason(env, profile, error, quor_cs_kit_create);
 }
 NATIVE(void, kitDestroy)(JNIEnv*, jclass, jlong kit) {
   quor_cs_kit_destroy(handle<quor_cs_kit>(kit));
