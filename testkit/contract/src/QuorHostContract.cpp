@@ -141,7 +141,7 @@ TEST_P(QuorHostContract, SendClosuresRunExactlyOnceWithIdsAndCodesUnchanged) {
     return successes + recordSuccesses + errors >= 3 && subject->deskReceived().size() >= 3;
   }));
   // A second report of those would come before the outcome of a send made after them.
-  bool later = false;
+  std::atomic<bool> later{false};  // set where the host runs its closures
   subject->core().sendMessage(
       KXConversationTypeCustomerService, subject->deskId(), text("five"), std::nullopt,
       std::nullopt, [&](int64_t) { later = true; }, [&](int64_t, int64_t) { later = true; });
