@@ -219,6 +219,9 @@ TEST_F(DeskConsole, IdleAndManyClientsDoNotStopItServingOthers) {
   std::atomic<int> refused{0};
   for (std::size_t i = 0; i <= QuorDeskConsole::Options().eventStreams; ++i) {
     pages.push_back(ada());
+    // A stream waits between keep-alives longer than the client's usual read timeout; on a slow
+    // machine the logins of the later pages take that long too.
+    pages.back()->set_read_timeout(std::chrono::minutes(5));
     following.emplace_back([&refused, page = pages.back().get()] {
       const auto answer = page->Get("/api/events", [](const char*, size_t) { return true; });
       if (answer && answer->status == 503) ++refused;
