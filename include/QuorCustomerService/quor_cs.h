@@ -44,9 +44,12 @@ extern "C" {
 #ifndef __cplusplus
 /* C: `quor_cs_observer observer = QUOR_CS_OBSERVER_INIT;` (every other member NULL or 0). C++:
  * `quor_cs_observer observer{}; observer.size = sizeof observer;`. */
-#define QUOR_CS_OBSERVER_INIT {.size = sizeof(quor_cs_observer)}
-#define QUOR_CS_HOST_FUNCTIONS_INIT {.size = sizeof(quor_cs_host_functions)}
-#define QUOR_CS_STATUS_INIT {.size = sizeof(quor_cs_status)}
+#define QUOR_CS_OBSERVER_INIT \
+  { .size = sizeof(quor_cs_observer) }
+#define QUOR_CS_HOST_FUNCTIONS_INIT \
+  { .size = sizeof(quor_cs_host_functions) }
+#define QUOR_CS_STATUS_INIT \
+  { .size = sizeof(quor_cs_status) }
 #endif
 
 /* "1.0.0": the library's version text. Static storage. */
@@ -144,7 +147,7 @@ typedef struct quor_cs_group {
 typedef struct quor_cs_status {
   size_t size; /* sizeof(quor_cs_status) as the app was compiled (QUOR_CS_STATUS_INIT) */
   int state;   /* quor_cs_state */
-  int reason; /* quor_cs_reason */
+  int reason;  /* quor_cs_reason */
   int can_ask_for_agent;
   int64_t code;     /* Failed and Ended: the host's or the desk's code */
   const char* text; /* the system's text; "" when none */
@@ -353,10 +356,11 @@ typedef enum quor_cs_xmpp_status {
 QUOR_CS_C_API int quor_cs_xmpp_host_status(const quor_cs_xmpp_host* host);
 /* The XMPP host's error codes: a failed line's error_code, a send's failure (docs/xmpp.md). */
 typedef enum quor_cs_xmpp_error {
-  QUOR_CS_XMPP_ERROR_NOT_ONLINE = 31001,        /* no link within the outbox timeout: not written */
-  QUOR_CS_XMPP_ERROR_CONNECTION_LOST = 31002,   /* written, the link went unconfirmed: may have arrived */
-  QUOR_CS_XMPP_ERROR_TIMEOUT = 31003,           /* written, not confirmed in time: may have arrived */
-  QUOR_CS_XMPP_ERROR_REJECTED = 31004,          /* the server returned an error for it */
+  QUOR_CS_XMPP_ERROR_NOT_ONLINE = 31001, /* no link within the outbox timeout: not written */
+  QUOR_CS_XMPP_ERROR_CONNECTION_LOST =
+      31002,                           /* written, the link went unconfirmed: may have arrived */
+  QUOR_CS_XMPP_ERROR_TIMEOUT = 31003,  /* written, not confirmed in time: may have arrived */
+  QUOR_CS_XMPP_ERROR_REJECTED = 31004, /* the server returned an error for it */
   QUOR_CS_XMPP_ERROR_NO_SUCH_RECIPIENT = 31005, /* the recipient does not exist or cannot take it */
   QUOR_CS_XMPP_ERROR_NOT_SENDABLE = 31006,      /* no body, not XML text, no JID for the target */
   QUOR_CS_XMPP_ERROR_STOPPED = 31007,           /* the host was destroyed or logged out meanwhile */
