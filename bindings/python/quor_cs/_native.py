@@ -28,11 +28,16 @@ def _declarations(text):
     # cffi reads plain C: keep integer #defines, drop every other preprocessor line and the
     # export macro.
     lines = []
+    continued = False  # the line goes on a dropped preprocessor line (ends with a backslash)
     for line in text.splitlines():
         stripped = line.strip()
+        if continued:
+            continued = stripped.endswith("\\")
+            continue
         if stripped in ('extern "C" {', "}") and not line.startswith(" "):
             continue  # the C++ linkage block, opened and closed under #ifdef __cplusplus
         if stripped.startswith("#"):
+            continued = stripped.endswith("\\")
             if re.match(r"#define\s+QUOR_CS_C_API_(MAJOR|MINOR)\s+\d+\s*$", stripped):
                 lines.append(stripped)
             continue
