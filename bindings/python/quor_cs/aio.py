@@ -15,7 +15,9 @@ from . import (Message, Observer, Service, State, Status, drop_task, run_task,
 
 __all__ = ["AsyncService"]
 
-_WAITING = (State.NOT_STARTED, State.CONNECTING)
+# The states of a start the desk has not finished answering: its answer and its first mode
+# may come in two turns of the loop.
+_ANSWERING = (State.NOT_STARTED, State.CONNECTING, State.CONNECTED)
 
 
 class _Feed(Observer):
@@ -60,9 +62,15 @@ class AsyncService:
 
     async def start(self, customer: Optional[Dict[str, Any]] = None,
                     timeout: float = 15) -> Status:
-        """Sends the handshake; returns once the desk answered (or the start failed)."""
+        """Sends the handshake; returns the state the desk's answer led to (the robot, an agent,
+        the group choice) or FAILED. A desk that sends no mode within the timeout leaves the
+        service CONNECTED, and that is returned."""
         self.service.start(customer, timeout)
-        return await self._until(lambda status: status.state not in _WAITING)
+        try:
+            return await asyncio.wait_for(
+                self._until(lambda status: status.state not in _ANSWERING), timeout or None)
+        except asyncio.TimeoutError:
+            return self.status
 
     async def ask_for_agent(self) -> Status:
         """Asks for an agent; returns the next state the desk's answer leads to."""

@@ -8,6 +8,7 @@ import kotlinx.coroutines.flow.MutableStateFlow
 import kotlinx.coroutines.flow.StateFlow
 import kotlinx.coroutines.flow.asStateFlow
 import kotlinx.coroutines.flow.first
+import kotlinx.coroutines.withTimeoutOrNull
 
 /**
  * One customer service with one desk, as Kotlin code holds it: its [status] and its
@@ -74,11 +75,15 @@ class SupportSession(deskId: String) : AutoCloseable {
 
     /**
      * Sends the handshake and suspends until the desk answered: the status reached (the robot,
-     * an agent, the group choice) or Failed, with its reason.
+     * an agent, the group choice) or Failed, with its reason. The desk's answer and its first
+     * mode may come in two main-thread turns; a desk that sends no mode within the timeout
+     * leaves the service Connected, and that is returned.
      */
     suspend fun start(customer: Customer? = null, timeoutMillis: Long = 15_000): Status {
         service.start(customer, timeoutMillis)
-        return status.first { it.state != State.NOT_STARTED && it.state != State.CONNECTING }
+        val answered = suspend { status.first { it.state !in answering } }
+        if (timeoutMillis <= 0) return answered()
+        return withTimeoutOrNull(timeoutMillis) { answered() } ?: status.value
     }
 
     /** Asks for a human agent; suspends until the desk answered (the groups, a wait, an agent). */
@@ -101,6 +106,9 @@ class SupportSession(deskId: String) : AutoCloseable {
     fun end() = service.end()
 
     override fun close() = service.close()
+
+    // The states of a start that the desk has not finished answering.
+    private val answering = setOf(State.NOT_STARTED, State.CONNECTING, State.CONNECTED)
 
     // Runs `operation` and waits for the next reported state, whatever it is.
     private suspend fun afterChange(operation: () -> Unit): Status {
