@@ -43,15 +43,59 @@ TEST(ConsoleBoard, TheDesksMessagesMakeTheCustomersStateAndReadableLines) {
   EXPECT_EQ(conversation["customer"]["name"], "梅");
   EXPECT_EQ(conversation["customer"]["state"], "ended");
   EXPECT_EQ(conversation["customer"]["agent"], "Ada");
-  EXPECT_EQ(conversation["customer"]["unread"], 2);
+  EXPECT_EQ(conversation["customer"]["written"], 2);
   EXPECT_THAT(texts(conversation),
               ElementsAre("event: started a service", "robot: Hi!", "customer: hi", "robot: Hello",
                           "event: asked for an agent and chose group sales", "event: taken by Ada",
                           "event: rated 4 stars \u201cok\u201d", "event: left a message",
                           "event: the service ended: Bye", "customer: "));
   EXPECT_EQ(board.state()["inbox"][0]["values"]["phone"], "1");
-  board.markRead(mei);
-  EXPECT_EQ(board.conversation(mei)["customer"]["unread"], 0);
+  EXPECT_TRUE(board.conversation("nobody").is_null());
+}
+
+TEST(ConsoleBoard, EachAgentReadsForHerselfAndThePeoplesRecordsShowAsTheyWereMade) {
+  QuorConsoleBoard board;
+  const std::string kai = "kai@localhost";
+  board.record(said(kai, true, "KX:CsHs", R"({"userInfo":{"name":"Kai"}})"));
+  QuorDeskStore::Record text = said(kai, true, "KX:TxtMsg", R"({"content":"one"})");
+  text.stamp = 900;  // the server's stamp, before the desk took it
+  board.record(text);
+  board.record(said(kai, true, "KX:TxtMsg", R"({"content":"two"})"));
+  // Bo looks at Kai: Ada's count stays. A read beyond what Kai wrote reads what there is.
+  board.record(said(kai, false, QuorConsoleBoard::kRead, R"({"upTo":9})", "", "Bo"));
+  EXPECT_EQ(board.readBy(kai, "Bo"), 2u);
+  EXPECT_EQ(board.readBy(kai, "Ada"), 0u);
+  EXPECT_EQ(board.conversation(kai, "Ada")["customer"]["read"], 0);
+  EXPECT_EQ(board.state("Bo")["customers"][0]["read"], 2);
+  EXPECT_FALSE(board.conversation(kai)["customer"].contains("read"));  // events carry no reads
+
+  board.record(said(kai, true, "KX:CsCha", R"({"groupid":"sales"})"));
+  board.record(said(kai, false, "KX:CsChaR", R"({"data":{"status":1}})", "", "Ada"));
+  board.record(said(kai, false, QuorConsoleBoard::kNote, R"({"text":"VIP"})", "", "Bo"));
+  board.record(said(kai, false, QuorConsoleBoard::kPassed, R"({"to":"Bo"})", "", "Ada"));
+  EXPECT_EQ(board.conversation(kai)["customer"]["agent"], "Bo");
+  board.record(said(kai, false, QuorConsoleBoard::kPassed, R"({"group":"vip"})", "", "Bo"));
+  const KXDictionary passed = board.conversation(kai)["customer"];
+  EXPECT_EQ(passed["state"], "waiting");
+  EXPECT_EQ(passed["group"], "vip");
+  EXPECT_EQ(passed["agent"], "");
+  // The desk's text in a step that answered the customer is its own (an automatic receipt).
+  board.record(said(kai, true, "KX:CsLM", "{}"));
+  board.record(said(kai, false, "KX:TxtMsg", R"({"content":"Got it"})", "agent", ""));
+  const KXDictionary lines = board.conversation(kai)["lines"];
+  EXPECT_EQ(lines[1]["stamp"], 900);
+  EXPECT_FALSE(lines[2].contains("stamp"));
+  std::vector<std::string> whoAndEvent;
+  for (const auto& line : lines) {
+    whoAndEvent.push_back(line["who"].get<std::string>() + " " +
+                          (line.contains("event") ? line["event"].get<std::string>() : ""));
+  }
+  EXPECT_THAT(whoAndEvent, ElementsAre("event started", "customer ", "customer ", "event asked",
+                                       "event taken", "note ", "event passedToAgent",
+                                       "event passedToGroup", "event leftMessage", "desk "));
+  EXPECT_EQ(lines[6]["values"]["to"], "Bo");
+  // A people's record of a customer the board does not know makes no customer.
+  board.record(said("nobody", false, QuorConsoleBoard::kNote, R"({"text":"x"})", "", "Bo"));
   EXPECT_TRUE(board.conversation("nobody").is_null());
 }
 
@@ -70,6 +114,12 @@ TEST(ConsoleBoard, KeepsItsBoundsAndSendsAPageTooFarBehindToReload) {
     board.record(said(who, true, "KX:CsSp", "{}"));
   }
   EXPECT_TRUE(board.conversation("a").is_null());  // the oldest finished went first
+  bool gone = false, behind = false;
+  for (const auto& event : board.eventsAfter(board.state()["seq"].get<uint64_t>() - 2,
+                                             std::chrono::milliseconds(0), &behind)) {
+    gone = gone || event.find(R"("gone":"a")") != std::string::npos;
+  }
+  EXPECT_TRUE(gone);  // pages drop it too
   EXPECT_FALSE(board.conversation("c").is_null());
   EXPECT_EQ(board.state()["inbox"].size(), 2u);
   for (const char* who : {"d", "e"}) board.record(said(who, true, "KX:TxtMsg", "{}"));

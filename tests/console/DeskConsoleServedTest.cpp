@@ -73,13 +73,19 @@ class DeskConsoleServed : public ::testing::Test {
 
   // What an agent's action got: the status and the answer's body.
   std::pair<int, std::string> act(const std::string& agent, const std::string& what,
-                                  const std::string& text = "") {
-    KXDictionary request = {{"customer", "mei@localhost"}, {"do", what}};
+                                  const std::string& text = "",
+                                  KXDictionary request = KXDictionary::object()) {
+    request["customer"] = "mei@localhost";
+    request["do"] = what;
     if (!text.empty()) request["text"] = text;
     httplib::Client client("127.0.0.1", console_->port());
     const auto answer =
         client.Post("/api/act", {{"Cookie", cookies_[agent]}}, request.dump(), "application/json");
     return answer ? std::make_pair(answer->status, answer->body) : std::make_pair(0, "");
+  }
+  KXDictionary get(const std::string& path) {
+    const auto answer = client_->Get(path);
+    return answer ? KXDictionary::parse(answer->body) : KXDictionary();
   }
   KXDictionary state() {
     const auto answer = client_->Get("/api/state");
@@ -153,6 +159,71 @@ TEST_F(DeskConsoleServed, OneAgentWinsTheTakeOnlyTheTakerActsAndARestartKeepsItA
     EXPECT_THAT(text, ::testing::Not(HasSubstr("Sorry")));
   }
   EXPECT_EQ(act(winner, "take").second, R"({"error":"the customer was taken by )" + winner + "\"}");
+}
+
+TEST_F(DeskConsoleServed, AgentsPassCustomersOnNoteReadForThemselvesAndSearchAfterARestart) {
+  say("KX:CsHs", R"({"userInfo":{"name":"Mei Lin"}})");
+  say("KX:CsCha", R"({"groupid":"sales"})");
+  ASSERT_TRUE(eventually([&] { return mei().value("state", "") == "waiting"; }));
+  ASSERT_EQ(act("Ada", "take").first, 200);
+  EXPECT_EQ(act("Ada", "pass", "", {{"to", "Ada"}}).second,
+            R"({"error":"you serve this customer already"})");
+  EXPECT_EQ(act("Ada", "pass", "", {{"to", "Zed"}}).second, R"({"error":"no agent Zed"})");
+  ASSERT_EQ(act("Ada", "pass", "", {{"to", "Bo"}}).first, 200);
+  ASSERT_TRUE(eventually([&] {
+    return mei_->answers().count(
+        "I am passing you to my colleague Bo, who will help you from here.");
+  }));
+  EXPECT_EQ(mei()["agent"], "Bo");
+  EXPECT_EQ(act("Ada", "say", "still me").first, 409);
+  ASSERT_EQ(act("Bo", "pass", "", {{"group", "vip"}}).first, 200);
+  EXPECT_EQ(mei()["state"], "waiting");
+  EXPECT_EQ(mei()["group"], "vip");
+  ASSERT_EQ(act("Ada", "take").first, 200);  // back from the wait
+
+  // A note is for agents only, any agent writes one; an ideographic space is nothing to send.
+  EXPECT_EQ(act("Bo", "note", "prefers email").first, 200);
+  EXPECT_EQ(act("Ada", "say", "\u3000\u00a0").second, R"({"error":"nothing to send"})");
+  say("KX:TxtMsg", R"({"content":"my parcel 4711 is late"})");
+  say("KX:CsLM", R"({"phone":"555"})");  // the desk's receipt answers it: no person wrote that
+  ASSERT_TRUE(eventually([&] { return mei().value("written", 0) == 1; }));
+  ASSERT_EQ(act("Bo", "read").first, 200);
+  ASSERT_TRUE(eventually([&] { return state()["inbox"].size() == 1; }));
+
+  stopDesk();
+  startDesk();
+  EXPECT_EQ(mei()["read"], 0);  // Ada's count: Bo's look did not clear it
+  client_->set_default_headers({{"Cookie", cookies_["Bo"]}});
+  EXPECT_EQ(mei()["read"], 1);
+  const KXDictionary lines = get("/api/conversation?customer=mei@localhost")["lines"];
+  std::vector<std::string> who;
+  for (const auto& line : lines) {
+    if (line["who"] == "note" || line["who"] == "desk" ||
+        line.value("event", "").rfind("passed", 0) == 0)
+      who.push_back(line["who"].get<std::string>() + ":" + line["text"].get<std::string>());
+  }
+  EXPECT_THAT(
+      who, ::testing::ElementsAre(
+               "event:passed by Ada to Bo", "event:passed by Bo to the wait of group vip",
+               "note:prefers email", "desk:Thanks, we have your message and will call you back."));
+  for (const auto& [text, count] : mei_->answers())
+    EXPECT_THAT(text, ::testing::Not(HasSubstr("prefers")));
+
+  // Search: by a word of a text, of a note, by the customer's name and address, case aside.
+  const auto found = [&](const std::string& words) {
+    std::vector<std::string> texts;
+    httplib::Params query = {{"q", words}};
+    const auto answer = client_->Get("/api/search", query, httplib::Headers());
+    const KXDictionary results = KXDictionary::parse(answer->body)["results"];
+    for (const auto& result : results)
+      texts.push_back(result["who"].get<std::string>() + ":" + result["text"].get<std::string>());
+    return texts;
+  };
+  EXPECT_THAT(found("4711"), ::testing::ElementsAre("customer:my parcel 4711 is late"));
+  EXPECT_THAT(found("EMAIL"), ::testing::ElementsAre("note:prefers email"));
+  EXPECT_THAT(found("mei lin"), ::testing::Contains("customer:started a service as Mei Lin"));
+  EXPECT_EQ(found("mei@localhost").size(), found("mei@").size());
+  EXPECT_THAT(found("100%"), ::testing::IsEmpty());  // a wildcard is a character
 }
 
 }  // namespace

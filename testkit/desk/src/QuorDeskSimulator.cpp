@@ -262,6 +262,25 @@ bool QuorDeskSimulator::declineAgent(int status) {
   return true;
 }
 
+bool QuorDeskSimulator::passToAgent(const std::string& name, const std::string& text) {
+  if (takenBy().empty() || name.empty()) return false;
+  if (!text.empty()) sendText(text, true);
+  std::lock_guard<std::mutex> lock(mutex_);
+  groupAgent_["name"] = name;
+  takenBy_ = name;
+  return true;
+}
+
+bool QuorDeskSimulator::passToGroup(const std::string& group, const std::string& text) {
+  if (takenBy().empty()) return false;
+  if (!text.empty()) sendText(text, true);
+  // The customer's app stays with an agent, and the desk stays quiet until a person takes them.
+  std::lock_guard<std::mutex> lock(mutex_);
+  takenBy_.clear();
+  waiting_ = group;
+  return true;
+}
+
 std::string QuorDeskSimulator::takenBy() const {
   std::lock_guard<std::mutex> lock(mutex_);
   return takenBy_;

@@ -9,18 +9,12 @@
 namespace quor {
 namespace {
 
-int64_t nowMs() {
-  return std::chrono::duration_cast<std::chrono::milliseconds>(
-             std::chrono::system_clock::now().time_since_epoch())
-      .count();
-}
-
 KXDictionary objectOr(const KXDictionary& value) {
   return value.is_object() ? value : KXDictionary::object();
 }
 
 // The customer's name as the desk knows it: their name, nickname, user id, else their address.
-std::string nameOf(const KXDictionary& userInfo, const std::string& id) {
+std::string displayName(const KXDictionary& userInfo, const std::string& id) {
   for (const char* key : {"name", "nickName", "userId"}) {
     if (!KXJsonMembers::text(userInfo, key).empty()) return KXJsonMembers::text(userInfo, key);
   }
@@ -30,6 +24,12 @@ std::string nameOf(const KXDictionary& userInfo, const std::string& id) {
 }  // namespace
 
 QuorConsoleBoard::QuorConsoleBoard(Limits limits) : limits_(limits) {}
+
+int64_t QuorConsoleBoard::now() {
+  return std::chrono::duration_cast<std::chrono::milliseconds>(
+             std::chrono::system_clock::now().time_since_epoch())
+      .count();
+}
 
 QuorConsoleBoard::Customer& QuorConsoleBoard::customerFor(const std::string& id) {
   auto found = customers_.find(id);
@@ -57,12 +57,14 @@ bool QuorConsoleBoard::dropOne(const std::string& keep) {
   return true;
 }
 
-void QuorConsoleBoard::forget(const std::string& id) {
+void QuorConsoleBoard::forget(const std::string& which) {
+  const std::string id = which;  // `which` may live in what is erased here
   const auto found = customers_.find(id);
   if (found == customers_.end()) return;
   if (found->second.isFinished) finished_.erase(found->second.finished);
   bytes_ -= found->second.infoBytes + found->second.linesBytes;
   customers_.erase(found);
+  publish({{"gone", id}});
 }
 
 void QuorConsoleBoard::setInfo(Customer& customer, const KXDictionary& handshake) {
@@ -73,7 +75,7 @@ void QuorConsoleBoard::setInfo(Customer& customer, const KXDictionary& handshake
   for (const auto& section : info) bytes += section.dump().size();
   if (bytes > limits_.infoBytes) {
     // Too much to keep: the customer's name, and a note in place of the rest.
-    const std::string name = nameOf(info[0], customer.id);
+    const std::string name = displayName(info[0], customer.id);
     const KXDictionary cut = {{"cut", std::to_string(bytes) +
                                           " bytes, over the console's limit of " +
                                           std::to_string(limits_.infoBytes)}};
@@ -91,7 +93,9 @@ void QuorConsoleBoard::setInfo(Customer& customer, const KXDictionary& handshake
 }
 
 std::size_t QuorConsoleBoard::bytesOf(const Line& line) {
-  return sizeof(Line) + line.who.size() + line.name.size() + line.text.size();
+  // An event's values repeat what its text says.
+  return sizeof(Line) + line.who.size() + line.name.size() + 2 * line.text.size() +
+         line.event.size();
 }
 
 void QuorConsoleBoard::addLine(Customer& customer, Line line) {
@@ -114,6 +118,14 @@ void QuorConsoleBoard::addLine(Customer& customer, Line line) {
   publish({{"customer", view(customer, false)}, {"line", lineView(line)}});
 }
 
+void QuorConsoleBoard::addEvent(Customer& customer, int64_t time, const std::string& key,
+                                const std::string& text, KXDictionary values) {
+  Line line{time, "event", "", text};
+  line.event = key;
+  line.values = std::move(values);
+  addLine(customer, std::move(line));
+}
+
 void QuorConsoleBoard::setState(Customer& customer, const std::string& state) {
   if (customer.isFinished) {
     finished_.erase(customer.finished);
@@ -133,101 +145,173 @@ void QuorConsoleBoard::record(const QuorDeskStore::Record& record) {
   const KXDictionary body =
       record.body ? KXJsonTree::parse(*record.body, KXJsonTree::kMaxDepth).value_or(KXDictionary())
                   : KXDictionary();
-  const std::string& id = record.customer;
-  const std::string& type = record.objectName;
-  const int64_t now = record.time;
   std::lock_guard<std::mutex> lock(mutex_);
   if (closed_) return;
-  Customer& customer = customerFor(id);
-  const std::string name = nameOf(customer.userInfo, id);
-  auto event = [&](const std::string& what) { addLine(customer, {now, "event", "", what}); };
-  if (record.fromCustomer) {
-    if (type == KXCSHandShakeMessage::getObjectName()) {
-      setInfo(customer, body);
-      customer.agent.clear();
-      customer.rating.clear();
-      setState(customer, "robot");
-      // The page learns the new information once, here.
-      publish({{"customer", view(customer)}});
-      event("started a service");
-    } else if (type == KXTextMessage::getObjectName()) {
-      ++customer.unread;
-      addLine(customer, {now, "customer", name, KXJsonMembers::text(body, "content")});
-    } else if (type == KXCSChangeModeMessage::getObjectName()) {
-      const std::string group = KXJsonMembers::text(body, "groupid");
-      customer.group = group;
-      setState(customer, "waiting");
-      customer.waitingSince = now;
-      event(group.empty() ? "asked for an agent" : "asked for an agent and chose group " + group);
-    } else if (type == KXCSEvaluateMessage::getObjectName()) {
-      const bool robot = KXJsonMembers::text(body, "type") == "0";
-      std::string rating =
-          robot ? "rated the robot"
-                : "rated " + std::to_string(KXJsonMembers::integer(body, "source", 0)) + " stars";
-      if (!KXJsonMembers::text(body, "suggest").empty())
-        rating += " \u201c" + KXJsonMembers::text(body, "suggest") + "\u201d";
-      customer.rating = rating;
-      event(rating);
-    } else if (type == KXCSLeaveMessage::getObjectName()) {
-      inbox_.push_back(
-          {{"customer", id}, {"name", name}, {"time", now}, {"values", objectOr(body)}});
-      if (inbox_.size() > limits_.inboxKept) inbox_.pop_front();
-      publish({{"inbox", inbox_.back()}});
-      event("left a message");
-    } else if (type == KXCSSuspendMessage::getObjectName()) {
-      setState(customer, "ended");
-      event("left the service (suspended)");
-    }
+  if (record.objectName.rfind("console.", 0) == 0) {
+    // The people's records are about customers on the board; others are gone already.
+    const auto found = customers_.find(record.customer);
+    if (found != customers_.end()) recordPeople(found->second, record, body);
     return;
   }
+  Customer& customer = customerFor(record.customer);
+  if (record.fromCustomer) {
+    recordFromCustomer(customer, record, body);
+  } else {
+    recordFromDesk(customer, record, body);
+  }
+}
+
+void QuorConsoleBoard::recordPeople(Customer& customer, const QuorDeskStore::Record& record,
+                                    const KXDictionary& body) {
+  const std::string& type = record.objectName;
+  if (type == kRead) {
+    const int64_t upTo = KXJsonMembers::integer(body, "upTo", 0);
+    uint64_t& read = customer.readUpTo[record.agent];
+    if (upTo <= 0 || static_cast<uint64_t>(upTo) <= read) return;
+    read = std::min<uint64_t>(static_cast<uint64_t>(upTo), customer.written);
+    publish({{"read", {{"customer", customer.id}, {"agent", record.agent}, {"upTo", read}}}});
+  } else if (type == kNote) {
+    addLine(customer, {record.time, "note", record.agent, KXJsonMembers::text(body, "text")});
+  } else if (type == kPassed) {
+    const std::string to = KXJsonMembers::text(body, "to");
+    const std::string group = KXJsonMembers::text(body, "group");
+    KXDictionary values = {{"by", record.agent}, {"to", to}, {"group", group}};
+    if (!to.empty()) {
+      customer.agent = to;
+      addEvent(customer, record.time, "passedToAgent", "passed by " + record.agent + " to " + to,
+               std::move(values));
+    } else {
+      customer.agent.clear();
+      customer.group = group;
+      setState(customer, "waiting");
+      customer.waitingSince = record.time;
+      addEvent(customer, record.time, "passedToGroup",
+               "passed by " + record.agent + " to the wait" +
+                   (group.empty() ? std::string() : " of group " + group),
+               std::move(values));
+    }
+  }
+}
+
+void QuorConsoleBoard::recordFromCustomer(Customer& customer, const QuorDeskStore::Record& record,
+                                          const KXDictionary& body) {
+  const std::string& type = record.objectName;
+  const int64_t now = record.time;
+  const std::string name = displayName(customer.userInfo, customer.id);
+  if (type == KXCSHandShakeMessage::getObjectName()) {
+    setInfo(customer, body);
+    customer.agent.clear();
+    customer.rating.clear();
+    setState(customer, "robot");
+    // The page learns the new information once, here.
+    publish({{"customer", view(customer)}});
+    addEvent(customer, now, "started", "started a service");
+  } else if (type == KXTextMessage::getObjectName()) {
+    ++customer.written;
+    Line line{now, "customer", name, KXJsonMembers::text(body, "content")};
+    line.stamp = record.stamp;
+    addLine(customer, std::move(line));
+  } else if (type == KXCSChangeModeMessage::getObjectName()) {
+    const std::string group = KXJsonMembers::text(body, "groupid");
+    customer.group = group;
+    setState(customer, "waiting");
+    customer.waitingSince = now;
+    addEvent(customer, now, "asked",
+             group.empty() ? "asked for an agent" : "asked for an agent and chose group " + group,
+             {{"group", group}});
+  } else if (type == KXCSEvaluateMessage::getObjectName()) {
+    const bool robot = KXJsonMembers::text(body, "type") == "0";
+    const int64_t stars = KXJsonMembers::integer(body, "source", 0);
+    const std::string suggestion = KXJsonMembers::text(body, "suggest");
+    std::string rating = robot ? "rated the robot" : "rated " + std::to_string(stars) + " stars";
+    if (!suggestion.empty()) rating += " \u201c" + suggestion + "\u201d";
+    customer.rating = rating;
+    addEvent(customer, now, "rated", rating,
+             {{"robot", robot}, {"stars", stars}, {"suggestion", suggestion}});
+  } else if (type == KXCSLeaveMessage::getObjectName()) {
+    inbox_.push_back(
+        {{"customer", customer.id}, {"name", name}, {"time", now}, {"values", objectOr(body)}});
+    if (inbox_.size() > limits_.inboxKept) inbox_.pop_front();
+    publish({{"inbox", inbox_.back()}});
+    addEvent(customer, now, "leftMessage", "left a message");
+  } else if (type == KXCSSuspendMessage::getObjectName()) {
+    setState(customer, "ended");
+    addEvent(customer, now, "suspended", "left the service (suspended)");
+  }
+}
+
+void QuorConsoleBoard::recordFromDesk(Customer& customer, const QuorDeskStore::Record& record,
+                                      const KXDictionary& body) {
+  const std::string& type = record.objectName;
+  const int64_t now = record.time;
   if (type == KXTextMessage::getObjectName()) {
+    // The agent's text as said by no person (an automatic receipt) is the desk's own.
     const bool agent = record.sender == "agent";
-    addLine(customer, {now, agent ? "agent" : "robot",
-                       KXJsonMembers::text(KXJsonMembers::member(body, "user"), "name"),
+    const std::string who = !agent ? "robot" : record.agent.empty() ? "desk" : "agent";
+    addLine(customer, {now, who, KXJsonMembers::text(KXJsonMembers::member(body, "user"), "name"),
                        KXJsonMembers::text(body, "content")});
   } else if (type == KXCSHandShakeResponseMessage::getObjectName()) {
     const KXDictionary& data = KXJsonMembers::member(body, "data");
     if (KXJsonMembers::integer(body, "status", 0) != 1) {
       setState(customer, "ended");
-      event("the handshake was refused");
+      addEvent(customer, now, "handshakeRefused", "the handshake was refused");
     } else if (!KXJsonMembers::text(data, "robotWelcome").empty()) {
       addLine(customer, {now, "robot", KXJsonMembers::text(data, "robotName"),
                          KXJsonMembers::text(data, "robotWelcome")});
     }
   } else if (type == KXCSChangeModeResponseMessage::getObjectName()) {
     const int64_t status = KXJsonMembers::integer(KXJsonMembers::member(body, "data"), "status", 0);
-    if (status == 1 || status == 4) {
+    if (status == KXCSChangeModeAgentServes || status == KXCSChangeModeAlreadyWithAgent) {
       customer.agent = record.agent;
       setState(customer, "agent");
-      event("taken by " + (customer.agent.empty() ? std::string("an agent") : customer.agent));
+      addEvent(customer, now, "taken",
+               "taken by " + (customer.agent.empty() ? std::string("an agent") : customer.agent),
+               {{"agent", customer.agent}});
     } else {
       customer.agent.clear();
       setState(customer, "robot");
-      event(status == 3 ? "the request for an agent was refused" : "no agent was available");
+      const bool refused = status == KXCSChangeModeRefused;
+      addEvent(customer, now, refused ? "refused" : "noAgent",
+               refused ? "the request for an agent was refused" : "no agent was available");
     }
   } else if (type == KXCSTerminateMessage::getObjectName()) {
     const std::string closing = KXJsonMembers::text(body, "msg");
-    if (KXJsonMembers::integer(body, "code", 0) == 1) {
+    const std::string said = closing.empty() ? "" : ": " + closing;
+    if (KXJsonMembers::integer(body, "code", 0) == KXCSTerminateBackToRobot) {
       customer.agent.clear();
       setState(customer, "robot");
-      event("handed back to the robot" + (closing.empty() ? "" : ": " + closing));
+      addEvent(customer, now, "backToRobot", "handed back to the robot" + said,
+               {{"text", closing}});
     } else {
       setState(customer, "ended");
-      event("the service ended" + (closing.empty() ? "" : ": " + closing));
+      addEvent(customer, now, "ended", "the service ended" + said, {{"text", closing}});
     }
   } else if (type == KXCSPullEvaluateMessage::getObjectName()) {
-    event("asked for a rating");
+    addEvent(customer, now, "askedRating", "asked for a rating");
   } else if (type == KXCSPullLeaveMessage::getObjectName()) {
-    event("invited a message: " + KXJsonMembers::text(body, "content"));
+    const std::string invitation = KXJsonMembers::text(body, "content");
+    addEvent(customer, now, "invited", "invited a message: " + invitation, {{"text", invitation}});
   }
 }
 
-void QuorConsoleBoard::markRead(const std::string& id) {
+uint64_t QuorConsoleBoard::linesWritten(const std::string& id) const {
   std::lock_guard<std::mutex> lock(mutex_);
   const auto found = customers_.find(id);
-  if (found == customers_.end() || found->second.unread == 0) return;
-  found->second.unread = 0;
-  publish({{"customer", view(found->second, false)}});
+  return found == customers_.end() ? 0 : found->second.written;
+}
+
+uint64_t QuorConsoleBoard::readBy(const std::string& id, const std::string& agent) const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  const auto found = customers_.find(id);
+  if (found == customers_.end()) return 0;
+  const auto read = found->second.readUpTo.find(agent);
+  return read == found->second.readUpTo.end() ? 0 : read->second;
+}
+
+std::string QuorConsoleBoard::nameOf(const std::string& id) const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  const auto found = customers_.find(id);
+  return found == customers_.end() ? "" : displayName(found->second.userInfo, id);
 }
 
 void QuorConsoleBoard::publish(KXDictionary event) {
@@ -242,16 +326,23 @@ void QuorConsoleBoard::publish(KXDictionary event) {
   changed_.notify_all();
 }
 
-KXDictionary QuorConsoleBoard::view(const Customer& customer, bool withInfo) {
+KXDictionary QuorConsoleBoard::view(const Customer& customer, bool withInfo,
+                                    const std::string& agent) {
   KXDictionary shown = {{"id", customer.id},
-                        {"name", nameOf(customer.userInfo, customer.id)},
+                        {"name", displayName(customer.userInfo, customer.id)},
                         {"state", customer.state},
                         {"group", customer.group},
                         {"agent", customer.agent},
                         {"rating", customer.rating},
                         {"waitingSince", customer.waitingSince},
                         {"lastActive", customer.lastActive},
-                        {"unread", customer.unread}};
+                        {"written", customer.written}};
+  // Events are one for all agents: what an agent read comes with a state or a conversation, and
+  // then in "read" events.
+  if (!agent.empty()) {
+    const auto read = customer.readUpTo.find(agent);
+    shown["read"] = read == customer.readUpTo.end() ? 0 : read->second;
+  }
   if (withInfo) {
     shown["userInfo"] = customer.userInfo;
     shown["contactInfo"] = customer.contactInfo;
@@ -261,25 +352,32 @@ KXDictionary QuorConsoleBoard::view(const Customer& customer, bool withInfo) {
 }
 
 KXDictionary QuorConsoleBoard::lineView(const Line& line) {
-  return {{"time", line.time}, {"who", line.who}, {"name", line.name}, {"text", line.text}};
+  KXDictionary shown = {
+      {"time", line.time}, {"who", line.who}, {"name", line.name}, {"text", line.text}};
+  if (line.stamp) shown["stamp"] = line.stamp;
+  if (!line.event.empty()) {
+    shown["event"] = line.event;
+    shown["values"] = line.values;
+  }
+  return shown;
 }
 
-KXDictionary QuorConsoleBoard::state() const {
+KXDictionary QuorConsoleBoard::state(const std::string& agent) const {
   std::lock_guard<std::mutex> lock(mutex_);
   KXDictionary customers = KXDictionary::array();
-  for (const auto& entry : customers_) customers.push_back(view(entry.second));
+  for (const auto& entry : customers_) customers.push_back(view(entry.second, true, agent));
   KXDictionary inbox = KXDictionary::array();
   for (const auto& left : inbox_) inbox.push_back(left);
-  return {{"seq", seq_}, {"now", nowMs()}, {"customers", customers}, {"inbox", inbox}};
+  return {{"seq", seq_}, {"now", now()}, {"customers", customers}, {"inbox", inbox}};
 }
 
-KXDictionary QuorConsoleBoard::conversation(const std::string& id) const {
+KXDictionary QuorConsoleBoard::conversation(const std::string& id, const std::string& agent) const {
   std::lock_guard<std::mutex> lock(mutex_);
   const auto found = customers_.find(id);
   if (found == customers_.end()) return nullptr;
   KXDictionary lines = KXDictionary::array();
   for (const auto& line : found->second.lines) lines.push_back(lineView(line));
-  return {{"customer", view(found->second)}, {"lines", lines}};
+  return {{"customer", view(found->second, true, agent)}, {"lines", lines}};
 }
 
 std::vector<std::string> QuorConsoleBoard::eventsAfter(uint64_t seq, std::chrono::milliseconds wait,

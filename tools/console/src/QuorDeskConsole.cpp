@@ -5,11 +5,13 @@
 
 #include <atomic>
 #include <chrono>
+#include <fstream>
 #include <memory>
 
 #include "KXJsonMembers.h"
 #include "KXJsonTree.h"
 #include "QuorConsoleAssets.h"
+#include "QuorCustomerService/QuorCustomerService.h"
 
 namespace quor {
 namespace {
@@ -32,6 +34,31 @@ std::string cookieValue(const std::string& header, const std::string& name) {
     at = end + 1;
   }
   return "";
+}
+
+// Whether `text` holds nothing to read: only white space (Unicode's, as a browser's trim() and
+// CJK input methods make it, and the zero-width ones) or nothing.
+bool blank(const std::string& text) {
+  std::size_t at = 0;
+  while (at < text.size()) {
+    const auto byte = static_cast<unsigned char>(text[at]);
+    if (byte < 0x80) {
+      if (std::string(" \t\r\n\v\f").find(static_cast<char>(byte)) == std::string::npos)
+        return false;
+      ++at;
+      continue;
+    }
+    const std::size_t length = byte >= 0xF0 ? 4 : byte >= 0xE0 ? 3 : 2;
+    uint32_t point = byte & (length == 4 ? 0x07 : length == 3 ? 0x0F : 0x1F);
+    for (std::size_t i = 1; i < length && at + i < text.size(); ++i)
+      point = (point << 6) | (static_cast<unsigned char>(text[at + i]) & 0x3F);
+    const bool space = point == 0x85 || point == 0xA0 || point == 0x1680 ||
+                       (point >= 0x2000 && point <= 0x200B) || point == 0x2028 || point == 0x2029 ||
+                       point == 0x202F || point == 0x205F || point == 0x3000 || point == 0xFEFF;
+    if (!space) return false;
+    at += length;
+  }
+  return true;
 }
 
 void sendJson(httplib::Response& response, const KXDictionary& value, int status = 200) {
@@ -162,6 +189,9 @@ void QuorDeskConsole::routes() {
   server_->Get("/console.js", [](const Request&, Response& response) {
     response.set_content(console::kConsoleJs, "text/javascript; charset=utf-8");
   });
+  server_->Get("/console-texts.js", [](const Request&, Response& response) {
+    response.set_content(console::kConsoleTextsJs, "text/javascript; charset=utf-8");
+  });
   server_->Get("/console.css", [](const Request&, Response& response) {
     response.set_content(console::kConsoleCss, "text/css; charset=utf-8");
   });
@@ -206,10 +236,24 @@ void QuorDeskConsole::routes() {
                         std::string(kCookie) + "=; Path=/; HttpOnly; SameSite=Strict; Max-Age=0");
     sendJson(response, {{"ok", true}});
   });
-  server_->Get("/api/state",
-               [this](const Request&, Response& response) { sendJson(response, board_.state()); });
+  server_->Get("/api/state", [this](const Request& request, Response& response) {
+    KXDictionary state = board_.state(agentOf(request));
+    state["agents"] = agents_.names();
+    KXDictionary groups = KXDictionary::array();
+    for (const auto& group : KXJsonMembers::list(desk_.profile(), "groups")) {
+      groups.push_back(
+          {{"id", KXJsonMembers::text(group, "id")}, {"name", KXJsonMembers::text(group, "name")}});
+    }
+    state["groups"] = groups;
+    state["replies"] = replies();
+    sendJson(response, state);
+  });
+  server_->Get("/api/search", [this](const Request& request, Response& response) {
+    sendJson(response, search(request.get_param_value("q")));
+  });
   server_->Get("/api/conversation", [this](const Request& request, Response& response) {
-    const KXDictionary found = board_.conversation(request.get_param_value("customer"));
+    const KXDictionary found =
+        board_.conversation(request.get_param_value("customer"), agentOf(request));
     if (found.is_null()) return sendJson(response, {{"error", "no such customer"}}, 404);
     sendJson(response, found);
   });
@@ -265,9 +309,11 @@ std::string QuorDeskConsole::act(const std::string& agent, const KXDictionary& r
   const std::string said = KXJsonMembers::text(request, "text");
   if (agent.empty()) return "log in first";
   if (what == "read") {
-    board_.markRead(customer);
+    read(agent, customer);
     return "";
   }
+  if (what == "note") return note(agent, customer, said);
+  if (what == "pass") return pass(agent, customer, request);
   // The desk decides, one step at a time: one agent wins a Take, and only the agent who took a
   // customer writes to them, hands them back or ends their service.
   return desk_.step(customer, [&](QuorDeskSimulator& session) -> std::string {
@@ -291,14 +337,14 @@ std::string QuorDeskConsole::act(const std::string& agent, const KXDictionary& r
                                        : "the customer is served by " + session.takenBy();
     }
     if (what == "say") {
-      if (said.find_first_not_of(" \t\r\n") == std::string::npos) return "nothing to send";
+      if (blank(said)) return "nothing to send";
       session.say(said);
     } else if (what == "rate") {
       session.requestEvaluation();
     } else if (what == "back") {
-      session.endService(said, KXCSTerminateBackToRobot);
+      session.endService(blank(said) ? "" : said, KXCSTerminateBackToRobot);
     } else if (what == "end") {
-      session.endService(said, KXCSTerminateEndService);
+      session.endService(blank(said) ? "" : said, KXCSTerminateEndService);
     } else if (what == "invite") {
       session.inviteLeaveMessage(said.empty() ? "Leave us a message and we will get back to you."
                                               : said);
@@ -307,6 +353,106 @@ std::string QuorDeskConsole::act(const std::string& agent, const KXDictionary& r
     }
     return "";
   });
+}
+
+void QuorDeskConsole::read(const std::string& agent, const std::string& customer) {
+  // Only what is new is kept: a page that says "read" again and again writes nothing.
+  const uint64_t written = board_.linesWritten(customer);
+  if (written == 0 || board_.readBy(customer, agent) >= written) return;
+  desk_.keep({customer, QuorConsoleBoard::now(), false, QuorConsoleBoard::kRead,
+              KXDictionary({{"upTo", written}}).dump(), "", agent});
+}
+
+std::string QuorDeskConsole::note(const std::string& agent, const std::string& customer,
+                                  const std::string& text) {
+  if (blank(text)) return "nothing to note";
+  if (board_.nameOf(customer).empty()) return "no such customer";
+  desk_.keep(
+      {customer, QuorConsoleBoard::now(), false, QuorConsoleBoard::kNote,
+       KXDictionary({{"text", text}}).dump(-1, ' ', false, KXDictionary::error_handler_t::replace),
+       "", agent});
+  return "";
+}
+
+std::string QuorDeskConsole::pass(const std::string& agent, const std::string& customer,
+                                  const KXDictionary& request) {
+  const std::string to = KXJsonMembers::text(request, "to");
+  const std::string group = KXJsonMembers::text(request, "group");
+  if (!to.empty()) {
+    if (to == agent) return "you serve this customer already";
+    const auto names = agents_.names();
+    if (std::find(names.begin(), names.end(), to) == names.end()) return "no agent " + to;
+  }
+  const std::string problem = desk_.step(customer, [&](QuorDeskSimulator& session) {
+    if (session.takenBy() != agent) {
+      return session.takenBy().empty() ? std::string("take the customer first")
+                                       : "the customer is served by " + session.takenBy();
+    }
+    // The customer reads why another person answers from now on.
+    if (!to.empty()) {
+      session.passToAgent(
+          to, "I am passing you to my colleague " + to + ", who will help you from here.");
+    } else {
+      session.passToGroup(group, group.empty()
+                                     ? "I am passing you on; someone will be with you shortly."
+                                     : "I am passing you to our " + group +
+                                           " team; someone will be with you shortly.");
+    }
+    return std::string();
+  });
+  if (!problem.empty()) return problem;
+  KXDictionary passed = to.empty() ? KXDictionary{{"group", group}} : KXDictionary{{"to", to}};
+  desk_.keep({customer, QuorConsoleBoard::now(), false, QuorConsoleBoard::kPassed,
+              passed.dump(-1, ' ', false, KXDictionary::error_handler_t::replace), "", agent});
+  return "";
+}
+
+KXDictionary QuorDeskConsole::replies() const {
+  KXDictionary list = KXDictionary::array();
+  if (options_.repliesFile.empty()) return list;
+  std::ifstream file(options_.repliesFile);
+  std::string line;
+  std::size_t bytes = 0;
+  while (list.size() < kMostReplies && bytes < kLongestBody && std::getline(file, line)) {
+    bytes += line.size();
+    if (!line.empty() && line.back() == '\r') line.pop_back();
+    if (blank(line) || line[0] == '#') continue;
+    list.push_back(line.substr(0, 4096));
+  }
+  return list;
+}
+
+KXDictionary QuorDeskConsole::search(const std::string& words) const {
+  KXDictionary found = KXDictionary::array();
+  if (blank(words)) return {{"results", found}};
+  const std::vector<std::string> types = {KXCSHandShakeMessage::getObjectName(),
+                                          KXTextMessage::getObjectName(), QuorConsoleBoard::kNote};
+  for (const auto& record : desk_.store().search(words, types, kMostSearchResults)) {
+    const KXDictionary body =
+        KXJsonTree::parse(record.body.value_or(""), KXJsonTree::kMaxDepth).value_or(KXDictionary());
+    std::string text = KXJsonMembers::text(
+        body, record.objectName == QuorConsoleBoard::kNote ? "text" : "content");
+    std::string name = board_.nameOf(record.customer);
+    if (record.objectName == KXCSHandShakeMessage::getObjectName()) {
+      const KXDictionary& user = KXJsonMembers::member(body, "userInfo");
+      for (const char* key : {"name", "nickName", "userId"}) {
+        if (!KXJsonMembers::text(user, key).empty()) {
+          text = "started a service as " + KXJsonMembers::text(user, key);
+          if (name.empty()) name = KXJsonMembers::text(user, key);
+          break;
+        }
+      }
+    }
+    found.push_back({{"customer", record.customer},
+                     {"name", name.empty() ? record.customer : name},
+                     {"time", record.time},
+                     {"who", record.objectName == QuorConsoleBoard::kNote ? "note"
+                             : record.fromCustomer                        ? "customer"
+                                                                          : "desk"},
+                     {"text", text},
+                     {"onBoard", !board_.nameOf(record.customer).empty()}});
+  }
+  return {{"results", found}};
 }
 
 }  // namespace quor

@@ -20,10 +20,14 @@ constexpr const char* kSchema =
     "CREATE INDEX IF NOT EXISTS sessions_by_activity ON sessions(active);"
     "CREATE TABLE IF NOT EXISTS records (id INTEGER PRIMARY KEY AUTOINCREMENT,"
     "  customer TEXT NOT NULL, time INTEGER NOT NULL, from_customer INTEGER NOT NULL,"
-    "  object_name TEXT NOT NULL, body BLOB, sender TEXT NOT NULL, agent TEXT NOT NULL);"
+    "  object_name TEXT NOT NULL, body BLOB, sender TEXT NOT NULL, agent TEXT NOT NULL,"
+    "  stamp INTEGER NOT NULL DEFAULT 0);"
     "CREATE INDEX IF NOT EXISTS records_by_type ON records(object_name, id);"
     "CREATE TABLE IF NOT EXISTS outbox (n INTEGER PRIMARY KEY AUTOINCREMENT, id TEXT UNIQUE,"
     "  peer TEXT NOT NULL, object_name TEXT NOT NULL, body BLOB, sender TEXT NOT NULL);";
+
+// A file made before records had stamps gets the column (an error when it has it is ignored).
+constexpr const char* kAddStamp = "ALTER TABLE records ADD COLUMN stamp INTEGER NOT NULL DEFAULT 0";
 
 // Pruning runs after this many writes: its cost is spread thin.
 constexpr int64_t kPruneEvery = 1000;
@@ -42,6 +46,7 @@ std::unique_ptr<QuorDeskStore> QuorDeskStore::open(const std::string& path,
     return nullptr;
   }
   sqlite3_busy_timeout(database, 2000);
+  sqlite3_exec(database, kAddStamp, nullptr, nullptr, nullptr);
   std::unique_ptr<QuorDeskStore> store(new QuorDeskStore(database, limits));
   const auto owner = store->fact("account");
   if (owner && *owner != account) {
@@ -146,7 +151,7 @@ void QuorDeskStore::addRecord(const Record& record) {
   std::lock_guard<std::mutex> lock(mutex_);
   Statement statement(database_,
                       "INSERT INTO records (customer, time, from_customer, object_name, body, "
-                      "sender, agent) VALUES (?, ?, ?, ?, ?, ?, ?)");
+                      "sender, agent, stamp) VALUES (?, ?, ?, ?, ?, ?, ?, ?)");
   statement.bind(1, record.customer);
   statement.bind(2, record.time);
   statement.bind(3, int64_t{record.fromCustomer ? 1 : 0});
@@ -154,25 +159,63 @@ void QuorDeskStore::addRecord(const Record& record) {
   statement.bind(5, record.body);
   statement.bind(6, record.sender);
   statement.bind(7, record.agent);
+  statement.bind(8, record.stamp);
   if (!statement.run()) failed();
 }
 
+namespace {
+
+constexpr const char* kRecordColumns =
+    "SELECT customer, time, from_customer, object_name, body, sender, agent, stamp FROM records ";
+
+QuorDeskStore::Record recordAt(Statement& statement) {
+  QuorDeskStore::Record record;
+  record.customer = statement.text(0).value_or("");
+  record.time = statement.integer(1);
+  record.fromCustomer = statement.integer(2) != 0;
+  record.objectName = statement.text(3).value_or("");
+  record.body = statement.text(4);
+  record.sender = statement.text(5).value_or("");
+  record.agent = statement.text(6).value_or("");
+  record.stamp = statement.integer(7);
+  return record;
+}
+
+// `words` as a LIKE pattern that matches them anywhere, its wildcards taken literally.
+std::string containing(const std::string& words) {
+  std::string pattern = "%";
+  for (const char c : words) {
+    if (c == '%' || c == '_' || c == '\\') pattern += '\\';
+    pattern += c;
+  }
+  return pattern + "%";
+}
+
+}  // namespace
+
 void QuorDeskStore::eachRecord(const std::function<void(const Record&)>& visit) const {
   std::lock_guard<std::mutex> lock(mutex_);
-  Statement statement(database_,
-                      "SELECT customer, time, from_customer, object_name, body, sender, agent "
-                      "FROM records ORDER BY id");
-  while (statement.row()) {
-    Record record;
-    record.customer = statement.text(0).value_or("");
-    record.time = statement.integer(1);
-    record.fromCustomer = statement.integer(2) != 0;
-    record.objectName = statement.text(3).value_or("");
-    record.body = statement.text(4);
-    record.sender = statement.text(5).value_or("");
-    record.agent = statement.text(6).value_or("");
-    visit(record);
-  }
+  Statement statement(database_, (std::string(kRecordColumns) + "ORDER BY id").c_str());
+  while (statement.row()) visit(recordAt(statement));
+}
+
+std::vector<QuorDeskStore::Record> QuorDeskStore::search(
+    const std::string& words, const std::vector<std::string>& objectNames, std::size_t most) const {
+  std::vector<Record> found;
+  if (words.empty() || objectNames.empty() || most == 0) return found;
+  std::string sql = std::string(kRecordColumns) +
+                    "WHERE (customer LIKE ?1 ESCAPE '\\' OR body LIKE ?1 ESCAPE '\\') AND "
+                    "object_name IN (";
+  for (std::size_t i = 0; i < objectNames.size(); ++i) sql += i ? ", ?" : "?";
+  sql += ") ORDER BY id DESC LIMIT ?";
+  std::lock_guard<std::mutex> lock(mutex_);
+  Statement statement(database_, sql.c_str());
+  statement.bind(1, containing(words));
+  int at = 2;
+  for (const auto& name : objectNames) statement.bind(at++, name);
+  statement.bind(at, static_cast<int64_t>(most));
+  while (statement.row()) found.push_back(recordAt(statement));
+  return found;
 }
 
 void QuorDeskStore::queue(const QuorXmppPayload& payload) {

@@ -186,12 +186,18 @@ std::shared_ptr<QuorDeskSimulator> QuorXmppDesk::makeSession(const std::string& 
     payload.body = message.body;
     payload.sender = message.senderUserId.value_or("");
     payload.stanzaId = QuorXmppStanza::uniqueId();
+    // What the desk says while answering a customer is said by no person, even as the agent.
     record({customerJid, QuorXmppStanza::wallClockMs(), false, message.objectName, message.body,
-            payload.sender, session ? session->takenBy() : ""});
+            payload.sender, session && !answering_ ? session->takenBy() : ""});
     store_->queue(payload);
     unwritten_.push_back(std::move(payload));
   });
   return desk;
+}
+
+void QuorXmppDesk::keep(QuorDeskStore::Record record) {
+  std::lock_guard<std::mutex> steps(steps_);
+  this->record(std::move(record));
 }
 
 void QuorXmppDesk::record(QuorDeskStore::Record record) {
@@ -312,8 +318,10 @@ void QuorXmppDesk::onPayload(QuorXmppPayload payload) {
       message.sentTime = payload.stamp;
       message.offline = payload.offline;
       record({payload.peer, QuorXmppStanza::wallClockMs(), true, message.objectName, message.body,
-              message.senderUserId.value_or(""), session.takenBy()});
+              message.senderUserId.value_or(""), session.takenBy(), payload.stamp});
+      answering_ = true;
       session.onMessageFromClient(message);
+      answering_ = false;
       return std::string();
     });
     answers.swap(unwritten_);

@@ -4,7 +4,7 @@
 //   QUOR_CS_DESK_PASSWORD=secret quor-cs-desk --jid desk@localhost [--password-file FILE]
 //                [--server 127.0.0.1] [--port 5222] [--state FILE] [--profile FILE]
 //                [--tls required|disabled] [--trust-self-signed] [--verbose]
-//                [--console [ADDRESS:]PORT]
+//                [--console [ADDRESS:]PORT] [--replies FILE]
 //   quor-cs-desk agent add|remove|list [NAME] --jid desk@localhost [--state FILE]
 //
 // Secrets never come on the command line, where every local user sees them: the desk's
@@ -38,7 +38,7 @@ int usage(const char* problem) {
                "usage: quor-cs-desk --jid JID [--password-file FILE] [--server HOST] [--port N]\n"
                "                    [--state FILE] [--profile FILE] [--tls required|disabled]\n"
                "                    [--trust-self-signed] [--verbose]\n"
-               "                    [--console [ADDRESS:]PORT]\n"
+               "                    [--console [ADDRESS:]PORT] [--replies FILE]\n"
                "       quor-cs-desk agent add|remove|list [NAME] --jid JID [--state FILE]\n"
                "The desk's password comes from QUOR_CS_DESK_PASSWORD or --password-file, an\n"
                "agent's from QUOR_CS_AGENT_PASSWORD or the first line of the standard input.\n");
@@ -102,7 +102,7 @@ int main(int argc, char** argv) {
   QuorXmppOptions options;
   std::string profilePath, statePath, passwordFile;
   bool verbose = false;
-  std::string console;
+  std::string console, repliesFile;
   std::string agentCommand, agentName;
   int first = 1;
   if (argc > 2 && std::string(argv[1]) == "agent") {
@@ -146,6 +146,8 @@ int main(int argc, char** argv) {
       verbose = true;
     } else if (argument == "--console" && hasValue) {
       console = argv[++i];
+    } else if (argument == "--replies" && hasValue) {
+      repliesFile = argv[++i];
     } else {
       return usage(("unknown argument " + argument).c_str());
     }
@@ -212,6 +214,8 @@ int main(int argc, char** argv) {
     if (number < 0 || number > 65535 || port.empty())
       return usage("--console takes [ADDRESS:]PORT, PORT from 0 to 65535");
     consoleOptions.port = static_cast<int>(number);
+    // The canned replies: the given file, else STATE-FILE.replies.txt beside the state.
+    consoleOptions.repliesFile = repliesFile.empty() ? statePath + ".replies.txt" : repliesFile;
     agents = std::make_unique<QuorDeskConsole>(desk, consoleOptions);
     if (!agents->start(&error)) {
       std::fprintf(stderr, "quor-cs-desk: %s\n", error.c_str());

@@ -92,6 +92,12 @@ class QuorDeskSimulator : public QuorLoopbackPeer,
   bool takeByAgent(const std::string& name, const std::string& greeting);
   // No agent for the waiting customer: KXCSChangeModeNoAgent or KXCSChangeModeRefused.
   bool declineAgent(int status);
+  // The person serving passes the customer on, after `text` tells the customer so (under the
+  // serving person's name): to the person `name`, who serves from then on, or back to the wait
+  // for a person of `group` ("" for none), where takeByAgent() finds them. False when no person
+  // serves.
+  bool passToAgent(const std::string& name, const std::string& text);
+  bool passToGroup(const std::string& group, const std::string& text);
   // The person who took the customer and serves them now; "" when none does.
   std::string takenBy() const;
 

@@ -45,7 +45,14 @@ class QuorDeskConsole {
     QuorConsoleBoard::Limits limits;
     std::chrono::seconds readTimeout{2};
     std::size_t eventStreams = 16;
+    // The desk's canned replies: a text file, one reply per line ("{name}" becomes the
+    // customer's name in the page; empty lines and lines starting with # are skipped), read
+    // again for every page that loads, so that the desk's owner edits it while the desk runs.
+    // "" for none.
+    std::string repliesFile;
   };
+  static constexpr std::size_t kMostReplies = 200;
+  static constexpr std::size_t kMostSearchResults = 50;
   QuorDeskConsole(QuorXmppDesk& desk, Options options);
   ~QuorDeskConsole();
   QuorDeskConsole(const QuorDeskConsole&) = delete;
@@ -71,6 +78,16 @@ class QuorDeskConsole {
   std::string refusal(const httplib::Request& request, int* status) const;
   // An agent's action on a customer's session: "" when done, else why not.
   std::string act(const std::string& agent, const KXDictionary& request);
+  // An agent's note on a customer, and what an agent read: kept by the desk.
+  std::string note(const std::string& agent, const std::string& customer, const std::string& text);
+  void read(const std::string& agent, const std::string& customer);
+  // The serving agent passes the customer to another agent or to a group's wait.
+  std::string pass(const std::string& agent, const std::string& customer,
+                   const KXDictionary& request);
+  // The canned replies of Options::repliesFile, as they stand now.
+  KXDictionary replies() const;
+  // The transcripts' lines and customers that hold `words`, newest first.
+  KXDictionary search(const std::string& words) const;
 
   QuorXmppDesk& desk_;
   Options options_;

@@ -70,11 +70,16 @@ class QuorDeskStore {
     std::string objectName;
     KXData body;
     std::string sender;
-    std::string agent;  // the person serving when the desk said it
+    std::string agent;  // the person serving when the desk said it (or who wrote a note)
+    int64_t stamp = 0;  // a customer's message: the server's (or the sender's) time, 0 if none
   };
   void addRecord(const Record& record);
   // Every kept record, oldest first.
   void eachRecord(const std::function<void(const Record&)>& visit) const;
+  // The newest `most` records of the types `objectNames` whose customer or body holds `words`
+  // (ASCII letters in any case), newest first: a scan of the kept records.
+  std::vector<Record> search(const std::string& words, const std::vector<std::string>& objectNames,
+                             std::size_t most) const;
 
   // The desk's answers: queued before they are written, gone once the server confirmed them.
   void queue(const QuorXmppPayload& payload);

@@ -65,6 +65,7 @@ class QuorXmppDesk : private QuorXmppConnection::Events {
   // the working directory) / quor-cs-desk / JID.sqlite.
   static std::string defaultStatePath(const std::string& jid);
   QuorDeskStore& store() { return *store_; }
+  const KXDictionary& profile() const { return profile_; }
 
   void start();
   void stop();
@@ -83,6 +84,11 @@ class QuorXmppDesk : private QuorXmppConnection::Events {
   // sent. Returns what `change` returns, or a reason when the desk has no such customer.
   using Change = std::function<std::string(QuorDeskSimulator& session)>;
   std::string step(const std::string& customerJid, const Change& change);
+
+  // Keeps a record of the people's own (an agent's note, what an agent read, a customer passed
+  // on) with the customer's messages, between steps, and tells the people watching. Not from
+  // inside a step's change.
+  void keep(QuorDeskStore::Record record);
 
   // How many customers the desk serves in memory now; whether it serves `customerJid`.
   std::size_t customerCount() const;
@@ -119,6 +125,9 @@ class QuorXmppDesk : private QuorXmppConnection::Events {
   std::unique_ptr<QuorDeskStore> store_;
   std::mutex steps_;                        // one step at a time; taken before mutex_
   std::vector<QuorXmppPayload> unwritten_;  // under steps_: the step's answers
+  // Under steps_: the step answers a customer's message, so its texts are the desk's own
+  // (automatic), not a person's.
+  bool answering_ = false;
   // On the network thread: reading the archive, up to the first message that came live.
   bool catchingUp_ = true;  // until the archive was read on the current session
   std::string liveFrom_;
