@@ -1,12 +1,14 @@
-// A console with a thousand customers on its board, for the page's rendering benchmark
-// (console_render.py): the desk is not connected; the board gets what a thousand sessions would
-// have told it. Prints the console's link, then serves until its input closes.
+// A console with many customers on its board (1,000 unless told), for the page's rendering
+// benchmark (console_render.py): the desk is not connected; the board gets what that many
+// sessions would have told it. The agent "Bench" logs in with "bench-password". Prints the
+// console's link, then serves until its input closes.
 #include <cstdio>
 #include <iostream>
 #include <string>
 
 #include "QuorDeskConsole/QuorDeskConsole.h"
 #include "QuorDeskSimulator/QuorDeskSimulator.h"
+#include "QuorXmppDesk/QuorXmppDesk.h"
 
 int main(int argc, char** argv) {
   using namespace quor;
@@ -21,22 +23,21 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "console_benchmark: %s\n", error.c_str());
     return 1;
   }
-  auto wire = [](const char* name, std::string body) {
-    QuorWireMessage message;
-    message.objectName = name;
-    message.body = std::move(body);
-    return message;
-  };
+  const std::string problem = console.agents().add("Bench", "bench-password");
+  if (!problem.empty()) {
+    std::fprintf(stderr, "console_benchmark: %s\n", problem.c_str());
+    return 1;
+  }
   for (int i = 0; i < customers; ++i) {
     const std::string id = "customer-" + std::to_string(i) + "@localhost";
     const std::string name = "Customer " + std::to_string(i);
-    console.board().record(
-        id,
-        wire("KX:CsHs", R"({"userInfo":{"userId":"c)" + std::to_string(i) + R"(","name":")" + name +
-                            R"("},"contactInfo":{},"requestInfo":{"page":"orders"}})"),
-        true);
-    console.board().record(id, wire("KX:TxtMsg", R"({"content":"Where is my order?"})"), true);
-    if (i % 3 == 0) console.board().record(id, wire("KX:CsCha", R"({"groupid":"sales"})"), true);
+    auto said = [&](const char* objectName, std::string body) {
+      console.board().record({id, QuorConsoleBoard::now(), true, objectName, std::move(body), "", ""});
+    };
+    said("KX:CsHs", R"({"userInfo":{"userId":"c)" + std::to_string(i) + R"(","name":")" + name +
+                        R"("},"contactInfo":{},"requestInfo":{"page":"orders"}})");
+    said("KX:TxtMsg", R"({"content":"Where is my order?"})");
+    if (i % 3 == 0) said("KX:CsCha", R"({"groupid":"sales"})");
   }
   std::printf("%s\n", console.link().c_str());
   std::fflush(stdout);

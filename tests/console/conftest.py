@@ -3,7 +3,9 @@ customers on the Python binding, and agents in a headless browser: Debian's chro
 selenium and chromedriver, or Debian's firefox-esr through its own WebDriver BiDi (firefox.py).
 The test command sets the programs' paths, the browser (QUOR_CS_BROWSER, chromium by default)
 and where the screenshots go."""
+import json
 import os
+import select
 import shutil
 import signal
 import socket
@@ -16,6 +18,8 @@ import pytest
 from selenium import webdriver
 from selenium.common.exceptions import StaleElementReferenceException
 from selenium.webdriver.chrome.service import Service as DriverService
+from selenium.webdriver.common.action_chains import ActionChains
+from selenium.webdriver.common.keys import Keys
 from selenium.webdriver.support.ui import WebDriverWait
 
 import quor_cs
@@ -31,7 +35,8 @@ AGENTS = ["Ada", "Bo"]
 
 def password(agent):
     return f"{agent.lower()}-password"
-ACCOUNTS = ["mei", "kai", "hostile", "rita", "tina", "shop"]
+ACCOUNTS = ["mei", "kai", "hostile", "rita", "tina", "shop", "lu", "zoe", "noa", "ivy", "max",
+            "sam", "eli", "ana", "kim", "lee"]
 
 
 def free_port():
@@ -57,6 +62,9 @@ class Desk:
         self.link = None
 
     def start(self):
+        # The desk's canned replies, beside its state file, as its owner would write them.
+        with open(self.state + ".replies.txt", "w", encoding="utf-8") as replies:
+            replies.write("Hello {name}, thanks for waiting.\n# for returns\n\nOne moment, {name}.\n")
         for agent in AGENTS:  # the desk's owner makes its agents, passwords on standard input
             subprocess.run([program("QUOR_CS_DESK_PROGRAM"), "agent", "add", agent, "--jid",
                             "shop@localhost", "--state", self.state],
@@ -95,38 +103,81 @@ def desk(server_port, tmp_path_factory):
         made.stop()
 
 
-class Screen(quor_cs.Observer):
+class Screen:
+    """What a customer's app has shown: its states, lines, last status and rating request."""
+
     def __init__(self):
         self.states, self.lines, self.last, self.dialog = [], [], None, None
 
-    def on_state_changed(self, status):
-        self.states.append(status.state)
-        self.last = status
 
-    def on_message(self, message):
-        self.lines.append((message.author, message.text))
-
-    def on_rating_requested(self, dialog_id):
-        self.dialog = dialog_id or "asked"
+class Status:
+    def __init__(self, news):
+        self.state = quor_cs.State(news["state"])
+        self.reason = quor_cs.Reason(news["reason"])
+        self.text = news["text"]
 
 
 class Customer:
-    """A customer on the Python binding over the private server."""
+    """A customer in a process of their own (customer.py): a process has one XMPP host, as a
+    phone has one app, and a test may need several customers at once."""
 
     def __init__(self, account, server_port, name):
-        self.host = quor_cs.XmppHost(f"{account}@localhost", f"{account}-pw", server="127.0.0.1",
-                                     port=server_port)
-        self.host.connect()
-        assert self.host.wait_online(10)
+        self.process = subprocess.Popen(
+            [sys.executable, os.path.join(os.path.dirname(__file__), "customer.py"), account, name,
+             str(server_port)], stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
+        self.pending = b""
         self.screen = Screen()
-        self.service = quor_cs.Service("shop", self.screen)
-        self.service.start({"userInfo": {"userId": account, "name": name},
-                            "contactInfo": {"email": f"{account}@example.com"},
-                            "requestInfo": {"page": "orders"}}, timeout=15)
-        self.settle()
+        self.service = self  # the operations are this object's: customer.service.send_text(...)
+        assert self.until(lambda: self.screen.last is not None
+                          and self.screen.last.state not in (quor_cs.State.NOT_STARTED,
+                                                             quor_cs.State.CONNECTING,
+                                                             quor_cs.State.CONNECTED))
 
-    def settle(self):
-        self.host.settle(0.3)
+    def _order(self, **order):
+        self.process.stdin.write(json.dumps(order) + "\n")
+        self.process.stdin.flush()
+
+    def ask_for_agent(self):
+        self._order(do="ask")
+
+    def choose_group(self, group):
+        self._order(do="group", id=group)
+
+    def send_text(self, text):
+        self._order(do="say", text=text)
+
+    def rate_agent(self, stars, suggestion=None):
+        self._order(do="rate", stars=stars, suggestion=suggestion)
+
+    def leave_message(self, values):
+        self._order(do="leave", values=values)
+
+    def settle(self, seconds=0.3):
+        # Takes in what the customer's app reported within `seconds` (read from the pipe itself:
+        # a buffered reader would hold lines that select() cannot see).
+        deadline = time.time() + seconds
+        while True:
+            while b"\n" in self.pending:
+                line, self.pending = self.pending.split(b"\n", 1)
+                self.hear(json.loads(line))
+            left = deadline - time.time()
+            if left <= 0 or not select.select([self.process.stdout], [], [], left)[0]:
+                return
+            chunk = os.read(self.process.stdout.fileno(), 65536)
+            if not chunk:
+                return
+            self.pending += chunk
+
+    def hear(self, news):
+        if "state" in news:
+            self.screen.last = Status(news)
+            self.screen.states.append(self.screen.last.state)
+        elif "line" in news:
+            self.screen.lines.append((quor_cs.Author(news["line"][0]), news["line"][1]))
+        elif "dialog" in news:
+            self.screen.dialog = news["dialog"]
+        elif "error" in news:
+            raise AssertionError(f"the customer's app: {news['error']}")
 
     def until(self, condition, seconds=15):
         deadline = time.time() + seconds
@@ -137,8 +188,13 @@ class Customer:
         return False
 
     def close(self):
-        self.service.close()
-        self.host.close()
+        if self.process.poll() is None:
+            try:
+                self._order(do="quit")
+                self.process.wait(timeout=15)
+            except (OSError, subprocess.TimeoutExpired):
+                self.process.kill()
+                self.process.wait()
 
 
 @pytest.fixture
@@ -166,21 +222,25 @@ def browser_home():
 def browser(browser_home):
     drivers = []
 
-    def make(url):
+    def make(url, dark=False, language="en-US"):
         profile = tempfile.mkdtemp(dir=browser_home)
         if BROWSER == "firefox":
-            driver = FirefoxDriver(profile)
+            driver = FirefoxDriver(profile, dark=dark, language=language)
             drivers.append(driver)
             driver.get(url)
             return driver
         options = webdriver.ChromeOptions()
         options.binary_location = "/usr/bin/chromium"
         for argument in ["--headless=new", "--no-sandbox", "--disable-gpu",
-                         "--window-size=1280,800", "--lang=en-US", f"--user-data-dir={profile}"]:
+                         "--window-size=1280,800", f"--lang={language}",
+                         f"--user-data-dir={profile}"]:
             options.add_argument(argument)
+        options.add_experimental_option("prefs", {"intl.accept_languages": language})
         service = DriverService("/usr/bin/chromedriver",
                                 env={**os.environ, "TMPDIR": browser_home})
         driver = webdriver.Chrome(service=service, options=options)
+        driver.execute_cdp_cmd("Emulation.setEmulatedMedia", {"features": [
+            {"name": "prefers-color-scheme", "value": "dark" if dark else "light"}]})
         drivers.append(driver)
         driver.get(url)
         return driver
@@ -204,3 +264,44 @@ def shot(driver, name):
         os.makedirs(folder, exist_ok=True)
         suffix = "" if BROWSER == "chromium" else "-" + BROWSER
         driver.save_screenshot(os.path.join(folder, name + suffix + ".png"))
+
+
+def viewport(driver, width, height):
+    """The page's viewport, as a phone's or a desktop's window."""
+    if BROWSER == "firefox":
+        driver.set_viewport(width, height)
+    else:
+        driver.execute_cdp_cmd("Emulation.setDeviceMetricsOverride", {
+            "width": width, "height": height, "deviceScaleFactor": 1, "mobile": False})
+
+
+def press(driver, keys):
+    """Keys typed into whatever has the focus (WebDriver key codes: TAB, ENTER, ESCAPE)."""
+    if BROWSER == "firefox":
+        driver.press(keys)
+    else:
+        ActionChains(driver).send_keys(keys).perform()
+
+
+def alt(driver, key):
+    if BROWSER == "firefox":
+        driver.chord(Keys.ALT, key)
+    else:
+        ActionChains(driver).key_down(Keys.ALT).send_keys(key).key_up(Keys.ALT).perform()
+
+
+AXE = os.environ.get("QUOR_CS_AXE")
+WCAG_A_AA = ["wcag2a", "wcag2aa", "wcag21a", "wcag21aa"]
+
+
+def accessibility_violations(driver):
+    """axe-core's WCAG 2.1 A and AA rules, run inside the page as it stands: the violations, each
+    as its rule and the elements it found."""
+    with open(AXE, encoding="utf-8") as source:
+        script = source.read()
+    driver.execute_script(script + "\nreturn true;")
+    found = driver.execute_script(
+        "return axe.run(document, {runOnly: {type: 'tag', values: %s}})"
+        ".then(r => r.violations.map(v => v.id + ': ' + v.nodes.map(n => n.target.join(' '))"
+        ".join(', ')).join('\\n'));" % json.dumps(WCAG_A_AA))
+    return [line for line in found.split("\n") if line]

@@ -144,11 +144,14 @@ class FirefoxDriver:
 
     name = "firefox"
 
-    def __init__(self, home, width=1280, height=800):
+    def __init__(self, home, width=1280, height=800, dark=False, language="en-US"):
         profile = os.path.join(home, "profile")
         os.makedirs(profile)
+        # The colour scheme that pages see (0 dark, 1 light) and the languages they are offered.
+        chosen = {**PREFERENCES, "layout.css.prefers-color-scheme.content-override": 0 if dark else 1,
+                  "intl.accept_languages": language}
         with open(os.path.join(profile, "user.js"), "w") as prefs:
-            for key, value in PREFERENCES.items():
+            for key, value in chosen.items():
                 prefs.write(f"user_pref({json.dumps(key)}, {json.dumps(value)});\n")
         self._log = open(os.path.join(home, "firefox.log"), "w+")
         self._process = subprocess.Popen(
@@ -168,9 +171,25 @@ class FirefoxDriver:
         self._command("session.subscribe", {"events": [
             "browsingContext.userPromptOpened", "browsingContext.userPromptClosed"]})
         self._context = self._command("browsingContext.getTree", {})["contexts"][0]["context"]
+        self.set_viewport(width, height)
+        self.switch_to = Alerts(self)
+
+    def set_viewport(self, width, height):
         self._command("browsingContext.setViewport", {
             "context": self._context, "viewport": {"width": width, "height": height}})
-        self.switch_to = Alerts(self)
+
+    def press(self, keys):
+        # Keys typed into whatever has the focus (selenium's ActionChains.send_keys).
+        actions = []
+        for key in keys:
+            actions += [{"type": "keyDown", "value": key}, {"type": "keyUp", "value": key}]
+        self._input([{"type": "key", "id": "keyboard", "actions": actions}])
+
+    def chord(self, modifier, key):
+        # A key with a modifier held (Alt+1).
+        self._input([{"type": "key", "id": "keyboard", "actions": [
+            {"type": "keyDown", "value": modifier}, {"type": "keyDown", "value": key},
+            {"type": "keyUp", "value": key}, {"type": "keyUp", "value": modifier}]}])
 
     def _address(self, seconds=30):
         deadline = time.time() + seconds

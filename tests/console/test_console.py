@@ -52,7 +52,7 @@ def test_an_agent_takes_a_waiting_customer_chats_gets_a_rating_and_ends(desk, cu
     mei.service.send_text("Where is my order?")
     assert mei.until(lambda: len(mei.screen.lines) >= 3)
     mei.service.ask_for_agent()
-    mei.settle()
+    assert mei.until(lambda: mei.screen.last.state == quor_cs.State.CHOOSING_GROUP)
     mei.service.choose_group("sales")
     assert mei.until(lambda: mei.screen.last.state == quor_cs.State.WAITING_FOR_AGENT)
 
@@ -140,7 +140,7 @@ def test_another_page_on_this_machine_cannot_act_as_the_agent(desk, customers, b
     login(page, "Ada")
     kai = customers("kai", "Kai")
     kai.service.ask_for_agent()
-    kai.settle()
+    assert kai.until(lambda: kai.screen.last.state == quor_cs.State.CHOOSING_GROUP)
     kai.service.choose_group("sales")
     assert kai.until(lambda: kai.screen.last.state == quor_cs.State.WAITING_FOR_AGENT)
     wait(page, lambda: cell(page, "Kai", 1) == "waiting · sales")

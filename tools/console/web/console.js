@@ -143,6 +143,13 @@ function renderList() {
       name.type = "button";
       name.title = c.name;
       name.addEventListener("click", () => open(c.id));
+      // Enter opens the customer here, as every browser's button would on its own: some send
+      // no click for a key that automation typed.
+      name.addEventListener("keydown", (event) => {
+        if (event.key !== "Enter") return;
+        event.preventDefault();
+        open(c.id);
+      });
       const count = unread(c);
       row.append(element("td"), element("td"), element("td", waited(c), "waited"),
         element("td", count ? String(count) : "", "unread"), element("td", c.agent));

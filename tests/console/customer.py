@@ -1,0 +1,81 @@
+"""One customer of the console's browser tests in a process of its own (a process has one XMPP
+host, as a phone has one app): it logs in over the private server, starts a service with the
+desk, and then does what its standard input says, one JSON object a line, reporting what its
+app sees on its standard output, one JSON object a line.
+
+    customer.py ACCOUNT NAME SERVER_PORT
+    in:  {"do": "ask"} {"do": "group", "id": "sales"} {"do": "say", "text": "..."}
+         {"do": "rate", "stars": 5, "suggestion": "..."} {"do": "leave", "values": {...}}
+         {"do": "quit"}
+    out: {"state": 3, "reason": 0, "text": ""} {"line": [AUTHOR, "text"]} {"dialog": "id"}
+         {"error": "..."}
+"""
+import json
+import os
+import select
+import sys
+
+import quor_cs
+
+
+class Reporter(quor_cs.Observer):
+    def on_state_changed(self, status):
+        report({"state": int(status.state), "reason": int(status.reason), "text": status.text})
+
+    def on_message(self, message):
+        report({"line": [int(message.author), message.text]})
+
+    def on_rating_requested(self, dialog_id):
+        report({"dialog": dialog_id or "asked"})
+
+
+def report(news):
+    sys.stdout.write(json.dumps(news) + "\n")
+    sys.stdout.flush()
+
+
+def main():
+    account, name, port = sys.argv[1], sys.argv[2], int(sys.argv[3])
+    host = quor_cs.XmppHost(f"{account}@localhost", f"{account}-pw", server="127.0.0.1", port=port)
+    host.connect()
+    if not host.wait_online(15):
+        report({"error": "not online"})
+        return 1
+    service = quor_cs.Service("shop", Reporter())
+    service.start({"userInfo": {"userId": account, "name": name},
+                   "contactInfo": {"email": f"{account}@example.com"},
+                   "requestInfo": {"page": "orders"}}, timeout=15)
+    actions = {
+        "ask": lambda order: service.ask_for_agent(),
+        "group": lambda order: service.choose_group(order["id"]),
+        "say": lambda order: service.send_text(order["text"]),
+        "rate": lambda order: service.rate_agent(order["stars"], order.get("suggestion")),
+        "leave": lambda order: service.leave_message(order["values"]),
+    }
+    pending = b""
+    while True:
+        host.settle(0.05)
+        if not select.select([sys.stdin], [], [], 0.05)[0]:
+            continue
+        chunk = os.read(sys.stdin.fileno(), 65536)
+        if not chunk:
+            break
+        pending += chunk
+        while b"\n" in pending:
+            line, pending = pending.split(b"\n", 1)
+            order = json.loads(line)
+            if order["do"] == "quit":
+                service.close()
+                host.close()
+                return 0
+            try:
+                actions[order["do"]](order)
+            except Exception as error:  # reported, as the app would show it
+                report({"error": str(error)})
+    service.close()
+    host.close()
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
