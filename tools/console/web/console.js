@@ -142,23 +142,11 @@ function renderList() {
       const name = element("button", c.name, "who-row");
       name.type = "button";
       name.title = c.name;
-      name.addEventListener("click", () => open(c.id));
-      // Enter opens the customer here, as every browser's button would on its own: some send
-      // no click for a key that automation typed.
-      name.addEventListener("keydown", (event) => {
-        if (event.key !== "Enter") return;
-        event.preventDefault();
-        open(c.id);
-      });
       const count = unread(c);
       row.append(element("td"), element("td"), element("td", waited(c), "waited"),
         element("td", count ? String(count) : "", "unread"), element("td", c.agent));
       row.children[0].append(name);
       row.children[1].append(element("span", stateText(c), `state ${c.state}`));
-      // The whole row opens the customer for a mouse; the name's button for the keyboard.
-      row.addEventListener("click", (event) => {
-        if (!event.target.closest("button")) open(c.id);
-      });
       rows.append(row);
     }
     $("customer-list").replaceChildren(rows);
@@ -169,6 +157,20 @@ function renderList() {
 }
 
 // How many wait in each group, and the groups to filter by.
+// The whole row opens its customer for a mouse, the name's button for the keyboard: one listener
+// for every row. Enter opens here, as every browser's button would on its own: some send no click
+// for a key that automation typed.
+$("customer-list").addEventListener("click", (event) => {
+  const row = event.target.closest("tr");
+  if (row) open(row.dataset.id);
+});
+$("customer-list").addEventListener("keydown", (event) => {
+  const row = event.target.closest("tr");
+  if (event.key !== "Enter" || !row) return;
+  event.preventDefault();
+  open(row.dataset.id);
+});
+
 function renderCounts() {
   const waiting = new Map();
   const known = new Set(groups.map((g) => g.id));
