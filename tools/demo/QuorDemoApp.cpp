@@ -1,6 +1,10 @@
 #include "QuorDemoApp.h"
 
+#include "QuorTerminalInput.h"
+
+#include <unistd.h>
 #include <algorithm>
+
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
@@ -14,8 +18,22 @@ namespace {
 
 // How long the demo waits for the desk's answer to its handshake.
 constexpr auto kStartTimeout = std::chrono::seconds(15);
+// How often an idle terminal chat runs what the service reported.
+constexpr auto kIdleTurn = std::chrono::milliseconds(50);
 
-void status(const std::string& line) { std::printf("  * %s\n", line.c_str()); }
+// Whether the terminal shows the prompt ("> ") with nothing printed after it: a line printed
+// then takes the prompt's place, and the chat shows the prompt again (a terminal clears it, a
+// pipe moves to a new line).
+bool prompting = false;
+
+void show(const std::string& line) {
+  if (prompting) std::fputs(isatty(STDOUT_FILENO) ? "\r\x1b[K" : "\n", stdout);
+  prompting = false;
+  std::printf("%s\n", line.c_str());
+  std::fflush(stdout);
+}
+
+void status(const std::string& line) { show("  * " + line); }
 
 }  // namespace
 
@@ -77,18 +95,17 @@ class QuorDemoApp::Screen : public KXCSServiceObserver {
   void onMessage(const KXCSConversationMessage& line) override {
     switch (line.author) {
       case KXCSMessageAuthor::Customer:
-        std::printf("You: %s\n", line.text.c_str());
+        show("You: " + line.text);
         break;
       case KXCSMessageAuthor::Notice:
-        std::printf("  -- %s --\n", line.text.c_str());
+        show("  -- " + line.text + " --");
         break;
       case KXCSMessageAuthor::LeaveMessageInvitation:
-        std::printf("  -- %s (the desk invites a message) --\n", line.text.c_str());
+        show("  -- " + line.text + " (the desk invites a message) --");
         break;
       case KXCSMessageAuthor::Robot:
       case KXCSMessageAuthor::Agent:
-        std::printf("%s: %s\n", line.senderName.empty() ? "Desk" : line.senderName.c_str(),
-                    line.text.c_str());
+        show((line.senderName.empty() ? std::string("Desk") : line.senderName) + ": " + line.text);
         break;
     }
   }
@@ -233,33 +250,52 @@ int QuorDemoApp::runInteractive() {
   if (!start()) return 1;
   std::printf(
       "Type a message, or: /human, /group ID, /rate STARS [TEXT], /leave TEXT, /stop, /quit\n");
-  std::string line;
-  while (!screen_->ended && std::printf("> ") && std::fflush(stdout) == 0 &&
-         std::getline(std::cin, line)) {
-    std::istringstream words(line);
-    std::string command;
-    words >> command;
-    std::string rest;
-    std::getline(words >> std::ws, rest);
-    if (command == "/quit") break;
-    if (command == "/help") {
-      std::printf("/human, /group ID, /rate STARS [TEXT], /leave TEXT, /stop, /quit\n");
-    } else if (command == "/human") {
-      askForAgent();
-    } else if (command == "/group") {
-      chooseGroup(rest);
-    } else if (command == "/rate") {
-      rateFromInput(rest);
-    } else if (command == "/leave") {
-      leaveMessage({{"content", rest}});
-    } else if (command == "/stop") {
-      stop();
-      break;
-    } else if (!line.empty()) {
-      say(line);
+  // The desk's lines show as they come, also while the customer types nothing: the lines are
+  // read on their own thread, and the main thread runs the service's reports meanwhile.
+  QuorTerminalInput input;
+  while (!screen_->ended) {
+    if (!prompting) {
+      std::printf("> ");
+      std::fflush(stdout);
+      prompting = true;
     }
+    const auto line = input.next(kIdleTurn);
+    if (!line) {
+      if (input.ended()) break;
+      settle_();
+      continue;
+    }
+    prompting = false;
+    if (!handle(*line)) break;
   }
+  if (prompting) std::printf("\n");
   return 0;
+}
+
+bool QuorDemoApp::handle(const std::string& line) {
+  std::istringstream words(line);
+  std::string command;
+  words >> command;
+  std::string rest;
+  std::getline(words >> std::ws, rest);
+  if (command == "/quit") return false;
+  if (command == "/help") {
+    std::printf("/human, /group ID, /rate STARS [TEXT], /leave TEXT, /stop, /quit\n");
+  } else if (command == "/human") {
+    askForAgent();
+  } else if (command == "/group") {
+    chooseGroup(rest);
+  } else if (command == "/rate") {
+    rateFromInput(rest);
+  } else if (command == "/leave") {
+    leaveMessage({{"content", rest}});
+  } else if (command == "/stop") {
+    stop();
+    return false;
+  } else if (!line.empty()) {
+    say(line);
+  }
+  return true;
 }
 
 std::vector<std::string> QuorDemoApp::robotQuestions() const {

@@ -36,6 +36,8 @@ class QuorDemoApp {
   void askForAgent();
   void chooseGroup(const std::string& groupId);
   void rate(int stars, const std::string& suggestion);
+  // One line of the terminal chat: a command or a text; false when the chat ends.
+  bool handle(const std::string& line);
   // The stars typed after /rate: the service checks them against the desk's options.
   void rateFromInput(const std::string& input);
   // The customer's questions: the shop's, or one per robot answer of the chosen profile.
