@@ -32,7 +32,8 @@ int main(int argc, char** argv) {
     const std::string id = "customer-" + std::to_string(i) + "@localhost";
     const std::string name = "Customer " + std::to_string(i);
     auto said = [&](const char* objectName, std::string body) {
-      console.board().record({id, QuorConsoleBoard::now(), true, objectName, std::move(body), "", ""});
+      console.board().record(
+          {id, QuorConsoleBoard::now(), true, objectName, std::move(body), "", ""});
     };
     said("KX:CsHs", R"({"userInfo":{"userId":"c)" + std::to_string(i) + R"(","name":")" + name +
                         R"("},"contactInfo":{},"requestInfo":{"page":"orders"}})");
