@@ -241,6 +241,7 @@ def browser(browser_home):
         driver = webdriver.Chrome(service=service, options=options)
         driver.execute_cdp_cmd("Emulation.setEmulatedMedia", {"features": [
             {"name": "prefers-color-scheme", "value": "dark" if dark else "light"}]})
+        viewport(driver, 1280, 800)  # the page's own size, without the window's frame
         drivers.append(driver)
         driver.get(url)
         return driver
