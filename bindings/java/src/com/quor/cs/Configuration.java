@@ -102,11 +102,21 @@ public final class Configuration {
   }
 
   // The configuration in the JSON the C API writes; null for null or anything but an object.
+  // A service's configuration changes only with a handshake, and every status carries it: the
+  // last one read is kept (it is immutable), so the statuses between share one reading.
   @SuppressWarnings("unchecked")
   static @Nullable Configuration fromJson(@Nullable String json) {
+    if (json == null) return null;
+    Object[] seen = lastRead;
+    if (json.equals(seen[0])) return (Configuration) seen[1];
     Object value = Json.read(json);
-    return value instanceof Map ? new Configuration((Map<String, Object>) value) : null;
+    Configuration read =
+        value instanceof Map ? new Configuration((Map<String, Object>) value) : null;
+    lastRead = new Object[] {json, read};
+    return read;
   }
+
+  private static volatile Object[] lastRead = {null, null};
 
   private static String text(Map<String, Object> json, String key) {
     Object value = json.get(key);
