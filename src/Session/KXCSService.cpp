@@ -495,14 +495,16 @@ KXCSServiceResult KXCSService::askForAgent() {
     std::lock_guard<std::mutex> lock(core_->mutex);
     if (core_->blocked) return Result::Blocked;
   }
-  // With groups the client asks the app to choose first (ChoosingGroup follows).
+  // With groups the client asks the app to choose first (ChoosingGroup follows). Without, the
+  // wait is reported before the request goes: the desk's answer, handled on the host's thread,
+  // may come before this call returns, and must follow the wait.
   const bool choosing = KXClientState::of(core_->client()).choosesGroupFirst(core_->deskId);
-  core_->client().switchToHumanMode(core_->deskId);
   if (!choosing) {
     KXCSServiceStatus next;
     next.state = State::WaitingForAgent;
     core_->move(next);
   }
+  core_->client().switchToHumanMode(core_->deskId);
   return Result::Done;
 }
 
@@ -513,10 +515,11 @@ KXCSServiceResult KXCSService::chooseGroup(const std::string& groupId) {
     return group && group->groupId() == groupId;
   });
   if (!offered) return Result::GroupNotOffered;
-  core_->client().selectCustomerServiceGroup(core_->deskId, groupId);
+  // The wait first: the desk's answer may come before the send returns (above).
   KXCSServiceStatus next;
   next.state = State::WaitingForAgent;
   core_->move(next);
+  core_->client().selectCustomerServiceGroup(core_->deskId, groupId);
   return Result::Done;
 }
 
