@@ -49,6 +49,18 @@ def take(driver, customer, name):
     wait(driver, lambda: driver.find_element(By.ID, "say-text").is_displayed())
 
 
+def taken_by_ada(desk, customers, browser, account, name):
+    """Ada and Bo logged in, and a customer who waited and whom Ada took."""
+    ada = browser(desk.link)
+    login(ada, "Ada")
+    bo = browser(desk.link)
+    login(bo, "Bo")
+    customer = waiting_customer(customers, account, name, "sales")
+    wait(ada, lambda: row(ada, name) is not None)
+    take(ada, customer, name)
+    return ada, bo, customer
+
+
 def test_the_longest_wait_comes_first_with_filters_counts_and_a_call_for_attention(
         desk, customers, browser):
     page = browser(desk.link)
@@ -88,13 +100,7 @@ def test_the_longest_wait_comes_first_with_filters_counts_and_a_call_for_attenti
 
 
 def test_each_agent_reads_for_herself_and_times_are_shown(desk, customers, browser):
-    ada = browser(desk.link)
-    login(ada, "Ada")
-    bo = browser(desk.link)
-    login(bo, "Bo")
-    ivy = waiting_customer(customers, "ivy", "Ivy", "sales")
-    wait(ada, lambda: row(ada, "Ivy") is not None)
-    take(ada, ivy, "Ivy")
+    ada, bo, ivy = taken_by_ada(desk, customers, browser, "ivy", "Ivy")
     ada.execute_script("document.activeElement.blur()")
     press(ada, Keys.ESCAPE)  # Ada closes the conversation
     wait(ada, lambda: not ada.find_element(By.ID, "conversation").is_displayed())
@@ -114,13 +120,7 @@ def test_each_agent_reads_for_herself_and_times_are_shown(desk, customers, brows
 
 
 def test_an_agent_passes_notes_inserts_canned_replies_and_searches(desk, customers, browser):
-    ada = browser(desk.link)
-    login(ada, "Ada")
-    bo = browser(desk.link)
-    login(bo, "Bo")
-    max_ = waiting_customer(customers, "max", "Max", "sales")
-    wait(ada, lambda: row(ada, "Max") is not None)
-    take(ada, max_, "Max")
+    ada, bo, max_ = taken_by_ada(desk, customers, browser, "max", "Max")
     max_.service.send_text("My order 9917 is broken")
     max_.settle()
 
