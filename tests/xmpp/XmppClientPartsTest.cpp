@@ -1,5 +1,5 @@
-// The XMPP client's parts on their own: reading the stream within its limits, SCRAM, and the
-// bookkeeping of stream management.
+// The XMPP client's parts on their own: reading the stream within its limits, SCRAM, the
+// bookkeeping of stream management, and the push notification an app reads.
 #include <gmock/gmock.h>
 
 #include <cstring>
@@ -7,6 +7,7 @@
 #include "QuorSaslClient.h"
 #include "QuorStreamManagement.h"
 #include "QuorXmlStream.h"
+#include "QuorXmppHost/QuorPushNotification.h"
 
 namespace quor::test {
 namespace {
@@ -150,6 +151,40 @@ TEST(StreamManagement, CountsAcknowledgesAndResendsWhatTheServerMissed) {
   EXPECT_EQ(sm.unacknowledged(), 0u);
   sm.forget();
   EXPECT_FALSE(sm.isEnabled() || sm.canResume());
+}
+
+TEST(PushNotification, ReadsWhatThePushServiceWroteAndRefusesAnythingElse) {
+  QuorPushNotification written;
+  written.account = "mei@example.com";
+  written.node = "n1";
+  written.token = "tok\"en";
+  written.deskId = "Shop 店";
+  written.deskJid = "\\53hop\\20\xe5\xba\x97@example.com";
+  written.unread = 3;
+  written.since = 1764140000000;
+  QuorPushNotification read;
+  ASSERT_TRUE(QuorPushNotification::fromJson(written.toJson(), &read));
+  EXPECT_EQ(read.toJson(), written.toJson());
+
+  // Each of these leaves what it reads into as it was.
+  const std::string deep = std::string(100000, '[') + std::string(100000, ']');
+  for (const std::string& bad :
+       {std::string(""), std::string("null"), std::string("[1]"), std::string("{}"),
+        std::string("{\"desk\":\"\"}"), std::string("{\"desk\":7}"),
+        std::string("{\"desk\":\"shop\",\"unread\":\"2\"}"),
+        std::string("{\"desk\":\"shop\",\"unread\":-1}"),
+        std::string("{\"desk\":\"shop\",\"unread\":1.5}"),
+        std::string("{\"desk\":\"shop\",\"since\":{\"a\":1}}"), std::string("{\"desk\":\"sh"),
+        std::string("{\"desk\":\"\xff\"}"), deep}) {
+    QuorPushNotification kept = written;
+    EXPECT_FALSE(QuorPushNotification::fromJson(bad, &kept)) << bad.substr(0, 40);
+    EXPECT_EQ(kept.toJson(), written.toJson()) << bad.substr(0, 40);
+  }
+  // Members it does not know are ignored; those it knows may be missing.
+  ASSERT_TRUE(QuorPushNotification::fromJson("{\"desk\":\"shop\",\"later\":[1,2]}", &read));
+  EXPECT_EQ(read.deskId, "shop");
+  EXPECT_EQ(read.unread, 0);
+  EXPECT_EQ(read.account, "");
 }
 
 }  // namespace

@@ -10,6 +10,8 @@
 --   * sends the sender <message type='headline'><confirmed xmlns='...' id='ID' stamp='MS'/>
 --     </message> from the server's own address, where ID is the message's stanza id.
 -- The server advertises the namespace as a feature, so that clients can tell it is loaded.
+-- It also keeps these messages flowing to inactive clients and lets push notifications through
+-- for them alone (below).
 local st = require "util.stanza";
 local jid = require "util.jid";
 local time = require "util.time";
@@ -50,3 +52,28 @@ end
 
 module:hook("pre-message/bare", stamp_and_confirm, 10);
 module:hook("pre-message/full", stamp_and_confirm, 10);
+
+-- While a client says it is inactive (XEP-0352, mod_csi_simple) the server holds back what can
+-- wait; a customer-service message and the confirmation of one's send cannot.
+module:hook("csi-is-stanza-important", function (event)
+	local stanza = event.stanza;
+	if st.is_stanza(stanza) and stanza.name == "message"
+			and (stanza:get_child("cs", xmlns) or stanza:get_child("confirmed", xmlns)) then
+		event.reason = "customer service";
+		return true;
+	end
+end, 10);
+
+-- A push notification (XEP-0357, mod_cloud_notify) wakes a phone for what someone else wrote to
+-- it: a customer-service message from another account. Confirmations, the account's own
+-- messages (carbons), presence and everything else wake nobody.
+module:hook("cloud_notify/push", function (event)
+	local stanza = event.original_stanza;
+	if st.is_stanza(stanza) and stanza.name == "message" and stanza.attr.type ~= "error"
+			and stanza:get_child("cs", xmlns)
+			and jid.bare(stanza.attr.from or "") ~= event.username .. "@" .. module.host then
+		return;
+	end
+	event.reason = "not a customer-service message from another account";
+	return true;
+end, 10);

@@ -42,6 +42,7 @@ constexpr const char* kBindId = "quor-bind";
 constexpr const char* kSessionId = "quor-session";
 constexpr const char* kDiscoId = "quor-disco";
 constexpr const char* kPingId = "quor-ping";
+constexpr const char* kPushEnableIdPrefix = "quor-push-";
 constexpr const char* kBarrierIdPrefix = "quor-barrier-";
 constexpr const char* kArchiveQueryPrefix = "quor-archive-";
 // Servers cap a page of the archive (Prosody at 50 by default): this asks for what they give.
@@ -151,6 +152,16 @@ class QuorXmppConnection::Network : private QuorXmlStream::Handler {
   // for the others.
   void failEverything(int64_t writtenCode, int64_t unwrittenCode);
 
+  // The app's life cycle: what the server is told, push, and the cut when suspended.
+  void followAppState(Clock::time_point now);
+  void enablePush(const QuorXmppPush& push);
+  void disablePush();
+  std::string pushNode(const QuorXmppPush& push) const {
+    return push.node.empty() ? owner_.resource_ : push.node;
+  }
+  std::chrono::milliseconds keepaliveInterval() const;
+  bool suspended() const { return owner_.appState_.load() == QuorAppState::Suspended; }
+
   // Received stanzas.
   void onStreamStart(const QuorXmlElement& header) override;
   void onStanza(std::unique_ptr<QuorXmlElement> stanza) override;
@@ -198,6 +209,19 @@ class QuorXmppConnection::Network : private QuorXmlStream::Handler {
   // The largest message to write: the option's, or less when the server announces less.
   std::size_t sendLimit_ = 0;
   std::deque<Outgoing> queued_;  // made while offline
+
+  bool csiOffered_ = false;
+  // What the server was told on this stream (active: false); unknown after a resumption.
+  std::optional<bool> inactiveSaid_;
+  QuorAppState followed_ = QuorAppState::Foreground;
+  // The registration enabled during this stay out of the foreground, and the enable that waits
+  // for its answer; the registrations the server took during this run (disabled on leaving).
+  std::optional<QuorXmppPush> pushAsked_;
+  std::string pushEnableId_;
+  std::vector<QuorXmppPush> pushTaken_;
+  uint64_t pushRequests_ = 0;
+  // Suspended: the link is cut once push is enabled, or at this time without its answer.
+  std::optional<Clock::time_point> suspendBy_;
 };
 
 QuorXmppConnection::QuorXmppConnection(QuorXmppOptions options, Events& events)
@@ -206,6 +230,7 @@ QuorXmppConnection::QuorXmppConnection(QuorXmppOptions options, Events& events)
   resource_ = options_.resource.empty() ? "quor-cs-" + QuorXmppStanza::uniqueId().substr(5, 12)
                                         : options_.resource;
   domain_ = QuorXmppStanza::domainOf(options_.jid);
+  push_ = options_.push;
   wakeFd_ = ::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
 }
 
@@ -225,11 +250,12 @@ void QuorXmppConnection::start() {
   });
 }
 
-void QuorXmppConnection::stop() {
+void QuorXmppConnection::stop(bool leaveAccount) {
   {
     std::lock_guard<std::mutex> lock(mutex_);
     if (stopping_ || !thread_.joinable()) return;
     stopping_ = true;
+    leaving_ = leaveAccount;
   }
   wake();
   if (thread_.joinable()) thread_.join();
@@ -247,6 +273,23 @@ void QuorXmppConnection::stop() {
   std::lock_guard<std::mutex> lock(mutex_);
   thread_ = std::thread();
   stopping_ = false;
+}
+
+void QuorXmppConnection::setAppState(QuorAppState state) {
+  appState_ = state;
+  wake();
+}
+
+void QuorXmppConnection::setPush(QuorXmppPush push) {
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    push_ = std::move(push);
+  }
+  wake();
+}
+
+QuorXmppConnection::Traffic QuorXmppConnection::traffic() const {
+  return {wakeups_.load(), bytesIn_.load(), bytesOut_.load(), logins_.load(), resumptions_.load()};
 }
 
 void QuorXmppConnection::send(QuorXmppPayload payload, Outcome outcome) {
@@ -306,7 +349,8 @@ void QuorXmppConnection::Network::run() {
       if (owner_.stopping_) break;
     }
     auto now = Clock::now();
-    if (phase_ == Phase::Offline && !ended_ && now >= nextAttempt_) connect();
+    followAppState(now);
+    if (phase_ == Phase::Offline && !ended_ && !suspended() && now >= nextAttempt_) connect();
     takeOutbox();
     if (phase_ == Phase::Online) writeQueued(now);
     expire(now);
@@ -316,6 +360,7 @@ void QuorXmppConnection::Network::run() {
     if (phase_ == Phase::Connecting || outSent_ < out_.size()) fds[1].events |= POLLOUT;
     const nfds_t count = socket_ >= 0 ? 2 : 1;
     ::poll(fds, count, pollTimeoutMs(now));
+    ++owner_.wakeups_;
     if (fds[0].revents & POLLIN) {
       uint64_t drained;
       (void)!::read(owner_.wakeFd_, &drained, sizeof drained);
@@ -329,7 +374,15 @@ void QuorXmppConnection::Network::run() {
     }
   }
   failEverything(QuorXmppErrorStopped, QuorXmppErrorStopped);
-  if (phase_ == Phase::Online) sayGoodbye();
+  if (phase_ == Phase::Online) {
+    bool leaving;
+    {
+      std::lock_guard<std::mutex> lock(owner_.mutex_);
+      leaving = owner_.leaving_;
+    }
+    if (leaving) disablePush();
+    sayGoodbye();
+  }
   closeSocket();
   if (!ended_) setStatus(QuorXmppConnectionStatus::SignedOut);
 }
@@ -355,13 +408,14 @@ void QuorXmppConnection::Network::sayGoodbye() {
 
 int QuorXmppConnection::Network::pollTimeoutMs(Clock::time_point now) const {
   auto next = now + std::chrono::hours(1);
-  if (phase_ == Phase::Offline && !ended_) next = std::min(next, nextAttempt_);
+  if (phase_ == Phase::Offline && !ended_ && !suspended()) next = std::min(next, nextAttempt_);
+  if (suspendBy_) next = std::min(next, *suspendBy_);
   if (phase_ == Phase::Connecting || phase_ == Phase::LoggingIn) {
     next = std::min(next, attemptStart_ + options_.loginTimeout);
   }
   if (phase_ == Phase::Online) {
     next = std::min(next, probeSent_ ? *probeSent_ + options_.keepaliveTimeout
-                                     : lastHeard_ + options_.keepaliveInterval);
+                                     : lastHeard_ + keepaliveInterval());
   }
   for (const auto& entry : waiting_) next = std::min(next, entry.second.deadline);
   for (const auto& outgoing : queued_)
@@ -435,6 +489,7 @@ void QuorXmppConnection::Network::readSocket() {
       return;
     }
     budget -= std::min(budget, static_cast<std::size_t>(got));
+    owner_.bytesIn_ += static_cast<uint64_t>(got);
     lastHeard_ = Clock::now();
     probeSent_.reset();
     std::string plain;
@@ -476,6 +531,7 @@ void QuorXmppConnection::Network::flush() {
       return;
     }
     outSent_ += static_cast<std::size_t>(sent);
+    owner_.bytesOut_ += static_cast<uint64_t>(sent);
   }
   if (outSent_ == out_.size()) {
     out_.clear();
@@ -502,7 +558,8 @@ void QuorXmppConnection::Network::writeStanza(const std::string& xml, const std:
 }
 
 void QuorXmppConnection::Network::lose(std::string why, QuorXmppConnectionStatus ending) {
-  const bool wasOnline = phase_ == Phase::Online;
+  // A link cut for a suspended app is no loss worth a warning.
+  const bool wasOnline = phase_ == Phase::Online && !suspended();
   closeSocket();
   owner_.events_.onLog(wasOnline ? 3 : 4, "xmpp", "connection lost: " + why);
   nextAttempt_ = Clock::now() + backoff_;
@@ -596,6 +653,7 @@ void QuorXmppConnection::Network::onFeatures(const QuorXmlElement& features) {
           QuorSaslClient::base64(sasl_->start(chosen)) + "</auth>");
     return;
   }
+  csiOffered_ = features.child("csi", QuorXmppStanza::kClientStateNamespace) != nullptr;
   smOffered_ = options_.streamManagement &&
                features.child("sm", QuorStreamManagement::kNamespace) != nullptr;
   sendLimit_ = options_.maxSendStanzaBytes;
@@ -650,6 +708,11 @@ void QuorXmppConnection::Network::onSasl(const QuorXmlElement& element) {
 }
 
 void QuorXmppConnection::Network::bind() {
+  // A new session: the server takes the app as active, and push is enabled for it anew.
+  inactiveSaid_ = false;
+  pushAsked_.reset();
+  pushEnableId_.clear();
+  ++owner_.logins_;
   QuorXmlElement iq("iq");
   iq.set("type", "set").set("id", kBindId);
   iq.add("bind", kBind).add("resource").setText(owner_.resource_);
@@ -683,6 +746,8 @@ void QuorXmppConnection::Network::onStreamManagement(const QuorXmlElement& eleme
         static_cast<uint32_t>(std::strtoul(element.attribute("h").c_str(), nullptr, 10)),
         &acknowledged);
     acknowledge(acknowledged);
+    inactiveSaid_.reset();
+    ++owner_.resumptions_;
     // The server kept the session: what it did not handle is written again, in order; what it
     // handled has its confirmation in what the server sends now.
     for (const auto& stanza : again) writeStanza(stanza.xml, stanza.id);
@@ -878,13 +943,91 @@ void QuorXmppConnection::Network::keepAlive(Clock::time_point now) {
     }
     return;
   }
-  if (now - lastHeard_ < options_.keepaliveInterval) return;
+  if (now - lastHeard_ < keepaliveInterval()) return;
   probeSent_ = now;
   if (sm_.isEnabled()) {
     write(std::string("<r xmlns='") + QuorStreamManagement::kNamespace + "'/>");
   } else {
     writeStanza(std::string("<iq type='get' id='") + kPingId + "' to='" + owner_.domain_ +
                 "'><ping xmlns='" + kPing + "'/></iq>");
+  }
+}
+
+std::chrono::milliseconds QuorXmppConnection::Network::keepaliveInterval() const {
+  if (owner_.appState_.load() == QuorAppState::Foreground) return options_.keepaliveInterval;
+  return std::max(options_.keepaliveInterval, options_.backgroundKeepaliveInterval);
+}
+
+// ---- the app's life cycle
+
+void QuorXmppConnection::Network::followAppState(Clock::time_point now) {
+  const QuorAppState wanted = owner_.appState_.load();
+  if (wanted != followed_) {
+    // Back from suspension: connect at once.
+    if (followed_ == QuorAppState::Suspended) {
+      nextAttempt_ = now;
+      backoff_ = options_.reconnectFirst;
+    }
+    // Every stay out of the foreground enables push anew, so its count starts again.
+    if (wanted == QuorAppState::Foreground) pushAsked_.reset();
+    followed_ = wanted;
+  }
+  if (wanted != QuorAppState::Suspended) suspendBy_.reset();
+  if (phase_ != Phase::Online) {
+    // A login under way is given up: a suspended app has no link.
+    if (wanted == QuorAppState::Suspended && socket_ >= 0) lose("the app is suspended");
+    return;
+  }
+  const bool inactive = wanted != QuorAppState::Foreground;
+  if (csiOffered_ && inactiveSaid_ != inactive) {
+    write(std::string("<") + (inactive ? "inactive" : "active") + " xmlns='" +
+          QuorXmppStanza::kClientStateNamespace + "'/>");
+    inactiveSaid_ = inactive;
+  }
+  if (inactive && pushEnableId_.empty()) {
+    QuorXmppPush push;
+    {
+      std::lock_guard<std::mutex> lock(owner_.mutex_);
+      push = owner_.push_;
+    }
+    if (!push.service.empty() && !(pushAsked_ && *pushAsked_ == push)) enablePush(push);
+  }
+  if (wanted != QuorAppState::Suspended) return;
+  if (!suspendBy_) suspendBy_ = now + options_.keepaliveTimeout;
+  if (pushEnableId_.empty() || now >= *suspendBy_) {
+    // Cut without ending the stream: the server keeps the session for resumption and pushes
+    // what arrives meanwhile.
+    flush();
+    suspendBy_.reset();
+    pushEnableId_.clear();
+    if (socket_ >= 0) lose("the app is suspended");
+  }
+}
+
+void QuorXmppConnection::Network::enablePush(const QuorXmppPush& push) {
+  pushAsked_ = push;
+  pushEnableId_ = kPushEnableIdPrefix + std::to_string(++pushRequests_);
+  writeStanza(QuorXmppStanza::pushEnable(pushEnableId_, push, pushNode(push), owner_.bareJid_,
+                                         QuorXmppStanza::wallClockMs())
+                  ->toXml());
+}
+
+void QuorXmppConnection::Network::disablePush() {
+  QuorXmppPush current;
+  {
+    std::lock_guard<std::mutex> lock(owner_.mutex_);
+    current = owner_.push_;
+  }
+  // The current registration (an earlier run may have enabled it) and any other this run did.
+  std::vector<QuorXmppPush> all = pushTaken_;
+  if (!current.service.empty()) all.push_back(current);
+  std::vector<QuorXmppPush> done;
+  for (const auto& push : all) {
+    if (std::find(done.begin(), done.end(), push) != done.end()) continue;
+    done.push_back(push);
+    writeStanza(
+        QuorXmppStanza::pushDisable(kPushEnableIdPrefix + std::string("off"), push, pushNode(push))
+            ->toXml());
   }
 }
 
@@ -961,6 +1104,21 @@ void QuorXmppConnection::Network::onIq(const QuorXmlElement& iq) {
   }
   if (!barrierId_.empty() && id == barrierId_) {
     passBarrier();
+  } else if (!pushEnableId_.empty() && id == pushEnableId_ && isFromServerOrSelf(iq)) {
+    pushEnableId_.clear();
+    if (type == "result" && pushAsked_) {
+      if (std::find(pushTaken_.begin(), pushTaken_.end(), *pushAsked_) == pushTaken_.end()) {
+        pushTaken_.push_back(*pushAsked_);
+      }
+      owner_.events_.onLog(4, "xmpp", "push notifications enabled at " + pushAsked_->service);
+    } else if (type != "result") {
+      const QuorXmlElement* error = iq.child("error");
+      const std::string condition = error && !error->children().empty()
+                                        ? error->children().front()->localName()
+                                        : std::string("no reason given");
+      owner_.events_.onLog(3, "xmpp",
+                           "the server did not enable push notifications (" + condition + ")");
+    }
   } else if (id.rfind(kArchiveQueryPrefix, 0) == 0 && isFromServerOrSelf(iq)) {
     bool complete = true;
     std::string last;

@@ -55,7 +55,7 @@ void QuorXmppHost::logout() {
   delivery_->runAndWait([this] {
     for (auto* module : loadedModules()) module->notifyLogoutEvent();
   });
-  connection_->stop();
+  connection_->stop(/*leaveAccount=*/true);
   if (!delivery_->isCurrent()) delivery_->waitIdle();
 }
 

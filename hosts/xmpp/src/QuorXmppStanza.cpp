@@ -7,6 +7,7 @@
 #include <ctime>
 #include <random>
 
+#include "QuorXmppHost/QuorPushNotification.h"
 #include "QuorXmppHost/QuorXmppErrors.h"
 
 namespace quor {
@@ -114,12 +115,17 @@ std::unique_ptr<QuorXmlElement> QuorXmppStanza::payloadMessage(const QuorXmppPay
   }
   auto message = std::make_unique<QuorXmlElement>("message");
   message->set("type", "chat").set("to", payload.peer).set("id", payload.stanzaId);
+  // A fixed text for what reads only bodies: other clients of the account show it, and servers
+  // summarise, copy (carbons) and push only messages that have one. The content never goes
+  // there, so no push payload or server log carries it.
+  message->add("body").setText(QuorXmppFallbackBody);
+  message->add("fallback", "urn:xmpp:fallback:0").set("for", QuorXmppPayloadNamespace);
   auto& cs = message->add("cs", QuorXmppPayloadNamespace);
   cs.set("name", payload.objectName);
   if (!payload.sender.empty()) cs.set("sender", payload.sender);
   if (payload.body) cs.setText(*payload.body);
   message->add("origin-id", kStanzaIds).set("id", payload.stanzaId);
-  // Servers archive a message with this hint even though it has no <body>.
+  // Servers archive a message with this hint whatever its body.
   message->add("store", "urn:xmpp:hints");
   return message;
 }
@@ -210,6 +216,37 @@ int64_t QuorXmppStanza::errorCodeOf(const QuorXmlElement& stanza) {
     if (error->child(condition, kStanzaErrors)) return QuorXmppErrorNoSuchRecipient;
   }
   return QuorXmppErrorRejected;
+}
+
+std::unique_ptr<QuorXmlElement> QuorXmppStanza::pushEnable(const std::string& id,
+                                                           const QuorXmppPush& push,
+                                                           const std::string& node,
+                                                           const std::string& account,
+                                                           int64_t since) {
+  auto iq = std::make_unique<QuorXmlElement>("iq");
+  iq->set("type", "set").set("id", id);
+  auto& enable = iq->add("enable", kPushNamespace);
+  enable.set("jid", push.service).set("node", node);
+  auto& form = enable.add("x", "jabber:x:data");
+  form.set("type", "submit");
+  const auto field = [&form](const char* name, const std::string& value) {
+    form.add("field").set("var", name).add("value").setText(value);
+  };
+  field("FORM_TYPE", "http://jabber.org/protocol/pubsub#publish-options");
+  field(QuorPushNotification::kTokenOption, push.token);
+  field(QuorPushNotification::kAccountOption, account);
+  field(QuorPushNotification::kSinceOption, std::to_string(since));
+  if (!push.secret.empty()) field(QuorPushNotification::kSecretOption, push.secret);
+  return iq;
+}
+
+std::unique_ptr<QuorXmlElement> QuorXmppStanza::pushDisable(const std::string& id,
+                                                            const QuorXmppPush& push,
+                                                            const std::string& node) {
+  auto iq = std::make_unique<QuorXmlElement>("iq");
+  iq->set("type", "set").set("id", id);
+  iq->add("disable", kPushNamespace).set("jid", push.service).set("node", node);
+  return iq;
 }
 
 std::unique_ptr<QuorXmlElement> QuorXmppStanza::discoInfoQuery(const std::string& to,

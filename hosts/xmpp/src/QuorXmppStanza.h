@@ -7,12 +7,16 @@
 
 #include "QuorXmlElement.h"
 
+#include "QuorXmppHost/QuorXmppOptions.h"
 #include "QuorXmppHost/QuorXmppPayload.h"
 
 namespace quor {
 
 class QuorXmppStanza {
  public:
+  static constexpr const char* kPushNamespace = "urn:xmpp:push:0";
+  static constexpr const char* kClientStateNamespace = "urn:xmpp:csi:0";
+
   static std::string bareJid(const std::string& jid);
   static std::string domainOf(const std::string& jid);
 
@@ -41,6 +45,16 @@ class QuorXmppStanza {
   static bool readConfirmation(const QuorXmlElement& message, std::string* id, int64_t* stamp);
   // The QuorXmppError code for an error stanza.
   static int64_t errorCodeOf(const QuorXmlElement& error);
+
+  // XEP-0357: enables push at `push.service` for `node`, the device's token, the account and
+  // `since` (when this background began, ms) handed back in every notification as publish
+  // options; disables it for `node`.
+  static std::unique_ptr<QuorXmlElement> pushEnable(const std::string& id, const QuorXmppPush& push,
+                                                    const std::string& node,
+                                                    const std::string& account, int64_t since);
+  static std::unique_ptr<QuorXmlElement> pushDisable(const std::string& id,
+                                                     const QuorXmppPush& push,
+                                                     const std::string& node);
 
   static std::unique_ptr<QuorXmlElement> discoInfoQuery(const std::string& to,
                                                         const std::string& id);

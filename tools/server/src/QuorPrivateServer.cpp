@@ -13,6 +13,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <random>
 #include <sstream>
 #include <thread>
 
@@ -102,6 +103,18 @@ int freePort() {
   return port;
 }
 
+// 128 random bits in hex: a component's secret for one run.
+std::string randomSecret() {
+  std::random_device random;
+  std::string secret;
+  for (int i = 0; i < 4; ++i) {
+    char part[9];
+    std::snprintf(part, sizeof part, "%08x", static_cast<unsigned>(random()));
+    secret += part;
+  }
+  return secret;
+}
+
 }  // namespace
 
 std::string QuorPrivateServer::defaultModuleDirectory() {
@@ -137,6 +150,7 @@ std::unique_ptr<QuorPrivateServer> QuorPrivateServer::start(Options options, std
     return nullptr;
   }
   server->directory_ = directory;
+  server->componentSecret_ = randomSecret();
   // Removes the directory once this process is gone, however it ends.
   server->janitor_ = QuorChildProcess::start(
       {"sh", "-c", "while kill -0 \"$1\" 2>/dev/null; do sleep 1; done; rm -rf -- \"$2\"",
@@ -152,6 +166,7 @@ std::unique_ptr<QuorPrivateServer> QuorPrivateServer::start(Options options, std
   std::string reason;
   for (int attempt = 0; attempt < kPortAttempts; ++attempt) {
     server->port_ = freePort();
+    if (server->options_.pushComponent) server->componentPort_ = freePort();
     if (server->launch(&reason)) return server;
   }
   if (error)
@@ -228,7 +243,7 @@ bool QuorPrivateServer::writeConfiguration(std::string* error) const {
          << "c2s_direct_tls_ports = { }\nlegacy_ssl_ports = { }\n"
          << "s2s_ports = { }\nhttp_ports = { }\nhttps_ports = { }\n"
          << "modules_enabled = { \"roster\", \"saslauth\", \"disco\", \"ping\", \"offline\", "
-            "\"smacks\", \"mam\""
+            "\"smacks\", \"mam\", \"carbons\", \"csi_simple\", \"cloud_notify\""
          << (options_.tls ? ", \"tls\"" : "") << modules << " }\n"
          << (options_.tls ? "modules_disabled = { \"s2s\", \"s2s_auth_certs\" }\n"
                           : "modules_disabled = { \"s2s\", \"s2s_auth_certs\", \"tls\" }\n")
@@ -238,7 +253,18 @@ bool QuorPrivateServer::writeConfiguration(std::string* error) const {
          << "network_settings = { nagle = false }\n"
          << "run_as_root = " << (::geteuid() == 0 ? "true" : "false") << "\n"
          << "log = { { levels = { min = \"info\" }, to = \"console\" } }\n"
-         << "VirtualHost " << luaString(options_.domain) << "\n";
+         // Push notifications name their sender, so that the push service can say which desk
+         // wrote.
+         << "push_notification_with_sender = true\n";
+  if (options_.pushComponent) {
+    config << "component_ports = { " << componentPort_ << " }\n"
+           << "component_interfaces = { \"127.0.0.1\" }\n";
+  }
+  config << "VirtualHost " << luaString(options_.domain) << "\n";
+  if (options_.pushComponent) {
+    config << "Component " << luaString(pushDomain()) << "\n"
+           << "  component_secret = " << luaString(componentSecret_) << "\n";
+  }
   if (!config.flush()) {
     if (error) *error = "cannot write the configuration";
     return false;
@@ -259,15 +285,24 @@ bool QuorPrivateServer::writeEjabberdConfiguration(const std::string& directory,
          << "  - port: " << port << "\n"
          << "    ip: \"127.0.0.1\"\n"
          << "    module: ejabberd_c2s\n"
-         << "    max_stanza_size: 262144\n"
-         << "auth_method: internal\n"
+         << "    max_stanza_size: 262144\n";
+  if (options_.pushComponent && directory == directory_) {
+    config << "  - port: " << componentPort_ << "\n"
+           << "    ip: \"127.0.0.1\"\n"
+           << "    module: ejabberd_service\n"
+           << "    hosts:\n      \"" << pushDomain() << "\":\n        password: \""
+           << componentSecret_ << "\"\n";
+  }
+  config << "auth_method: internal\n"
          << "auth_password_format: scram\n"
          << "acl:\n  local:\n    user_regexp: \"\"\n"
          << "access_rules:\n  c2s:\n    allow: all\n  local:\n    allow: local\n"
          << "shaper_rules:\n  max_user_sessions: 10\n  max_user_offline_messages: 5000\n"
          << "modules:\n"
          << "  mod_disco: {}\n  mod_ping: {}\n  mod_stream_mgmt: {}\n  mod_offline: {}\n"
-         << "  mod_roster: {}\n  mod_mam:\n    default: always\n";
+         << "  mod_roster: {}\n  mod_mam:\n    default: always\n"
+         << "  mod_carboncopy: {}\n  mod_client_state: {}\n  mod_push:\n    include_sender: true\n"
+         << "  mod_push_keepalive: {}\n";
   if (failed || !config.flush()) {
     if (error) *error = "cannot write the configuration";
     return false;
@@ -330,7 +365,11 @@ std::unique_ptr<QuorChildProcess> QuorPrivateServer::launchEjabberdNode(std::siz
   if (!process) return nullptr;
   const std::string listening =
       "Start accepting TCP connections at 127.0.0.1:" + std::to_string(port) + " ";
+  const std::string component =
+      "Start accepting TCP connections at 127.0.0.1:" + std::to_string(componentPort_) + " ";
   if (process->waitForOutput(listening, logStart, kEjabberdReadyTimeout, error) &&
+      (!options_.pushComponent || node != 0 ||
+       process->waitForOutput(component, logStart, kEjabberdReadyTimeout, error)) &&
       process->waitForOutput(ready, logStart, kEjabberdReadyTimeout, error)) {
     return process;
   }
@@ -375,7 +414,13 @@ bool QuorPrivateServer::launch(std::string* error) {
       {options_.prosody, "-F", "--config", directory_ + "/prosody.cfg.lua"}, output, error);
   if (!server_) return false;
   const std::string ready = "Activated service 'c2s' on [127.0.0.1]:" + std::to_string(port_);
-  if (server_->waitForOutput(ready, logStart, kReadyTimeout, error)) return true;
+  const std::string component =
+      "Activated service 'component' on [127.0.0.1]:" + std::to_string(componentPort_);
+  if (server_->waitForOutput(ready, logStart, kReadyTimeout, error) &&
+      (!options_.pushComponent ||
+       server_->waitForOutput(component, logStart, kReadyTimeout, error))) {
+    return true;
+  }
   // When the port was taken, Prosody keeps running on no port: the caller tries another.
   server_.reset();
   return false;

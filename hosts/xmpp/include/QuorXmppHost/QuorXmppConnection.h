@@ -63,8 +63,31 @@ class QuorXmppConnection {
   // Starts connecting in the background; does nothing while started.
   void start();
   // Disconnects and stops reconnecting; sends still waiting fail with QuorXmppErrorStopped.
-  // start() connects again afterwards.
-  void stop();
+  // start() connects again afterwards. `leaveAccount`: the app leaves the account (a logout),
+  // so push notifications for this device are disabled first; an app that merely ends keeps
+  // them.
+  void stop(bool leaveAccount = false);
+  // The app's life cycle (QuorAppState), from any thread: the connection tells the server
+  // (XEP-0352) when it offers client state indication, slows its keepalive in the background,
+  // enables push (XEP-0357) for the registration when the app leaves the foreground (each time,
+  // so the push service counts anew), and while suspended cuts the link without ending the
+  // stream and does not reconnect; back in the foreground it reconnects at once and resumes the
+  // session (XEP-0198) when the server still holds it.
+  void setAppState(QuorAppState state);
+  QuorAppState appState() const { return appState_.load(); }
+  // The device's push registration, from any thread; used from the next move to the background.
+  void setPush(QuorXmppPush push);
+  // What the connection cost so far: the network thread's wake-ups, the bytes it read and wrote
+  // on sockets, and how often it logged in anew and resumed a session (for measuring an app in
+  // the background and its return).
+  struct Traffic {
+    uint64_t wakeups = 0;
+    uint64_t bytesIn = 0;
+    uint64_t bytesOut = 0;
+    uint64_t logins = 0;
+    uint64_t resumptions = 0;
+  };
+  Traffic traffic() const;
   // Sends a payload to `payload.peer`, under its stanza id when it has one (an id of a send of an
   // earlier run), else under a fresh one.
   void send(QuorXmppPayload payload, Outcome outcome);
@@ -104,10 +127,18 @@ class QuorXmppConnection {
   std::string domain_;
   std::atomic<QuorXmppConnectionStatus> status_{QuorXmppConnectionStatus::Disconnected};
   std::atomic<bool> serverStamps_{false};
+  std::atomic<QuorAppState> appState_{QuorAppState::Foreground};
+  std::atomic<uint64_t> wakeups_{0};
+  std::atomic<uint64_t> bytesIn_{0};
+  std::atomic<uint64_t> bytesOut_{0};
+  std::atomic<uint64_t> logins_{0};
+  std::atomic<uint64_t> resumptions_{0};
   mutable std::mutex mutex_;
   mutable std::condition_variable statusChanged_;
   std::deque<Outgoing> outbox_;
   bool stopping_ = false;
+  bool leaving_ = false;
+  QuorXmppPush push_;  // under mutex_
   int wakeFd_ = -1;
   std::unique_ptr<Network> network_;
   std::thread thread_;

@@ -87,12 +87,21 @@ class QuorXmppHost : public QuorHostBase, private QuorXmppConnection::Events {
   // Logs in and stays connected (reconnecting with backoff) until logout(); connect() after a
   // logout logs in again, and the server hands over what arrived meanwhile (offline).
   void connect();
-  // Tells the modules (notifyLogoutEvent) and disconnects; waiting sends fail. Returns once
+  // Tells the modules (notifyLogoutEvent), disables this device's push notifications and
+  // disconnects; waiting sends fail. Returns once
   // the delivery thread has handled everything received before. Log out before the last
   // reference to the host goes: a host destroyed while the library still handles a message
   // on the delivery thread is finished by that thread, after the caller went on.
   void logout();
   bool waitUntilOnline(std::chrono::milliseconds timeout) const;
+  // The app's life cycle, from any thread (QuorAppState): in the background the server holds
+  // back what can wait and push is enabled; suspended, the link is cut and the server keeps the
+  // session; back in the foreground the host resumes it.
+  void setAppState(QuorAppState state) { connection_->setAppState(state); }
+  QuorAppState appState() const { return connection_->appState(); }
+  // The device's push registration (QuorXmppPush), from any thread: its token often comes after
+  // the start. Enabled whenever the app leaves the foreground, disabled by logout().
+  void setPush(QuorXmppPush push) { connection_->setPush(std::move(push)); }
   QuorXmppConnectionStatus connectionStatus() const { return connection_->status(); }
   // The account's user id (its JID's local part, unescaped) and bare JID.
   const std::string& currentUserId() const { return userId_; }

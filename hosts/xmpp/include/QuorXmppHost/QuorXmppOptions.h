@@ -7,6 +7,33 @@
 
 namespace quor {
 
+// Where the app stands in its platform's life cycle; the app tells the host when it changes.
+enum class QuorAppState : int32_t {
+  // On screen: the server sends everything at once.
+  Foreground = 0,
+  // Off screen but running: the server is told (XEP-0352) and holds back what can wait, the
+  // keepalive slows down, and push notifications are enabled.
+  Background = 1,
+  // About to be frozen by the system: push is enabled, then the link is cut without ending the
+  // stream, so that the server keeps the session (and pushes what arrives) until the app is back
+  // in the foreground and resumes it. No reconnection while suspended.
+  Suspended = 2,
+};
+
+// A device's push registration (XEP-0357): where the server sends a notification while the app
+// sleeps. The app gets the node and token from its own server and the platform (the FCM or APNs
+// token). A plain value; an empty `service` means no push.
+struct QuorXmppPush {
+  std::string service;  // the push service's JID, "push.example.com"
+  std::string node;     // the device's node at that service; "" takes the connection's resource
+  std::string token;    // the device's token, handed back in every notification
+  std::string secret;   // a secret the push service checks, when it has one
+  bool operator==(const QuorXmppPush& other) const {
+    return service == other.service && node == other.node && token == other.token &&
+           secret == other.secret;
+  }
+};
+
 // How a QuorXmppConnection (and so a QuorXmppHost) reaches its server. A plain value.
 struct QuorXmppOptions {
   // The account, "user@domain", and its password.
@@ -40,6 +67,9 @@ struct QuorXmppOptions {
   // sum (30 s by default); an idle connection wakes only for these.
   std::chrono::milliseconds keepaliveInterval{20000};
   std::chrono::milliseconds keepaliveTimeout{10000};
+  // The keepalive interval in the background (the longer of the two is used): a phone's radio
+  // wakes for every probe, and the server's own pings keep the link known to be alive.
+  std::chrono::milliseconds backgroundKeepaliveInterval{120000};
   // A login (TCP, TLS, authentication, binding) that takes longer than this is given up and
   // tried again.
   std::chrono::milliseconds loginTimeout{15000};
@@ -55,6 +85,9 @@ struct QuorXmppOptions {
   // take turns. Empty: QuorXmppHost uses the one its store keeps for this device; a bare
   // QuorXmppConnection makes one for itself ("quor-cs-" and 12 random hex digits).
   std::string resource;
+  // Push notifications while the app is in the background or suspended; the host can change it
+  // later (the platform's token often comes after the start).
+  QuorXmppPush push;
 };
 
 }  // namespace quor

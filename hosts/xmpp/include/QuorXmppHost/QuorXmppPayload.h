@@ -11,6 +11,11 @@ namespace quor {
 // that carries one message content's body (its JSON text) in an XMPP <message>.
 constexpr const char* QuorXmppPayloadNamespace = "urn:quor:customer-service:0";
 
+// The <body> of every customer-service message, marked as a fallback (XEP-0428): what a client
+// that knows only bodies shows, and what lets servers push, copy and summarise the message. The
+// content itself travels only in the payload element.
+constexpr const char* QuorXmppFallbackBody = "[customer service message]";
+
 // One customer-service message as it crosses XMPP. A plain value.
 struct QuorXmppPayload {
   std::string peer;  // the other end's bare JID: the recipient of a send, the sender of a receipt

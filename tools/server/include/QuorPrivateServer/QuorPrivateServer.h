@@ -44,6 +44,11 @@ class QuorPrivateServer {
     // Prosody: require TLS, with a self-signed certificate for the domain made at start
     // (openssl). ejabberd offers no TLS.
     bool tls = false;
+    // A push service's place (XEP-0357): the component domain push.DOMAIN on its own loopback
+    // port with a secret made per run (XEP-0114), for quor-cs-push; the server's push module
+    // (Prosody's mod_cloud_notify, ejabberd's mod_push) sends it a notification for what
+    // arrives for a sleeping device. On the first node of a cluster only.
+    bool pushComponent = true;
     // The Prosody executable and the directory that holds mod_quor_cs_stamp.lua.
     std::string prosody = "prosody";
     std::string moduleDirectory;
@@ -63,6 +68,10 @@ class QuorPrivateServer {
   // first node's by default).
   QuorXmppOptions account(const std::string& user, const std::string& password,
                           std::size_t node = 0) const;
+  // The push component's domain, port and secret (pushComponent).
+  std::string pushDomain() const { return "push." + options_.domain; }
+  int componentPort() const { return componentPort_; }
+  const std::string& componentSecret() const { return componentSecret_; }
   bool running() const { return server_ && server_->running(); }
   // The server process's id while it runs, else 0.
   pid_t pid() const { return server_ ? server_->pid() : 0; }
@@ -98,6 +107,8 @@ class QuorPrivateServer {
   Options options_;
   std::string directory_;
   int port_ = 0;
+  int componentPort_ = 0;
+  std::string componentSecret_;
   std::size_t accountCount_ = 0;
   std::unique_ptr<QuorChildProcess> server_;
   std::unique_ptr<QuorChildProcess> janitor_;

@@ -1,0 +1,179 @@
+// The app's life cycle over real servers: in the background customer-service messages and the
+// confirmations of sends still flow; suspended, each desk answer wakes the device with one push
+// notification naming the desk, and nothing else does; back in the foreground the session
+// resumes (no new login) with everything the desk sent meanwhile, once.
+#include <mutex>
+#include <thread>
+
+#include "QuorPushService/QuorPushService.h"
+#include "xmpp/XmppFixture.h"
+
+namespace quor::test {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+class XmppPush : public XmppOnEachServer {
+ protected:
+  void SetUp() override {
+    XmppOnEachServer::SetUp();
+    if (HasFatalFailure()) return;
+    QuorPushService::Options options;
+    options.port = static_cast<uint16_t>(server->componentPort());
+    options.domain = server->pushDomain();
+    options.componentSecret = server->componentSecret();
+    push = std::make_unique<QuorPushService>(options, [this](const QuorPushNotification& note) {
+      std::lock_guard<std::mutex> lock(mutex);
+      notifications.push_back(note);
+    });
+    push->start();
+    ASSERT_TRUE(push->waitUntilOnline(kPatience));
+  }
+
+  void TearDown() override {
+    if (phone) phone->logout();
+    phone.reset();
+    deskAccount.reset();
+    push.reset();
+    XmppOnEachServer::TearDown();
+  }
+
+  // Alice's phone: registered for push with `token`, recording the desk's texts it receives.
+  void startPhone(const std::string& token) {
+    QuorXmppOptions options = accountOptions("alice", "alice-pw");
+    options.push = {server->pushDomain(), "", token, ""};
+    phone = bareHost("alice", &options);
+    phone->setWireObserver([this](const QuorXmppPayload& payload, bool fromClient) {
+      std::lock_guard<std::mutex> lock(mutex);
+      if (!fromClient) arrived.push_back(payload.body.value_or(""));
+    });
+    ASSERT_TRUE(phone->waitUntilOnline(kPatience));
+  }
+
+  // The desk's account, writing customer-service texts to Alice.
+  void deskSays(const std::string& text) {
+    if (!deskAccount) {
+      const QuorXmppOptions options = accountOptions(deskLocalPart(), "desk-pw");
+      deskAccount = bareHost(deskLocalPart(), &options);
+      ASSERT_TRUE(deskAccount->waitUntilOnline(kPatience));
+    }
+    QuorXmppPayload payload;
+    payload.peer = server->jid("alice");
+    payload.objectName = "KX:TxtMsg";
+    payload.body = std::string("{\"content\":\"" + text + "\"}");
+    deskAccount->connection().send(payload, nullptr);
+  }
+
+  template <typename Done>
+  static bool waitFor(Done done, std::chrono::milliseconds patience) {
+    const auto end = Clock::now() + patience;
+    while (!done()) {
+      if (Clock::now() >= end) return false;
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    return true;
+  }
+  std::size_t notified() {
+    std::lock_guard<std::mutex> lock(mutex);
+    return notifications.size();
+  }
+  std::size_t heard() {
+    std::lock_guard<std::mutex> lock(mutex);
+    return arrived.size();
+  }
+
+  std::mutex mutex;
+  std::vector<QuorPushNotification> notifications;
+  std::vector<std::string> arrived;
+  std::unique_ptr<QuorPushService> push;
+  std::shared_ptr<QuorXmppHost> phone;
+  std::shared_ptr<QuorXmppHost> deskAccount;
+};
+
+TEST_P(XmppPush, InTheBackgroundSendsAreConfirmedAndTheDeskIsHeardAtOnce) {
+  startPhone("token-1");
+  phone->setAppState(QuorAppState::Background);
+  Outcomes& outcomes = track();
+  const auto sent = Clock::now();
+  QuorXmppPayload question;
+  question.peer = QuorDeskJid::toJid("quor-shop", server->domain());
+  question.objectName = "KX:TxtMsg";
+  question.body = std::string("{\"content\":\"still there?\"}");
+  phone->connection().send(question, [&outcomes](int64_t code, int64_t) {
+    std::lock_guard<std::mutex> lock(outcomes.mutex);
+    if (code == 0)
+      ++outcomes.succeeded;
+    else
+      outcomes.failed.push_back(code);
+  });
+  ASSERT_TRUE(waitFor([&] { return outcomes.reported() == 1; }, kPatience));
+  EXPECT_EQ(outcomes.succeeded, 1);
+  EXPECT_LT(Clock::now() - sent, std::chrono::seconds(2));
+
+  const auto asked = Clock::now();
+  deskSays("yes");
+  ASSERT_TRUE(waitFor([&] { return heard() == 1; }, kPatience));
+  EXPECT_LT(Clock::now() - asked, std::chrono::seconds(2));
+  // The app is connected: nothing to push.
+  std::this_thread::sleep_for(std::chrono::milliseconds(1500));
+  EXPECT_EQ(notified(), 0u);
+}
+
+TEST_P(XmppPush, ASuspendedAppIsWokenOncePerDeskAnswerAndResumesWithEverything) {
+  startPhone("token-1");
+  const auto before = phone->connection().traffic();
+  // The app's last send goes out just before the system freezes it: its confirmation may reach
+  // the sleeping session, and wakes nobody.
+  QuorXmppPayload question;
+  question.peer = QuorDeskJid::toJid("quor-shop", server->domain());
+  question.objectName = "KX:TxtMsg";
+  question.body = std::string("{\"content\":\"my parcel?\"}");
+  phone->connection().send(question, nullptr);
+  phone->setAppState(QuorAppState::Suspended);
+  ASSERT_TRUE(
+      waitFor([&] { return phone->connectionStatus() == QuorXmppConnectionStatus::Disconnected; },
+              kPatience));
+
+  for (int answer = 1; answer <= 2; ++answer) {
+    const auto asked = Clock::now();
+    deskSays("answer " + std::to_string(answer));
+    ASSERT_TRUE(waitFor([&] { return notified() == static_cast<std::size_t>(answer); },
+                        std::chrono::seconds(5)))
+        << "answer " << answer;
+    EXPECT_LT(Clock::now() - asked, std::chrono::seconds(2)) << "answer " << answer;
+  }
+  std::this_thread::sleep_for(std::chrono::milliseconds(1500));
+  ASSERT_EQ(notified(), 2u);
+  for (std::size_t i = 0; i < 2; ++i) {
+    const QuorPushNotification& note = notifications[i];
+    EXPECT_EQ(note.account, "alice@localhost");
+    EXPECT_EQ(note.deskId, "quor-shop");
+    EXPECT_EQ(note.deskJid, QuorDeskJid::toJid("quor-shop", "localhost"));
+    EXPECT_EQ(note.token, "token-1");
+    EXPECT_EQ(note.node, phone->connection().resource());
+    EXPECT_EQ(note.unread, static_cast<int64_t>(i + 1));
+    QuorPushNotification read;
+    ASSERT_TRUE(QuorPushNotification::fromJson(note.toJson(), &read));
+    EXPECT_EQ(read.deskId, "quor-shop");
+  }
+  EXPECT_EQ(heard(), 0u);
+
+  // Back in the foreground: the session resumes, both answers arrive once, and a desk answer to
+  // a live app wakes nobody.
+  phone->setAppState(QuorAppState::Foreground);
+  ASSERT_TRUE(phone->waitUntilOnline(kPatience));
+  ASSERT_TRUE(waitFor([&] { return heard() == 2; }, kPatience));
+  const auto after = phone->connection().traffic();
+  EXPECT_EQ(after.logins, before.logins);
+  EXPECT_EQ(after.resumptions, before.resumptions + 1);
+  deskSays("answer 3");
+  ASSERT_TRUE(waitFor([&] { return heard() == 3; }, kPatience));
+  std::this_thread::sleep_for(std::chrono::milliseconds(1500));
+  EXPECT_EQ(notified(), 2u);
+  EXPECT_EQ(heard(), 3u);
+}
+
+QUOR_INSTANTIATE_ON_EACH_SERVER(XmppPush);
+
+}  // namespace
+}  // namespace quor::test
