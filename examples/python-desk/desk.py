@@ -16,8 +16,8 @@ class Desk(slixmpp.ClientXMPP):
     def __init__(self, jid, password):
         super().__init__(jid, password)
         self.add_event_handler("session_start", self.started)
-        # The payload is a <cs> element, not a <body>: the library's "message" event (bodies
-        # only) never sees it, so match the element itself.
+        # The payload is the <cs> element (the <body> is a fixed fallback text for other
+        # clients): match the element itself.
         self.register_handler(Callback("cs", MatchXPath("{jabber:client}message/{%s}cs" % NS),
                                        self.received))
 
