@@ -18,6 +18,7 @@ ENUMS = {
     "quor_cs_delivery": ("QUOR_CS_DELIVERY_", "Delivery"),
     "quor_cs_xmpp_status": ("QUOR_CS_XMPP_", "XmppStatus"),
     "quor_cs_xmpp_error": ("QUOR_CS_XMPP_ERROR_", "XmppError"),
+    "quor_cs_app_state": ("QUOR_CS_APP_", "AppState"),
 }
 
 

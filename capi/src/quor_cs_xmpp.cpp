@@ -1,6 +1,7 @@
 // QuorXmppHost in C: the whole stack for an app without an IM core of its own.
 #include "KXJsonMembers.h"
 #include "QuorCApi.h"
+#include "QuorXmppHost/QuorPushNotification.h"
 #include "QuorXmppHost/QuorXmppErrors.h"
 #include "QuorXmppHost/QuorXmppHost.h"
 
@@ -19,6 +20,9 @@ QUOR_CS_SAME(QUOR_CS_XMPP_ERROR_NO_SUCH_RECIPIENT, quor::QuorXmppErrorNoSuchReci
 QUOR_CS_SAME(QUOR_CS_XMPP_ERROR_NOT_SENDABLE, quor::QuorXmppErrorNotSendable);
 QUOR_CS_SAME(QUOR_CS_XMPP_ERROR_STOPPED, quor::QuorXmppErrorStopped);
 QUOR_CS_SAME(QUOR_CS_XMPP_ERROR_TOO_LARGE, quor::QuorXmppErrorTooLarge);
+QUOR_CS_SAME(QUOR_CS_APP_FOREGROUND, quor::QuorAppState::Foreground);
+QUOR_CS_SAME(QUOR_CS_APP_BACKGROUND, quor::QuorAppState::Background);
+QUOR_CS_SAME(QUOR_CS_APP_SUSPENDED, quor::QuorAppState::Suspended);
 
 struct quor_cs_xmpp_host {
   std::shared_ptr<quor::QuorXmppHost> host;
@@ -61,8 +65,18 @@ bool optionsOf(const KXDictionary& json, QuorXmppHost::Options& options, std::st
   if (!KXJsonMembers::text(json, "storePath").empty())
     options.storePath = KXJsonMembers::text(json, "storePath");
   options.deskDomain = KXJsonMembers::text(json, "deskDomain");
+  if (const auto push = json.find("push"); push != json.end()) {
+    if (!push->is_object()) {
+      problem = "\"push\" takes an object: {\"service\", \"node\", \"token\", \"secret\"}";
+      return false;
+    }
+    c.push = {KXJsonMembers::text(*push, "service"), KXJsonMembers::text(*push, "node"),
+              KXJsonMembers::text(*push, "token"), KXJsonMembers::text(*push, "secret")};
+  }
   return true;
 }
+
+std::string textOr(const char* text) { return text ? std::string(text) : std::string(); }
 
 const char* statusName(QuorDeliveryStatus status) {
   switch (status) {
@@ -155,6 +169,44 @@ int quor_cs_xmpp_host_wait_online(quor_cs_xmpp_host* host, int64_t timeout_ms) {
 
 int quor_cs_xmpp_host_status(const quor_cs_xmpp_host* host) {
   return host ? static_cast<int>(host->host->connectionStatus()) : -1;
+}
+
+int quor_cs_xmpp_host_set_app_state(quor_cs_xmpp_host* host, int state) {
+  if (!host || state < QUOR_CS_APP_FOREGROUND || state > QUOR_CS_APP_SUSPENDED) {
+    return QUOR_CS_ERROR_ARGUMENT;
+  }
+  return capi::guarded([&] {
+    host->host->setAppState(static_cast<QuorAppState>(state));
+    return QUOR_CS_OK;
+  });
+}
+
+int quor_cs_xmpp_host_app_state(const quor_cs_xmpp_host* host) {
+  return host ? static_cast<int>(host->host->appState()) : -1;
+}
+
+int quor_cs_xmpp_host_set_push(quor_cs_xmpp_host* host, const char* service, const char* node,
+                               const char* token, const char* secret) {
+  if (!host) return QUOR_CS_ERROR_ARGUMENT;
+  return capi::guarded([&] {
+    host->host->setPush({textOr(service), textOr(node), textOr(token), textOr(secret)});
+    return QUOR_CS_OK;
+  });
+}
+
+int quor_cs_push_notification_read(const char* json, char** desk_id, int64_t* unread,
+                                   char** account) {
+  capi::give(desk_id, std::nullopt);
+  capi::give(account, std::nullopt);
+  if (!json || !desk_id) return QUOR_CS_ERROR_ARGUMENT;
+  return capi::guarded([&] {
+    QuorPushNotification notification;
+    if (!QuorPushNotification::fromJson(json, &notification)) return QUOR_CS_ERROR_ARGUMENT;
+    capi::give(desk_id, notification.deskId);
+    capi::give(account, notification.account);
+    if (unread) *unread = notification.unread;
+    return QUOR_CS_OK;
+  });
 }
 
 void quor_cs_xmpp_host_settle(quor_cs_xmpp_host* host, int64_t quiet_ms) {

@@ -330,7 +330,8 @@ typedef struct quor_cs_xmpp_host quor_cs_xmpp_host;
 /* A host for one account, not yet connected. `options_json`: {"jid", "password" (required),
  * "server", "port" (default: the JID's domain, 5222), "tls": "whenOffered" | "required" |
  * "disabled", "trustSelfSignedCertificate": bool, "storePath" (SQLite file; default in memory),
- * "deskDomain" (default: the account's), "resource"}. NULL with the reason in *error (the
+ * "deskDomain" (default: the account's), "resource", "push": {"service", "node", "token",
+ * "secret"} (the device's push registration, docs/push.md)}. NULL with the reason in *error (the
  * caller's; may be NULL). */
 QUOR_CS_C_API quor_cs_xmpp_host* quor_cs_xmpp_host_create(const char* options_json, char** error);
 /* Logs out (when connected) and frees the host; it stays installed until then. Destroy the
@@ -366,6 +367,29 @@ typedef enum quor_cs_xmpp_error {
   QUOR_CS_XMPP_ERROR_STOPPED = 31007,           /* the host was destroyed or logged out meanwhile */
   QUOR_CS_XMPP_ERROR_TOO_LARGE = 31008          /* larger than the server takes: not written */
 } quor_cs_xmpp_error;
+/* Where the app stands in its platform's life cycle (docs/push.md). */
+typedef enum quor_cs_app_state {
+  QUOR_CS_APP_FOREGROUND = 0,
+  QUOR_CS_APP_BACKGROUND = 1, /* the server holds back what can wait; push is enabled */
+  QUOR_CS_APP_SUSPENDED = 2   /* the link is cut, the server keeps the session and pushes */
+} quor_cs_app_state;
+/* Tells the host the app's state, from any thread; back in the foreground it resumes the session.
+ * QUOR_CS_ERROR_ARGUMENT for a state not listed. */
+QUOR_CS_C_API int quor_cs_xmpp_host_set_app_state(quor_cs_xmpp_host* host, int state);
+QUOR_CS_C_API int quor_cs_xmpp_host_app_state(const quor_cs_xmpp_host* host);
+/* The device's push registration, from any thread (its token often comes after the start): the
+ * push service's JID, the device's node there ("" or NULL: the connection's resource), its token
+ * and a secret (both may be NULL). A NULL or empty service registers none. Enabled whenever the
+ * app leaves the foreground; logout disables it. */
+QUOR_CS_C_API int quor_cs_xmpp_host_set_push(quor_cs_xmpp_host* host, const char* service,
+                                             const char* node, const char* token,
+                                             const char* secret);
+/* Reads a push notification as quor-cs-push hands it on (docs/push.md), without a link: the
+ * desk's id (*desk_id, the caller's: quor_cs_free), the desk's messages since the app went to the
+ * background (*unread, may be NULL) and the account (*account, may be NULL; the caller's).
+ * QUOR_CS_ERROR_ARGUMENT, with nothing given, for text that is not such a notification. */
+QUOR_CS_C_API int quor_cs_push_notification_read(const char* json, char** desk_id, int64_t* unread,
+                                                 char** account);
 /* Runs the host's main queue on the calling (main) thread until nothing arrived for
  * `quiet_ms`: the callbacks of the services run here, unless the app installed a dispatcher. */
 QUOR_CS_C_API void quor_cs_xmpp_host_settle(quor_cs_xmpp_host* host, int64_t quiet_ms);

@@ -233,6 +233,46 @@ static void an_app_built_against_smaller_structs(void) {
   quor_cs_kit_destroy(kit);
 }
 
+/* The app's life cycle and push in C: a host takes its registration and states (no link needed),
+ * and a notification reads without one. */
+static void push_and_the_life_cycle(void) {
+  char* error = NULL;
+  char* desk = NULL;
+  char* account = NULL;
+  int64_t unread = -1;
+  quor_cs_xmpp_host* host;
+
+  CHECK(quor_cs_xmpp_host_create("{\"jid\": \"mei@localhost\", \"password\": \"pw\", \"push\": 3}",
+                                 &error) == NULL);
+  CHECK(error != NULL && strstr(error, "\"push\" takes an object") != NULL);
+  quor_cs_free(error);
+  host = quor_cs_xmpp_host_create(
+      "{\"jid\": \"mei@localhost\", \"password\": \"pw\", \"push\": {\"service\": "
+      "\"push.localhost\", \"token\": \"t1\"}}",
+      NULL);
+  CHECK(host != NULL);
+  if (!host) return;
+  CHECK(quor_cs_xmpp_host_app_state(host) == QUOR_CS_APP_FOREGROUND);
+  CHECK(quor_cs_xmpp_host_set_app_state(host, 3) == QUOR_CS_ERROR_ARGUMENT);
+  CHECK(quor_cs_xmpp_host_set_app_state(host, QUOR_CS_APP_BACKGROUND) == QUOR_CS_OK);
+  CHECK(quor_cs_xmpp_host_app_state(host) == QUOR_CS_APP_BACKGROUND);
+  CHECK(quor_cs_xmpp_host_set_push(host, "push.localhost", NULL, "t2", NULL) == QUOR_CS_OK);
+  CHECK(quor_cs_xmpp_host_set_push(NULL, "push.localhost", NULL, "t2", NULL) ==
+        QUOR_CS_ERROR_ARGUMENT);
+  quor_cs_xmpp_host_destroy(host);
+
+  CHECK(quor_cs_push_notification_read("{\"desk\": \"shop\", \"unread\": 2, \"account\": "
+                                       "\"mei@localhost\"}",
+                                       &desk, &unread, &account) == QUOR_CS_OK);
+  CHECK(desk != NULL && strcmp(desk, "shop") == 0 && unread == 2);
+  CHECK(account != NULL && strcmp(account, "mei@localhost") == 0);
+  quor_cs_free(desk);
+  quor_cs_free(account);
+  CHECK(quor_cs_push_notification_read("{\"unread\": 2}", &desk, NULL, NULL) ==
+        QUOR_CS_ERROR_ARGUMENT);
+  CHECK(desk == NULL);
+}
+
 int main(void) {
   char* error = NULL;
   quor_cs_kit* kit;
@@ -245,6 +285,7 @@ int main(void) {
 
   CHECK(strcmp(quor_cs_version(), "1.0.0") == 0);
   CHECK(QUOR_CS_C_API_MAJOR == 2);
+  push_and_the_life_cycle();
   CHECK(quor_cs_kit_create("{not json", &error) == NULL);
   CHECK(error != NULL && strstr(error, "not a JSON object") != NULL);
   quor_cs_free(error);

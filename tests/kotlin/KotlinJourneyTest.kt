@@ -11,9 +11,13 @@ import com.quor.cs.Result
 import com.quor.cs.Service
 import com.quor.cs.State
 import com.quor.cs.Status
+import com.quor.cs.AppState
+import com.quor.cs.XmppHost
+import com.quor.cs.coroutines.SupportPushNotifications
 import com.quor.cs.coroutines.SupportSession
 import kotlinx.coroutines.CoroutineStart
 import kotlinx.coroutines.async
+import kotlinx.coroutines.flow.first
 import kotlinx.coroutines.flow.take
 import kotlinx.coroutines.flow.toList
 import kotlinx.coroutines.runBlocking
@@ -91,6 +95,26 @@ class KotlinJourneyTest {
                 kit.settle()
                 assertEquals(0L, session.unreadCount.value)
             }
+        }
+    }
+
+    @Test
+    fun theAppStateAndAnOpenedNotificationReachTheAppWithoutALink() {
+        XmppHost(XmppHost.Options("mei@localhost", "pw").push("push.localhost", "", "t1", "")).use { host ->
+            assertEquals(AppState.FOREGROUND, host.appState())
+            host.setAppState(AppState.BACKGROUND)
+            assertEquals(AppState.BACKGROUND, host.appState())
+            assertThrows(IllegalArgumentException::class.java) { host.setAppState(AppState.UNKNOWN) }
+            host.setPush("push.localhost", "", "t2", "")
+        }
+        val notifications = SupportPushNotifications()
+        assertEquals(null, notifications.open("{\"unread\": 1}"))
+        val opened = notifications.open("{\"desk\": \"shop\", \"unread\": 3, \"account\": \"mei@localhost\"}")
+        assertEquals("shop", opened?.deskId())
+        runBlocking {
+            val first = notifications.opened.first()
+            assertEquals(3L, first.unread())
+            assertEquals("mei@localhost", first.account())
         }
     }
 }

@@ -99,3 +99,26 @@ def test_a_host_closed_before_its_services_leaves_the_next_kit_working(server_po
             service.start(timeout=15)
             kit.settle()
             assert screen.states[-1] == quor_cs.State.ROBOT
+
+
+def test_the_app_state_the_push_registration_and_a_notification_read_without_a_link():
+    with quor_cs.XmppHost("mei@localhost", "pw", push={"service": "push.localhost",
+                                                        "token": "t1"}) as host:
+        assert host.app_state is quor_cs.AppState.FOREGROUND
+        host.app_state = quor_cs.AppState.SUSPENDED
+        assert host.app_state is quor_cs.AppState.SUSPENDED
+        for wrong in (quor_cs.AppState.UNKNOWN, 1):
+            with pytest.raises(ValueError):
+                host.app_state = wrong
+        host.set_push("push.localhost", token="t2")
+        with pytest.raises(TypeError):
+            host.set_push("push.localhost", token=None)
+    with pytest.raises(ValueError, match="push"):
+        quor_cs.XmppHost("mei@localhost", "pw", push="push.localhost")
+
+    note = quor_cs.PushNotification.read(
+        '{"desk": "shop", "unread": 2, "account": "mei@localhost", "token": "t2"}')
+    assert (note.desk_id, note.unread, note.account) == ("shop", 2, "mei@localhost")
+    for bad in ("", "{}", '{"desk": "shop", "unread": "2"}', "[" * 10000):
+        with pytest.raises(ValueError):
+            quor_cs.PushNotification.read(bad)

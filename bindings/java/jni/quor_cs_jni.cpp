@@ -438,6 +438,30 @@ NATIVE(jint, xmppSendText)(JNIEnv* env, jclass, jlong host, jbyteArray desk, jby
   return quor_cs_xmpp_host_send_text(handle<quor_cs_xmpp_host>(host), Text(env, desk).get(),
                                      Text(env, text).get());
 }
+NATIVE(jint, xmppSetAppState)(JNIEnv*, jclass, jlong host, jint state) {
+  return quor_cs_xmpp_host_set_app_state(handle<quor_cs_xmpp_host>(host), state);
+}
+NATIVE(jint, xmppAppState)(JNIEnv*, jclass, jlong host) {
+  return quor_cs_xmpp_host_app_state(handle<quor_cs_xmpp_host>(host));
+}
+NATIVE(jint, xmppSetPush)
+(JNIEnv* env, jclass, jlong host, jbyteArray service, jbyteArray node, jbyteArray token,
+ jbyteArray secret) {
+  return quor_cs_xmpp_host_set_push(handle<quor_cs_xmpp_host>(host), Text(env, service).get(),
+                                    Text(env, node).get(), Text(env, token).get(),
+                                    Text(env, secret).get());
+}
+NATIVE(jint, pushRead)(JNIEnv* env, jclass, jbyteArray json, jobjectArray out, jlongArray unread) {
+  char* desk = nullptr;
+  char* account = nullptr;
+  int64_t count = 0;
+  const int code = quor_cs_push_notification_read(Text(env, json).get(), &desk, &count, &account);
+  giveOut(env, out, 0, desk);
+  giveOut(env, out, 1, account);
+  const jlong value = static_cast<jlong>(count);
+  env->SetLongArrayRegion(unread, 0, 1, &value);
+  return code;
+}
 NATIVE(jint, xmppHistory)
 (JNIEnv* env, jclass, jlong host, jbyteArray desk, jlong before, jint count, jobjectArray out) {
   char* history = nullptr;

@@ -35,6 +35,7 @@ __all__ = [
     "Author", "Delivery", "Group", "Kit", "Message", "Observer", "Reason", "Refused",
     "InvalidForm", "Result", "Service", "State", "Status", "set_dispatcher", "run_task",
     "drop_task", "version", "XmppHost", "XmppStatus", "XmppError", "Closed", "Task",
+    "AppState", "PushNotification",
 ]
 
 
@@ -121,6 +122,14 @@ class XmppStatus(_CEnum):
     SIGNED_OUT = 3
     REPLACED = 4  # another login of the device's resource took it
     REFUSED = 5  # the server refused the login: a wrong password, no such account
+
+
+class AppState(_CEnum):
+    """Where the app stands in its platform's life cycle (docs/push.md)."""
+    UNKNOWN = -1
+    FOREGROUND = 0
+    BACKGROUND = 1  # the server holds back what can wait; push is enabled
+    SUSPENDED = 2  # the link is cut, the server keeps the session and pushes
 
 
 class XmppError(_CEnum):
@@ -480,9 +489,15 @@ class XmppHost:
     def __init__(self, jid: str, password: str, server: Optional[str] = None,
                  port: Optional[int] = None, tls: str = "whenOffered",
                  trust_self_signed_certificate: bool = False, store_path: Optional[str] = None,
-                 desk_domain: Optional[str] = None):
+                 desk_domain: Optional[str] = None, push: Optional[Dict[str, str]] = None):
+        """`push`: the device's push registration, {"service", "node", "token", "secret"}."""
         options = {"jid": jid, "password": password, "tls": tls,
                    "trustSelfSignedCertificate": trust_self_signed_certificate}
+        if push is not None:
+            if not isinstance(push, dict):
+                raise ValueError('quor_cs: push takes a dict: {"service", "node", "token", '
+                                 '"secret"}')
+            options["push"] = dict(push)
         for key, value in (("server", server), ("port", port), ("storePath", store_path),
                            ("deskDomain", desk_domain)):
             if value is not None:
@@ -507,6 +522,25 @@ class XmppHost:
     def status(self) -> "XmppStatus":
         """The connection's status; REPLACED and REFUSED are for good (no reconnection)."""
         return XmppStatus(lib.quor_cs_xmpp_host_status(self._live()))
+
+    @property
+    def app_state(self) -> AppState:
+        return AppState(lib.quor_cs_xmpp_host_app_state(self._live()))
+
+    @app_state.setter
+    def app_state(self, state: AppState) -> None:
+        """Tells the host the app's state (from any thread); back in the foreground it resumes
+        the session."""
+        if not isinstance(state, AppState) or state is AppState.UNKNOWN:
+            raise ValueError("quor_cs: app_state takes an AppState other than UNKNOWN")
+        _check(lib.quor_cs_xmpp_host_set_app_state(self._live(), int(state)))
+
+    def set_push(self, service: str, token: str = "", node: str = "", secret: str = "") -> None:
+        """The device's push registration (its token often comes after the start); an empty
+        service registers none. Enabled whenever the app leaves the foreground."""
+        _check(lib.quor_cs_xmpp_host_set_push(self._live(), _utf8(service, "service"),
+                                              _utf8(node, "node"), _utf8(token, "token"),
+                                              _utf8(secret, "secret")))
 
     def settle(self, quiet: float = 0.3) -> None:
         """Runs the library's callbacks on this thread until nothing arrived for `quiet`."""
@@ -539,6 +573,34 @@ class XmppHost:
 
     def __exit__(self, *_):
         self.close()
+
+
+class PushNotification:
+    """A push notification as quor-cs-push hands it on: which desk wrote, how many of its
+    messages came since the app went to the background, and for which account. Read without a
+    link, to open the right conversation."""
+
+    __slots__ = ("desk_id", "unread", "account")
+
+    def __init__(self, desk_id: str, unread: int, account: str):
+        self.desk_id, self.unread, self.account = desk_id, unread, account
+
+    @classmethod
+    def read(cls, text: str) -> "PushNotification":
+        """Raises ValueError for text that is not such a notification."""
+        desk, account = ffi.new("char**"), ffi.new("char**")
+        unread = ffi.new("int64_t*")
+        code = lib.quor_cs_push_notification_read(_utf8(text, "text"), desk, unread, account)
+        try:
+            if code != Result.OK:
+                raise ValueError("quor_cs: not a push notification")
+            return cls(_text(desk[0]), int(unread[0]), _text(account[0]))
+        finally:
+            lib.quor_cs_free(desk[0])
+            lib.quor_cs_free(account[0])
+
+    def __repr__(self):
+        return f"PushNotification({self.desk_id!r}, unread={self.unread}, {self.account!r})"
 
 
 # The app's own main loop: `post(task)` is called from any thread; the loop then calls

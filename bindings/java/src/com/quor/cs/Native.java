@@ -90,6 +90,15 @@ final class Native {
   static native int xmppHistory(
       long host, byte[] deskId, long beforeMessageId, int count, byte[][] out);
 
+  static native int xmppSetAppState(long host, int state);
+
+  static native int xmppAppState(long host);
+
+  static native int xmppSetPush(long host, byte[] service, byte[] node, byte[] token, byte[] secret);
+
+  // out: the desk's id and the account; unread: the count.
+  static native int pushRead(byte[] json, byte[][] out, long[] unread);
+
   // The C result code as the binding's exception, or nothing for OK.
   static void check(int code) {
     if (code == 0) return;

@@ -56,6 +56,20 @@ public final class XmppHost extends NativeHandle {
       values.put("resource", resource);
       return this;
     }
+
+    /**
+     * The device's push registration: the push service's JID, the device's node there ("" for
+     * the connection's resource), its FCM or APNs token and a secret ("" for none).
+     */
+    public Options push(String service, String node, String token, String secret) {
+      Map<String, Object> push = new LinkedHashMap<>();
+      push.put("service", service);
+      push.put("node", node);
+      push.put("token", token);
+      push.put("secret", secret);
+      values.put("push", push);
+      return this;
+    }
   }
 
   public XmppHost(Options options) {
@@ -88,6 +102,33 @@ public final class XmppHost extends NativeHandle {
   /** The connection's status. */
   public XmppStatus status() {
     return XmppStatus.of(Native.xmppStatus(live()));
+  }
+
+  /**
+   * Tells the host where the app stands (any thread): in the background the server holds back
+   * what can wait and push is enabled; suspended, the link is cut and the server keeps the
+   * session; back in the foreground the host resumes it.
+   */
+  public void setAppState(AppState state) {
+    if (state == null || state == AppState.UNKNOWN) {
+      throw new IllegalArgumentException("setAppState takes FOREGROUND, BACKGROUND or SUSPENDED");
+    }
+    Native.check(Native.xmppSetAppState(live(), state.ordinal()));
+  }
+
+  public AppState appState() {
+    return AppState.of(Native.xmppAppState(live()));
+  }
+
+  /**
+   * The device's push registration (any thread; the token often comes after the start); an
+   * empty service registers none. Enabled whenever the app leaves the foreground; logout
+   * disables it.
+   */
+  public void setPush(String service, String node, String token, String secret) {
+    Native.check(
+        Native.xmppSetPush(
+            live(), Utf8.bytes(service), Utf8.bytes(node), Utf8.bytes(token), Utf8.bytes(secret)));
   }
 
   /** Runs the host's main queue on this thread until nothing arrived for quietMillis. */
