@@ -69,7 +69,7 @@ struct QuorXmppOptions {
   std::chrono::milliseconds keepaliveTimeout{10000};
   // The keepalive interval in the background (the longer of the two is used): a phone's radio
   // wakes for every probe, and the server's own pings keep the link known to be alive.
-  std::chrono::milliseconds backgroundKeepaliveInterval{120000};
+  std::chrono::milliseconds backgroundKeepaliveInterval{180000};
   // A login (TCP, TLS, authentication, binding) that takes longer than this is given up and
   // tried again.
   std::chrono::milliseconds loginTimeout{15000};
