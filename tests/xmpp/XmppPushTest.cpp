@@ -1,10 +1,18 @@
 // The app's life cycle over real servers: in the background customer-service messages and the
 // confirmations of sends still flow; suspended, each desk answer wakes the device with one push
 // notification naming the desk, and nothing else does; back in the foreground the session
-// resumes (no new login) with everything the desk sent meanwhile, once.
+// resumes (no new login) with everything the desk sent meanwhile, once. And quor-cs-push, the
+// program, hands each notification on to a command or an endpoint.
+#include <httplib.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
 #include <mutex>
 #include <thread>
 
+#include "QuorPrivateServer/QuorChildProcess.h"
 #include "QuorPushService/QuorPushService.h"
 #include "xmpp/XmppFixture.h"
 
@@ -174,6 +182,129 @@ TEST_P(XmppPush, ASuspendedAppIsWokenOncePerDeskAnswerAndResumesWithEverything) 
 }
 
 QUOR_INSTANTIATE_ON_EACH_SERVER(XmppPush);
+
+}  // namespace
+}  // namespace quor::test
+
+namespace quor::test {
+namespace {
+
+// quor-cs-push, the program: each desk answer to a sleeping app reaches the deployer's command
+// and endpoint once, as the notification's JSON.
+class XmppPushProgram : public XmppFixture {
+ protected:
+  std::unique_ptr<QuorChildProcess> startProgram(const std::vector<std::string>& relay) {
+    std::vector<std::string> arguments = {"env",
+                                          "QUOR_CS_PUSH_SECRET=" + server->componentSecret(),
+                                          QUOR_CS_PUSH_PROGRAM,
+                                          "--domain",
+                                          server->pushDomain(),
+                                          "--port",
+                                          std::to_string(server->componentPort())};
+    arguments.insert(arguments.end(), relay.begin(), relay.end());
+    std::string error;
+    auto program = QuorChildProcess::start(arguments, output_, &error);
+    EXPECT_TRUE(program) << error;
+    if (program) {
+      EXPECT_TRUE(program->waitForOutput("quor-cs-push: serving as " + server->pushDomain(), 0,
+                                         kPatience, &error))
+          << error;
+    }
+    return program;
+  }
+
+  // Alice's phone, suspended, and one desk answer to it.
+  void answerASleepingPhone() {
+    QuorXmppOptions options = accountOptions("alice", "alice-pw");
+    options.push = {server->pushDomain(), "phone-1", "token-1", ""};
+    auto phone = bareHost("alice", &options);
+    ASSERT_TRUE(phone->waitUntilOnline(kPatience));
+    phone->setAppState(QuorAppState::Suspended);
+    while (phone->connectionStatus() == QuorXmppConnectionStatus::Connected) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    const QuorXmppOptions deskOptions = accountOptions(deskLocalPart(), "desk-pw");
+    auto deskAccount = bareHost(deskLocalPart(), &deskOptions);
+    ASSERT_TRUE(deskAccount->waitUntilOnline(kPatience));
+    QuorXmppPayload payload;
+    payload.peer = server->jid("alice");
+    payload.objectName = "KX:TxtMsg";
+    payload.body = std::string("{\"content\":\"it ships today\"}");
+    deskAccount->connection().send(payload, nullptr);
+    phones_.push_back(phone);
+    phones_.push_back(deskAccount);
+  }
+
+  void TearDown() override {
+    for (auto& made : phones_) made->logout();
+    phones_.clear();
+    XmppFixture::TearDown();
+  }
+
+  std::string output_ = ::testing::TempDir() + "/push-" + std::to_string(::getpid()) + ".out";
+  std::vector<std::shared_ptr<QuorXmppHost>> phones_;
+};
+
+void expectOneNotificationIn(const std::string& text) {
+  ASSERT_EQ(std::count(text.begin(), text.end(), '\n'), 1) << text;
+  QuorPushNotification read;
+  ASSERT_TRUE(QuorPushNotification::fromJson(text, &read)) << text;
+  EXPECT_EQ(read.deskId, "quor-shop");
+  EXPECT_EQ(read.node, "phone-1");
+  EXPECT_EQ(read.token, "token-1");
+  EXPECT_EQ(read.unread, 1);
+}
+
+TEST_F(XmppPushProgram, HandsANotificationToACommandOnItsInput) {
+  const std::string received =
+      ::testing::TempDir() + "/push-command-" + std::to_string(::getpid()) + ".json";
+  std::filesystem::remove(received);
+  auto program = startProgram({"--command", "cat >> '" + received + "'"});
+  ASSERT_TRUE(program);
+  answerASleepingPhone();
+  const auto end = std::chrono::steady_clock::now() + kPatience;
+  while (QuorChildProcess::readFile(received).empty() && std::chrono::steady_clock::now() < end) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  std::this_thread::sleep_for(std::chrono::milliseconds(1500));
+  expectOneNotificationIn(QuorChildProcess::readFile(received));
+  program->stop(SIGTERM, std::chrono::seconds(5));
+  EXPECT_NE(QuorChildProcess::readFile(output_).find("stopped after 1 notifications"),
+            std::string::npos);
+  std::filesystem::remove(received);
+  std::filesystem::remove(output_);
+}
+
+TEST_F(XmppPushProgram, PostsANotificationToAnEndpoint) {
+  httplib::Server endpoint;
+  std::mutex mutex;
+  std::string posted;
+  std::string type;
+  endpoint.Post("/push", [&](const httplib::Request& request, httplib::Response& response) {
+    std::lock_guard<std::mutex> lock(mutex);
+    posted += request.body + "\n";
+    type = request.get_header_value("Content-Type");
+    response.status = 204;
+  });
+  const int port = endpoint.bind_to_any_port("127.0.0.1");
+  std::thread serving([&] { endpoint.listen_after_bind(); });
+  auto program = startProgram({"--post", "http://127.0.0.1:" + std::to_string(port) + "/push"});
+  answerASleepingPhone();
+  const auto end = std::chrono::steady_clock::now() + kPatience;
+  for (;;) {
+    {
+      std::lock_guard<std::mutex> lock(mutex);
+      if (!posted.empty() || std::chrono::steady_clock::now() >= end) break;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  std::this_thread::sleep_for(std::chrono::milliseconds(1500));
+  endpoint.stop();
+  serving.join();
+  expectOneNotificationIn(posted);
+  EXPECT_EQ(type, "application/json");
+  std::filesystem::remove(output_);
+}
 
 }  // namespace
 }  // namespace quor::test
