@@ -181,6 +181,53 @@ TEST_P(XmppPush, ASuspendedAppIsWokenOncePerDeskAnswerAndResumesWithEverything) 
   EXPECT_EQ(heard(), 3u);
 }
 
+TEST_P(XmppPush, ADeviceCatchesUpFromTheArchiveWhatAnotherDeviceTook) {
+  // The phone stays online; the tablet keeps its store between its logins.
+  startPhone("token-1");
+  std::mutex tabletMutex;
+  std::vector<std::string> tabletHeard;
+  const std::string tabletStore = storePath("tablet");
+  const auto tablet = [&] {
+    QuorXmppHost::Options options;
+    options.connection = accountOptions("alice", "alice-pw");
+    options.storePath = tabletStore;
+    auto made = QuorXmppHost::create(options, nullptr);
+    made->setLogSink(nullptr, 0);
+    made->setWireObserver([&](const QuorXmppPayload& payload, bool fromClient) {
+      std::lock_guard<std::mutex> lock(tabletMutex);
+      if (!fromClient) tabletHeard.push_back(payload.body.value_or(""));
+    });
+    made->connect();
+    return made;
+  };
+  const auto tabletCount = [&] {
+    std::lock_guard<std::mutex> lock(tabletMutex);
+    return tabletHeard.size();
+  };
+  auto first = tablet();
+  ASSERT_TRUE(first->waitUntilOnline(kPatience));
+  deskSays("one");
+  ASSERT_TRUE(waitFor([&] { return tabletCount() == 1 && heard() == 1; }, kPatience));
+  first->logout();
+  first.reset();
+
+  // While the tablet is away the phone takes everything: the server keeps no offline copy.
+  for (const char* text : {"two", "three"}) deskSays(text);
+  ASSERT_TRUE(waitFor([&] { return heard() == 3; }, kPatience));
+
+  auto second = tablet();
+  ASSERT_TRUE(second->waitUntilOnline(kPatience));
+  ASSERT_TRUE(waitFor([&] { return tabletCount() == 3; }, kPatience));
+  std::this_thread::sleep_for(std::chrono::milliseconds(1000));
+  {
+    std::lock_guard<std::mutex> lock(tabletMutex);
+    EXPECT_EQ(tabletHeard,
+              (std::vector<std::string>{"{\"content\":\"one\"}", "{\"content\":\"two\"}",
+                                        "{\"content\":\"three\"}"}));
+  }
+  second->logout();
+}
+
 QUOR_INSTANTIATE_ON_EACH_SERVER(XmppPush);
 
 }  // namespace

@@ -74,18 +74,6 @@ std::unique_ptr<QuorMessageStore> QuorMessageStore::open(const Options& options,
 }
 
 bool QuorMessageStore::claim(const std::string& account, std::string* error) {
-  auto fact = [this](const char* name) -> std::optional<std::string> {
-    Statement read(database_, "SELECT value FROM facts WHERE name = ?");
-    read.bind(1, std::optional<std::string>(name));
-    if (!read || sqlite3_step(read.get()) != SQLITE_ROW) return std::nullopt;
-    return read.text(0);
-  };
-  auto keep = [this](const char* name, const std::string& value) {
-    Statement write(database_, "INSERT OR REPLACE INTO facts (name, value) VALUES (?, ?)");
-    write.bind(1, std::optional<std::string>(name));
-    write.bind(2, std::optional<std::string>(value));
-    return write && sqlite3_step(write.get()) == SQLITE_DONE;
-  };
   const auto owner = fact("account");
   if (owner && *owner != account) {
     if (error) *error = "the store belongs to " + *owner + ", not to " + account;
@@ -99,6 +87,32 @@ bool QuorMessageStore::claim(const std::string& account, std::string* error) {
   deviceResource_ = resource ? *resource : "quor-cs-" + QuorXmppStanza::uniqueId().substr(5, 12);
   if (!resource) keep("resource", deviceResource_);
   return true;
+}
+
+std::optional<std::string> QuorMessageStore::fact(const char* name) const {
+  Statement read(database_, "SELECT value FROM facts WHERE name = ?");
+  read.bind(1, std::optional<std::string>(name));
+  if (!read || sqlite3_step(read.get()) != SQLITE_ROW) return std::nullopt;
+  return read.text(0);
+}
+
+bool QuorMessageStore::keep(const char* name, const std::string& value) const {
+  Statement write(database_, "INSERT OR REPLACE INTO facts (name, value) VALUES (?, ?)");
+  write.bind(1, std::optional<std::string>(name));
+  write.bind(2, std::optional<std::string>(value));
+  return write && sqlite3_step(write.get()) == SQLITE_DONE;
+}
+
+std::string QuorMessageStore::archiveMark() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return fact("archive").value_or("");
+}
+
+bool QuorMessageStore::setArchiveMark(const std::string& id) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  if (keep("archive", id)) return true;
+  lastError_ = sqlite3_errmsg(database_);
+  return false;
 }
 
 QuorMessageStore::~QuorMessageStore() {

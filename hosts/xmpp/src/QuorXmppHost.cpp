@@ -172,6 +172,8 @@ void QuorXmppHost::carry(QuorXmppPayload payload, std::shared_ptr<QuorPendingSen
 }
 
 void QuorXmppHost::onStatus(QuorXmppConnectionStatus status) {
+  const std::string after = catchUp_.onStatus(status, store_->archiveMark());
+  if (!after.empty()) connection_->queryArchive(after);
   delivery_->post([this, status] {
     for (auto* module : loadedModules()) {
       if (status == QuorXmppConnectionStatus::Connected) module->setUserId(currentUserId());
@@ -199,7 +201,20 @@ void QuorXmppHost::sendUnsent() {
 }
 
 void QuorXmppHost::onPayload(QuorXmppPayload payload) {
-  delivery_->post([this, payload = std::move(payload)] { deliver(payload); });
+  const bool movesPlace = catchUp_.onPayload(payload);
+  delivery_->post([this, movesPlace, payload = std::move(payload)] {
+    deliver(payload);
+    // The place moves once the message was taken (stored, or held by the library).
+    if (movesPlace && !store_->setArchiveMark(payload.archiveId)) {
+      writeEntry({threadName(), 2, 0, "xmpp",
+                  "cannot keep the archive's place: " + store_->lastError()});
+    }
+  });
+}
+
+void QuorXmppHost::onArchiveEnd(bool complete, const std::string& lastId) {
+  const std::string next = catchUp_.onArchiveEnd(complete, lastId);
+  if (!next.empty()) connection_->queryArchive(next);
 }
 
 void QuorXmppHost::onLog(int32_t level, const std::string& area, const std::string& text) {

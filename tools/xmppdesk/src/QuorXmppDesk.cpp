@@ -252,54 +252,31 @@ void QuorXmppDesk::forgetOld(std::chrono::steady_clock::time_point now) {
 
 void QuorXmppDesk::onStatus(QuorXmppConnectionStatus status) {
   onLog(4, "desk", "connection status " + std::to_string(static_cast<int64_t>(status)));
-  if (status != QuorXmppConnectionStatus::Connected) {
-    // A new session may hand over the offline store right after its presence, before it counts
-    // as connected: those messages are live ones that must not move the archive's place past
-    // what the archive still holds for the desk.
-    catchingUp_ = true;
-    liveFrom_.clear();
-    reachedLive_ = false;
-    return;
-  }
   // What reached the archive while the desk was away (or dead, its session held by the server)
   // is taken from there; what the desk took already is known and answered once.
-  const std::string mark = store_->archiveMark();
-  if (mark.empty()) {
-    catchingUp_ = false;
-    return;
-  }
-  onLog(4, "desk", "reading the archive after " + mark);
-  connection_->queryArchive(mark);
+  const std::string after = catchUp_.onStatus(status, store_->archiveMark());
+  if (after.empty()) return;
+  onLog(4, "desk", "reading the archive after " + after);
+  connection_->queryArchive(after);
 }
 
 void QuorXmppDesk::onArchiveEnd(bool complete, const std::string& lastId) {
-  // It ends where the messages that came live begin: the archive goes on with the desk's own
-  // answers and what it took already.
-  if (!complete && !reachedLive_) {
-    onLog(4, "desk", "reading the archive after " + lastId);
-    connection_->queryArchive(lastId);
+  const std::string next = catchUp_.onArchiveEnd(complete, lastId);
+  if (next.empty()) {
+    onLog(4, "desk", "read the archive");
     return;
   }
-  onLog(4, "desk", "read the archive");
-  catchingUp_ = false;
+  onLog(4, "desk", "reading the archive after " + next);
+  connection_->queryArchive(next);
 }
 
 void QuorXmppDesk::onPayload(QuorXmppPayload payload) {
-  if (catchingUp_ && !payload.archiveId.empty()) {
-    if (!payload.archived && liveFrom_.empty()) {
-      liveFrom_ = payload.archiveId;
-      onLog(4, "desk", "the first live message while reading the archive is " + liveFrom_);
-    }
-    if (payload.archived && payload.archiveId == liveFrom_) reachedLive_ = true;
-  }
+  const bool movesPlace = catchUp_.onPayload(payload);
   std::vector<QuorXmppPayload> answers;
   {
     std::lock_guard<std::mutex> steps(steps_);
     stepLocked(payload.peer, true, [&](QuorDeskSimulator& session) {
-      // The archive is read in order: its place moves with each message it gives, and with each
-      // live one once caught up (a live one during the catch-up may pass unread ones).
-      if (!payload.archiveId.empty() && (payload.archived || !catchingUp_))
-        store_->setArchiveMark(payload.archiveId);
+      if (movesPlace) store_->setArchiveMark(payload.archiveId);
       // A customer's send written again (a retry, a resend after a lost link, its next run, the
       // archive) is answered once.
       if (store_->seenBefore(QuorRecentPayloads::keyOf(payload))) return std::string();

@@ -94,12 +94,19 @@ class QuorMessageStore {
   std::optional<QuorStoredMessage> find(int64_t id) const;
   // This device's resource for the account: made once, then kept.
   const std::string& deviceResource() const { return deviceResource_; }
+  // The archive id of the last received message taken (QuorArchiveCatchUp's place); "" before
+  // the first.
+  std::string archiveMark() const;
+  bool setArchiveMark(const std::string& id);
   // Why the newest write failed.
   std::string lastError() const;
 
  private:
   explicit QuorMessageStore(sqlite3* database) : database_(database) {}
   bool claim(const std::string& account, std::string* error);
+  // Under the lock (or before the store is shared): a named value of the facts table.
+  std::optional<std::string> fact(const char* name) const;
+  bool keep(const char* name, const std::string& value) const;
   // Under the lock: keeps the database's reason for the failed write.
   Insert failed() const;
   // Under the lock: writes one row, under `id` when it is not 0.

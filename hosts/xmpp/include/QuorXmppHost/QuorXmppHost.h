@@ -10,6 +10,7 @@
 
 #include "QuorHostBase/QuorHostBase.h"
 #include "QuorHostBase/QuorWorkerThread.h"
+#include "QuorXmppHost/QuorArchiveCatchUp.h"
 #include "QuorXmppHost/QuorMessageStore.h"
 #include "QuorXmppHost/QuorRecentPayloads.h"
 #include "QuorXmppHost/QuorXmppConnection.h"
@@ -162,6 +163,7 @@ class QuorXmppHost : public QuorHostBase, private QuorXmppConnection::Events {
   void onStatus(QuorXmppConnectionStatus status) override;
   void onPayload(QuorXmppPayload payload) override;
   void onLog(int32_t level, const std::string& area, const std::string& text) override;
+  void onArchiveEnd(bool complete, const std::string& lastId) override;
 
   void deliver(const QuorXmppPayload& payload);
   bool storeReceived(const std::shared_ptr<KXMessage>& message,
@@ -199,6 +201,9 @@ class QuorXmppHost : public QuorHostBase, private QuorXmppConnection::Events {
   WireObserver wireObserver_;
   StoreErrorListener storeErrorListener_;
   QuorRecentPayloads recent_;
+  // On the network thread: what the account missed, read from the server's archive at each
+  // login (another device took it, or the server kept no offline copy).
+  QuorArchiveCatchUp catchUp_;
   // The destructor stops the connection, then ends the delivery thread, then frees the
   // connection.
   std::unique_ptr<QuorWorkerThread> delivery_;

@@ -13,6 +13,7 @@
 #include "QuorCustomerService/Host/KXTypes.h"
 #include "QuorDeskSimulator/QuorDeskSimulator.h"
 #include "QuorXmppDesk/QuorDeskStore.h"
+#include "QuorXmppHost/QuorArchiveCatchUp.h"
 #include "QuorXmppHost/QuorXmppConnection.h"
 
 namespace quor {
@@ -129,9 +130,7 @@ class QuorXmppDesk : private QuorXmppConnection::Events {
   // (automatic), not a person's.
   bool answering_ = false;
   // On the network thread: reading the archive, up to the first message that came live.
-  bool catchingUp_ = true;  // until the archive was read on the current session
-  std::string liveFrom_;
-  bool reachedLive_ = false;
+  QuorArchiveCatchUp catchUp_;
   mutable std::mutex mutex_;
   std::unordered_map<std::string, Session> sessions_;
   std::list<std::string> byActivity_;  // customer JIDs, least recently active first
