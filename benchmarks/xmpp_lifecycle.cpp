@@ -1,7 +1,8 @@
 // The app's life cycle over real servers (Prosody and ejabberd side by side): the time from
 // "foreground" to a line sent (the session resumed against a fresh login), and what a connected
 // app costs in the background with a quiet desk over a stretch of minutes (the connection's
-// wake-ups and the bytes both ways).
+// wake-ups and the bytes both ways); and a device catching up 1,000 lines another device took
+// while it was away (time, bytes, memory).
 //
 //   xmpp_lifecycle [--idle-minutes M]   (default 10; 0 skips the idle measurement)
 #include <algorithm>
@@ -14,8 +15,15 @@
 #include <thread>
 #include <vector>
 
+#include <unistd.h>
+
+#include <atomic>
+#include <filesystem>
+#include <fstream>
+
 #include "QuorPrivateServer/QuorPrivateServer.h"
 #include "QuorXmppHost/QuorXmppConnection.h"
+#include "QuorXmppHost/QuorXmppHost.h"
 
 namespace {
 
@@ -23,10 +31,12 @@ using namespace quor;
 using Clock = std::chrono::steady_clock;
 constexpr int kRounds = 15;
 constexpr auto kPatience = std::chrono::seconds(20);
+constexpr int kMissed = 1000;
 
 struct Quiet : QuorXmppConnection::Events {
+  std::atomic<int> payloads{0};
   void onStatus(QuorXmppConnectionStatus) override {}
-  void onPayload(QuorXmppPayload) override {}
+  void onPayload(QuorXmppPayload) override { ++payloads; }
   void onLog(int32_t, const std::string&, const std::string&) override {}
 };
 
@@ -57,12 +67,114 @@ double ms(Clock::duration duration) {
   return std::chrono::duration<double, std::milli>(duration).count();
 }
 
+// This process's resident memory in kB.
+long residentKb() {
+  std::ifstream status("/proc/self/status");
+  std::string line;
+  while (std::getline(status, line)) {
+    if (line.rfind("VmRSS:", 0) == 0) return std::atol(line.c_str() + 6);
+  }
+  return 0;
+}
+
 struct Figures {
   std::string server;
   double resumed = 0, fresh = 0;
+  double catchUpMs = 0;
+  uint64_t catchUpBytes = 0;
+  long catchUpKb = 0;
   QuorXmppConnection::Traffic idle;
   double minutes = 0;
 };
+
+// A tablet with its own store takes one line, goes away while the phone takes kMissed more, and
+// comes back: the time from its connect() to the last missed line, its bytes in, and how much
+// this process's memory grew meanwhile.
+void catchUp(QuorPrivateServer& server, Figures& figures) {
+  // One server's catch-up at a time: the memory figure is this process's.
+  static std::mutex one;
+  std::lock_guard<std::mutex> alone(one);
+  const std::string store = std::filesystem::temp_directory_path().string() + "/quor-lifecycle-" +
+                            figures.server + "-" + std::to_string(::getpid()) + ".sqlite";
+  std::atomic<int> heard{0};
+  const auto tablet = [&] {
+    QuorXmppHost::Options options;
+    options.connection = server.account("mei", "pw");
+    options.storePath = store;
+    auto host = QuorXmppHost::create(options, nullptr);
+    host->setLogSink(nullptr, 0);
+    host->setWireObserver([&](const QuorXmppPayload&, bool fromClient) {
+      if (!fromClient) ++heard;
+    });
+    return host;
+  };
+  Quiet quiet;
+  QuorXmppConnection desk(server.account("shop", "pw"), quiet);
+  desk.start();
+  QuorXmppConnection phone(server.account("mei", "pw"), quiet);
+  phone.start();
+  if (!desk.waitUntilOnline(kPatience) || !phone.waitUntilOnline(kPatience)) std::exit(1);
+  const auto say = [&](int count) {
+    for (int i = 0; i < count; ++i) {
+      QuorXmppPayload payload;
+      payload.peer = server.jid("mei");
+      payload.objectName = "KX:TxtMsg";
+      payload.body = "{\"content\":\"line " + std::to_string(i) + " of what the desk said\"}";
+      desk.send(payload, nullptr);
+    }
+  };
+  const auto until = [&](int count) {
+    const auto end = Clock::now() + std::chrono::minutes(2);
+    while (heard.load() < count && Clock::now() < end) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    return heard.load() >= count;
+  };
+  {
+    auto first = tablet();
+    first->connect();
+    if (!first->waitUntilOnline(kPatience)) std::exit(1);
+    say(1);
+    if (!until(1)) {
+      std::fprintf(stderr, "%s: the tablet heard nothing\n", figures.server.c_str());
+      std::exit(1);
+    }
+    first->logout();
+  }
+  say(kMissed);
+  // The phone takes them all before the tablet is back.
+  const auto taken = Clock::now() + std::chrono::minutes(2);
+  while (quiet.payloads.load() < kMissed + 1 && Clock::now() < taken) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  if (quiet.payloads.load() < kMissed + 1) {
+    std::fprintf(stderr, "%s: the phone took %d of %d lines\n", figures.server.c_str(),
+                 quiet.payloads.load(), kMissed + 1);
+    std::exit(1);
+  }
+  heard = 0;
+  const long before = residentKb();
+  long most = before;
+  auto second = tablet();
+  const auto start = Clock::now();
+  second->connect();
+  const auto end = Clock::now() + std::chrono::minutes(2);
+  while (heard.load() < kMissed && Clock::now() < end) {
+    most = std::max(most, residentKb());
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+  }
+  if (heard.load() < kMissed) {
+    std::fprintf(stderr, "%s: the tablet caught up %d of %d lines\n", figures.server.c_str(),
+                 heard.load(), kMissed);
+    std::exit(1);
+  }
+  figures.catchUpMs = ms(Clock::now() - start);
+  figures.catchUpBytes = second->connection().traffic().bytesIn;
+  figures.catchUpKb = most - before;
+  second->logout();
+  second.reset();
+  for (const char* suffix : {"", "-wal", "-shm"}) std::filesystem::remove(store + suffix);
+}
 
 Figures measure(QuorPrivateServer::Software software, int idleMinutes) {
   Figures figures;
@@ -104,6 +216,7 @@ Figures measure(QuorPrivateServer::Software software, int idleMinutes) {
   }
   figures.resumed = median(resumed);
   figures.fresh = median(fresh);
+  catchUp(*server, figures);
   if (idleMinutes > 0) {
     QuorXmppConnection app(server->account("mei", "pw"), quiet);
     app.start();
@@ -137,6 +250,11 @@ int main(int argc, char** argv) {
         "%s: foreground to a line sent: %.1f ms resumed, %.1f ms with a fresh login "
         "(medians of %d)\n",
         f->server.c_str(), f->resumed, f->fresh, kRounds);
+    std::printf(
+        "%s: catching up %d lines another device took: %.0f ms, %llu bytes in, resident "
+        "memory +%ld kB\n",
+        f->server.c_str(), kMissed, f->catchUpMs, static_cast<unsigned long long>(f->catchUpBytes),
+        f->catchUpKb);
     if (f->minutes > 0) {
       std::printf(
           "%s: %.0f minutes in the background, quiet desk: %llu wake-ups (%.2f a minute), "
