@@ -206,8 +206,8 @@ void QuorXmppHost::onPayload(QuorXmppPayload payload) {
     deliver(payload);
     // The place moves once the message was taken (stored, or held by the library).
     if (movesPlace && !store_->setArchiveMark(payload.archiveId)) {
-      writeEntry({threadName(), 2, 0, "xmpp",
-                  "cannot keep the archive's place: " + store_->lastError()});
+      writeEntry(
+          {threadName(), 2, 0, "xmpp", "cannot keep the archive's place: " + store_->lastError()});
     }
   });
 }
