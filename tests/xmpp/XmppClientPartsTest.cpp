@@ -1,12 +1,16 @@
 // The XMPP client's parts on their own: reading the stream within its limits, SCRAM, the
-// bookkeeping of stream management, and the push notification an app reads.
+// bookkeeping of stream management, catching up from the archive, what a conversation says of
+// its service, and the push notification an app reads.
 #include <gmock/gmock.h>
 
 #include <cstring>
 
+#include "QuorCustomerService/QuorCustomerService.h"
 #include "QuorSaslClient.h"
+#include "QuorServiceRecord.h"
 #include "QuorStreamManagement.h"
 #include "QuorXmlStream.h"
+#include "QuorXmppHost/QuorArchiveCatchUp.h"
 #include "QuorXmppHost/QuorPushNotification.h"
 
 namespace quor::test {
@@ -151,6 +155,116 @@ TEST(StreamManagement, CountsAcknowledgesAndResendsWhatTheServerMissed) {
   EXPECT_EQ(sm.unacknowledged(), 0u);
   sm.forget();
   EXPECT_FALSE(sm.isEnabled() || sm.canResume());
+}
+
+QuorXmppPayload archivePayload(const std::string& archiveId, bool archived) {
+  QuorXmppPayload payload;
+  payload.archiveId = archiveId;
+  payload.archived = archived;
+  return payload;
+}
+
+TEST(ArchiveCatchUp, ReadsUntilTheServerSaysCompleteWhateverComesLive) {
+  QuorArchiveCatchUp catchUp(/*fromTheStart=*/true);
+  EXPECT_EQ(catchUp.onStatus(QuorXmppConnectionStatus::Connected, ""), std::string());
+  // The server hands over an old message of a replaced session's queue first: it says nothing
+  // of what lies between the place and it, and moves no place while catching up.
+  EXPECT_FALSE(catchUp.onPayload(archivePayload("a2", false)));
+  EXPECT_TRUE(catchUp.onPayload(archivePayload("a1", true)));
+  EXPECT_TRUE(catchUp.onPayload(archivePayload("a2", true)));
+  EXPECT_EQ(catchUp.onArchiveEnd(false, "a2"), std::string("a2"));
+  EXPECT_EQ(catchUp.onArchiveEnd(true, "a3"), std::nullopt);
+  EXPECT_TRUE(catchUp.onPayload(archivePayload("a4", false)));
+  EXPECT_FALSE(catchUp.onPayload(archivePayload("", false)));
+  // A lost link: the next login reads after the caller's place again.
+  EXPECT_EQ(catchUp.onStatus(QuorXmppConnectionStatus::Disconnected, "a4"), std::nullopt);
+  EXPECT_FALSE(catchUp.onPayload(archivePayload("a5", false)));
+  EXPECT_EQ(catchUp.onStatus(QuorXmppConnectionStatus::Connected, "a4"), std::string("a4"));
+
+  // A desk without a place reads nothing: its first message sets the place.
+  QuorArchiveCatchUp desk;
+  EXPECT_EQ(desk.onStatus(QuorXmppConnectionStatus::Connected, ""), std::nullopt);
+  EXPECT_TRUE(desk.onPayload(archivePayload("d1", false)));
+}
+
+TEST(ServiceRecord, FollowsTheServiceThroughItsControlMessages) {
+  using State = KXCSServiceState;
+  // The desk's control messages as they travel.
+  const auto answer = [](int code, int type) -> KXData {
+    return "{\"status\":" + std::to_string(code) +
+           ",\"data\":{\"serviceType\":" + std::to_string(type) + "}}";
+  };
+  const auto modeAnswer = [](int result) -> KXData {
+    return "{\"code\":1,\"data\":{\"status\":" + std::to_string(result) + "}}";
+  };
+  const auto end = [](int code) -> KXData { return "{\"code\":" + std::to_string(code) + "}"; };
+  const auto update = [](int status) -> KXData {
+    return "{\"serviceStatus\":" + std::to_string(status) + "}";
+  };
+  struct Step {
+    std::string objectName;
+    KXData body;
+    bool sent;
+  };
+  const Step hello{"KX:CsHs", std::nullopt, true};
+  const Step askAgent{"KX:CsCha", std::nullopt, true};
+  const struct {
+    const char* name;
+    std::vector<Step> steps;
+    State state;
+  } cases[] = {
+      {"robot first", {hello, {"KX:CsHsR", answer(1, 3), false}}, State::Robot},
+      {"refused", {hello, {"KX:CsHsR", answer(0, 3), false}}, State::Failed},
+      {"human only", {hello, {"KX:CsHsR", answer(1, 2), false}}, State::Agent},
+      {"asked for an agent",
+       {hello, {"KX:CsHsR", answer(1, 3), false}, askAgent},
+       State::WaitingForAgent},
+      {"an agent came",
+       {{"KX:CsHsR", answer(1, 3), false}, askAgent, {"KX:CsChaR", modeAnswer(1), false}},
+       State::Agent},
+      {"no agent, back to the robot",
+       {{"KX:CsHsR", answer(1, 4), false}, askAgent, {"KX:CsChaR", modeAnswer(2), false}},
+       State::Robot},
+      {"no agent for a human-only service",
+       {{"KX:CsHsR", answer(1, 2), false}, askAgent, {"KX:CsChaR", modeAnswer(2), false}},
+       State::Ended},
+      {"the agent handed back",
+       {{"KX:CsHsR", answer(1, 2), false}, {"KX:CsEnd", end(1), false}},
+       State::Robot},
+      {"the desk ended it",
+       {{"KX:CsHsR", answer(1, 2), false}, {"KX:CsEnd", end(0), false}},
+       State::Ended},
+      {"the app ended it",
+       {{"KX:CsHsR", answer(1, 3), false}, {"KX:CsSp", std::nullopt, true}},
+       State::Ended},
+      {"updates", {{"KX:CsUpdate", update(2), false}}, State::Agent},
+      {"closed by update",
+       {{"KX:CsHsR", answer(1, 1), false}, {"KX:CsUpdate", update(3), false}},
+       State::Ended},
+      {"texts and unknown values change nothing",
+       {{"KX:CsHsR", answer(1, 3), false},
+        {"KX:TxtMsg", std::string("{\"content\":\"hi\"}"), false},
+        {"KX:CsUpdate", update(9), false},
+        {"KX:CsChaR", modeAnswer(7), false},
+        {"KX:CsHsR", std::nullopt, true}},
+       State::Robot},
+  };
+  for (const auto& c : cases) {
+    QuorServiceRecord record;
+    int64_t stamp = 100;
+    for (const auto& step : c.steps) record.take(step.objectName, step.body, step.sent, ++stamp);
+    EXPECT_EQ(record.state(), c.state) << c.name;
+    // Kept between runs as its note.
+    EXPECT_EQ(QuorServiceRecord::fromNote(record.note()).state(), c.state) << c.name;
+  }
+
+  // An older message than the newest taken (the archive after a live one) changes nothing.
+  QuorServiceRecord record;
+  EXPECT_TRUE(record.take("KX:CsEnd", end(0), false, 200));
+  EXPECT_FALSE(record.take("KX:CsHsR", answer(1, 2), false, 150));
+  EXPECT_EQ(record.state(), State::Ended);
+  for (const char* bad : {"", "x", "99 0 0", "-1 0 0", "3 1"})
+    EXPECT_EQ(QuorServiceRecord::fromNote(bad).state(), State::NotStarted) << bad;
 }
 
 TEST(PushNotification, ReadsWhatThePushServiceWroteAndRefusesAnythingElse) {

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <filesystem>
 #include <mutex>
 #include <thread>
@@ -58,18 +59,24 @@ class XmppPush : public XmppOnEachServer {
     ASSERT_TRUE(phone->waitUntilOnline(kPatience));
   }
 
-  // The desk's account, writing customer-service texts to Alice.
-  void deskSays(const std::string& text) {
+  // The desk's account, writing customer-service messages to Alice and counting hers.
+  void deskSends(const std::string& objectName, const std::string& body) {
     if (!deskAccount) {
       const QuorXmppOptions options = accountOptions(deskLocalPart(), "desk-pw");
       deskAccount = bareHost(deskLocalPart(), &options);
+      deskAccount->setWireObserver([this](const QuorXmppPayload&, bool fromClient) {
+        if (!fromClient) ++deskHeard;
+      });
       ASSERT_TRUE(deskAccount->waitUntilOnline(kPatience));
     }
     QuorXmppPayload payload;
     payload.peer = server->jid("alice");
-    payload.objectName = "KX:TxtMsg";
-    payload.body = std::string("{\"content\":\"" + text + "\"}");
+    payload.objectName = objectName;
+    payload.body = body;
     deskAccount->connection().send(payload, nullptr);
+  }
+  void deskSays(const std::string& text) {
+    deskSends("KX:TxtMsg", "{\"content\":\"" + text + "\"}");
   }
 
   template <typename Done>
@@ -93,6 +100,7 @@ class XmppPush : public XmppOnEachServer {
   std::mutex mutex;
   std::vector<QuorPushNotification> notifications;
   std::vector<std::string> arrived;
+  std::atomic<int> deskHeard{0};
   std::unique_ptr<QuorPushService> push;
   std::shared_ptr<QuorXmppHost> phone;
   std::shared_ptr<QuorXmppHost> deskAccount;
@@ -226,6 +234,52 @@ TEST_P(XmppPush, ADeviceCatchesUpFromTheArchiveWhatAnotherDeviceTook) {
                                         "{\"content\":\"three\"}"}));
   }
   second->logout();
+}
+
+TEST_P(XmppPush, AnAppInstalledAgainGetsItsConversationAndTheServiceBack) {
+  startPhone("token-1");
+  QuorXmppPayload question;
+  question.peer = QuorDeskJid::toJid("quor-shop", server->domain());
+  question.objectName = "KX:TxtMsg";
+  question.body = std::string("{\"content\":\"my parcel?\"}");
+  phone->connection().send(question, nullptr);
+  deskSends("KX:CsHsR", "{\"status\":1,\"data\":{\"serviceType\":2}}");
+  deskSays("on its way");
+  ASSERT_TRUE(waitFor([&] { return heard() == 2 && deskHeard == 1; }, kPatience));
+  EXPECT_EQ(phone->lastServiceState("quor-shop"), KXCSServiceState::Agent);
+  phone->logout();
+  phone.reset();
+
+  // Installed again: an empty store reads the account's archive from its start.
+  QuorXmppHost::Options options;
+  options.connection = accountOptions("alice", "alice-pw");
+  phone = QuorXmppHost::create(options, nullptr);
+  phone->setLogSink(nullptr, 0);
+  phone->install();  // as an app does: texts are stored, control messages held by the module
+  phone->loadExtensionModule();
+  phone->connect();
+  const auto lines = [&] {
+    std::vector<std::string> seen;
+    for (const auto& entry : phone->history("quor-shop")) {
+      seen.insert(
+          seen.begin(),
+          (entry.message->messageDirection() == KXMessageDirectionSend ? "sent " : "received ") +
+              textOf(entry.message));
+    }
+    return seen;
+  };
+  ASSERT_TRUE(waitFor([&] { return lines().size() == 2; }, kPatience))
+      << ::testing::PrintToString(lines());
+  EXPECT_THAT(lines(), ::testing::ElementsAre("sent my parcel?", "received on its way"));
+  ASSERT_TRUE(waitFor(
+      [&] { return phone->lastServiceState("quor-shop") == KXCSServiceState::Agent; }, kPatience));
+  // The desk ends the service: the record follows what comes live too.
+  deskSends("KX:CsEnd", "{\"code\":0}");
+  EXPECT_TRUE(waitFor(
+      [&] { return phone->lastServiceState("quor-shop") == KXCSServiceState::Ended; }, kPatience));
+  std::this_thread::sleep_for(std::chrono::milliseconds(500));
+  EXPECT_EQ(lines().size(), 2u);
+  EXPECT_EQ(deskHeard, 1) << "the installed app sent nothing again";
 }
 
 QUOR_INSTANTIATE_ON_EACH_SERVER(XmppPush);

@@ -2,32 +2,31 @@
 
 namespace quor {
 
-std::string QuorArchiveCatchUp::onStatus(QuorXmppConnectionStatus status,
-                                         const std::string& place) {
+std::optional<std::string> QuorArchiveCatchUp::onStatus(QuorXmppConnectionStatus status,
+                                                        const std::string& place) {
   if (status != QuorXmppConnectionStatus::Connected) {
     catchingUp_ = true;
-    liveFrom_.clear();
-    reachedLive_ = false;
-    return "";
+    return std::nullopt;
   }
-  if (place.empty()) catchingUp_ = false;
+  if (place.empty() && !fromTheStart_) {
+    catchingUp_ = false;
+    return std::nullopt;
+  }
   return place;
 }
 
 bool QuorArchiveCatchUp::onPayload(const QuorXmppPayload& payload) {
   if (payload.archiveId.empty()) return false;
-  if (catchingUp_) {
-    if (!payload.archived && liveFrom_.empty()) liveFrom_ = payload.archiveId;
-    if (payload.archived && payload.archiveId == liveFrom_) reachedLive_ = true;
-  }
   return payload.archived || !catchingUp_;
 }
 
-std::string QuorArchiveCatchUp::onArchiveEnd(bool complete, const std::string& lastId) {
-  // It ends where the live messages begin: past them the archive holds only what was taken.
-  if (!complete && !reachedLive_ && !lastId.empty()) return lastId;
+std::optional<std::string> QuorArchiveCatchUp::onArchiveEnd(bool complete,
+                                                            const std::string& lastId) {
+  // Only the server's "complete" ends it: a message that came live says nothing of what lies
+  // between it and the place (the server may hand over an old, queued one first).
+  if (!complete && !lastId.empty()) return lastId;
   catchingUp_ = false;
-  return "";
+  return std::nullopt;
 }
 
 }  // namespace quor

@@ -86,6 +86,7 @@ bool QuorMessageStore::claim(const std::string& account, std::string* error) {
   const auto resource = fact("resource");
   deviceResource_ = resource ? *resource : "quor-cs-" + QuorXmppStanza::uniqueId().substr(5, 12);
   if (!resource) keep("resource", deviceResource_);
+  archiveMark_ = fact("archive").value_or("");
   return true;
 }
 
@@ -104,13 +105,29 @@ bool QuorMessageStore::keep(const char* name, const std::string& value) const {
 }
 
 std::string QuorMessageStore::archiveMark() const {
-  std::lock_guard<std::mutex> lock(mutex_);
-  return fact("archive").value_or("");
+  std::lock_guard<std::mutex> lock(queueMutex_);
+  return archiveMark_;
 }
 
 bool QuorMessageStore::setArchiveMark(const std::string& id) {
   std::lock_guard<std::mutex> lock(mutex_);
-  if (keep("archive", id)) return true;
+  if (!keep("archive", id)) {
+    lastError_ = sqlite3_errmsg(database_);
+    return false;
+  }
+  std::lock_guard<std::mutex> queue(queueMutex_);
+  archiveMark_ = id;
+  return true;
+}
+
+std::string QuorMessageStore::serviceNote(const std::string& targetId) const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return fact(("service " + targetId).c_str()).value_or("");
+}
+
+bool QuorMessageStore::setServiceNote(const std::string& targetId, const std::string& note) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  if (keep(("service " + targetId).c_str(), note)) return true;
   lastError_ = sqlite3_errmsg(database_);
   return false;
 }

@@ -1196,10 +1196,16 @@ void QuorXmppConnection::Network::onMessage(const QuorXmlElement& message) {
           ? QuorXmppStanza::archivedMessage(message, kArchiveQueryPrefix, &archiveId, &archiveStamp)
           : nullptr;
   if (archived) {
-    // A message of the account's archive: only what others sent to it is taken.
+    // A message of the account's archive: what others sent to it, and what it sent itself
+    // (from another device, or before the app was installed again), named by its recipient.
     if (archived->attribute("type") == "error" ||
-        !QuorXmppStanza::readPayload(*archived, &payload) || payload.peer == owner_.bareJid_) {
+        !QuorXmppStanza::readPayload(*archived, &payload)) {
       return;
+    }
+    if (payload.peer == owner_.bareJid_) {
+      payload.peer = QuorXmppStanza::bareJid(archived->attribute("to"));
+      if (payload.peer.empty() || payload.peer == owner_.bareJid_) return;
+      payload.outgoing = true;
     }
     payload.archiveId = archiveId;
     payload.archived = true;

@@ -3,6 +3,7 @@
 #include <chrono>
 
 #include "QuorCustomerService/Host/KXHostConstants.h"
+#include "QuorServiceRecord.h"
 #include "QuorXmppHost/QuorDeskJid.h"
 #include "QuorXmppHost/QuorXmppErrors.h"
 #include "QuorXmppStanza.h"
@@ -141,39 +142,45 @@ void QuorXmppHost::carry(QuorXmppPayload payload, std::shared_ptr<QuorPendingSen
     std::lock_guard<std::mutex> lock(mutex_);
     if (wireObserver_) sent = std::make_shared<QuorXmppPayload>(payload);
   }
-  connection_->send(
-      std::move(payload), [this, pending, sent, writtenBefore](int64_t errorCode, int64_t stamp) {
-        delivery_->post([this, pending, sent, writtenBefore, errorCode, stamp] {
-          const int64_t id = pending->record()->messageId();
-          if (errorCode != 0) {
-            // Not written this time, but an earlier copy was: it may still have arrived.
-            const int64_t code = writtenBefore && (errorCode == QuorXmppErrorNotOnline ||
-                                                   errorCode == QuorXmppErrorStopped)
-                                     ? QuorXmppErrorConnectionLost
-                                     : errorCode;
-            if (id != 0) {
-              keepOutcome(id,
-                          isUnconfirmedError(code) ? QuorDeliveryStatus::Unconfirmed
-                                                   : QuorDeliveryStatus::Failed,
-                          0);
-            }
-            pending->fail(code);
-            return;
-          }
-          if (sent) {
-            sent->stamp = stamp;
-            observeWire(*sent, true);
-          }
-          pending->record()->setSentTime(stamp);
-          if (id != 0) keepOutcome(id, QuorDeliveryStatus::Sent, stamp);
-          pending->succeed();
-        });
-      });
+  // A control message of the customer's own moves the service's record once the server has it.
+  const std::string recordFor = QuorServiceRecord::concerns(payload.objectName)
+                                    ? QuorDeskJid::fromJid(payload.peer, deskDomain_)
+                                    : "";
+  const std::string objectName = recordFor.empty() ? "" : payload.objectName;
+  connection_->send(std::move(payload), [this, pending, sent, writtenBefore, recordFor, objectName](
+                                            int64_t errorCode, int64_t stamp) {
+    delivery_->post([this, pending, sent, writtenBefore, recordFor, objectName, errorCode, stamp] {
+      const int64_t id = pending->record()->messageId();
+      if (errorCode != 0) {
+        // Not written this time, but an earlier copy was: it may still have arrived.
+        const int64_t code = writtenBefore && (errorCode == QuorXmppErrorNotOnline ||
+                                               errorCode == QuorXmppErrorStopped)
+                                 ? QuorXmppErrorConnectionLost
+                                 : errorCode;
+        if (id != 0) {
+          keepOutcome(id,
+                      isUnconfirmedError(code) ? QuorDeliveryStatus::Unconfirmed
+                                               : QuorDeliveryStatus::Failed,
+                      0);
+        }
+        pending->fail(code);
+        return;
+      }
+      if (sent) {
+        sent->stamp = stamp;
+        observeWire(*sent, true);
+      }
+      pending->record()->setSentTime(stamp);
+      if (id != 0) keepOutcome(id, QuorDeliveryStatus::Sent, stamp);
+      if (!recordFor.empty()) recordService(recordFor, objectName, std::nullopt, true, stamp);
+      pending->succeed();
+    });
+  });
 }
 
 void QuorXmppHost::onStatus(QuorXmppConnectionStatus status) {
-  const std::string after = catchUp_.onStatus(status, store_->archiveMark());
-  if (!after.empty()) connection_->queryArchive(after);
+  const auto after = catchUp_.onStatus(status, store_->archiveMark());
+  if (after) connection_->queryArchive(*after);
   delivery_->post([this, status] {
     for (auto* module : loadedModules()) {
       if (status == QuorXmppConnectionStatus::Connected) module->setUserId(currentUserId());
@@ -203,7 +210,16 @@ void QuorXmppHost::sendUnsent() {
 void QuorXmppHost::onPayload(QuorXmppPayload payload) {
   const bool movesPlace = catchUp_.onPayload(payload);
   delivery_->post([this, movesPlace, payload = std::move(payload)] {
-    deliver(payload);
+    if (payload.outgoing) {
+      keepSentElsewhere(payload);
+    } else {
+      deliver(payload);
+    }
+    if (QuorServiceRecord::concerns(payload.objectName)) {
+      recordService(QuorDeskJid::fromJid(payload.peer, deskDomain_), payload.objectName,
+                    payload.body, payload.outgoing,
+                    payload.stamp > 0 ? payload.stamp : QuorXmppStanza::wallClockMs());
+    }
     // The place moves once the message was taken (stored, or held by the library).
     if (movesPlace && !store_->setArchiveMark(payload.archiveId)) {
       writeEntry(
@@ -213,8 +229,8 @@ void QuorXmppHost::onPayload(QuorXmppPayload payload) {
 }
 
 void QuorXmppHost::onArchiveEnd(bool complete, const std::string& lastId) {
-  const std::string next = catchUp_.onArchiveEnd(complete, lastId);
-  if (!next.empty()) connection_->queryArchive(next);
+  const auto next = catchUp_.onArchiveEnd(complete, lastId);
+  if (next) connection_->queryArchive(*next);
 }
 
 void QuorXmppHost::onLog(int32_t level, const std::string& area, const std::string& text) {
@@ -233,6 +249,39 @@ void QuorXmppHost::deliver(const QuorXmppPayload& payload) {
   received.sentTime = payload.stamp > 0 ? payload.stamp : QuorXmppStanza::wallClockMs();
   received.offline = payload.offline;
   receive(received);
+}
+
+void QuorXmppHost::keepSentElsewhere(const QuorXmppPayload& payload) {
+  if (!isStored(contentFor(payload.objectName)) || payload.stanzaId.empty()) return;
+  QuorStoredMessage stored{0,
+                           KXConversationTypeCustomerService,
+                           QuorDeskJid::fromJid(payload.peer, deskDomain_),
+                           KXMessageDirectionSend,
+                           payload.sender.empty() ? currentUserId() : payload.sender,
+                           payload.objectName,
+                           payload.body,
+                           payload.stamp,
+                           0,
+                           QuorDeliveryStatus::Sent,
+                           payload.stanzaId};
+  // A duplicate is this device's own send, stored when it was made.
+  if (store_->insert(stored) == QuorMessageStore::Insert::Failed)
+    tellStoreError("cannot store a message sent to " + stored.targetId, recordOf(stored));
+}
+
+void QuorXmppHost::recordService(const std::string& deskId, const std::string& objectName,
+                                 const KXData& body, bool sent, int64_t stamp) {
+  auto record = QuorServiceRecord::fromNote(store_->serviceNote(deskId));
+  if (!record.take(objectName, body, sent, stamp)) return;
+  if (!store_->setServiceNote(deskId, record.note())) {
+    writeEntry(
+        {threadName(), KXLogLevelError, 0, "QuorXmppHost",
+         "cannot keep the state of the service with " + deskId + ": " + store_->lastError()});
+  }
+}
+
+KXCSServiceState QuorXmppHost::lastServiceState(const std::string& deskId) const {
+  return QuorServiceRecord::fromNote(store_->serviceNote(deskId)).state();
 }
 
 bool QuorXmppHost::storeReceived(const std::shared_ptr<KXMessage>& message,

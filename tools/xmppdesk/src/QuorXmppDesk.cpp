@@ -254,24 +254,29 @@ void QuorXmppDesk::onStatus(QuorXmppConnectionStatus status) {
   onLog(4, "desk", "connection status " + std::to_string(static_cast<int64_t>(status)));
   // What reached the archive while the desk was away (or dead, its session held by the server)
   // is taken from there; what the desk took already is known and answered once.
-  const std::string after = catchUp_.onStatus(status, store_->archiveMark());
-  if (after.empty()) return;
-  onLog(4, "desk", "reading the archive after " + after);
-  connection_->queryArchive(after);
+  const auto after = catchUp_.onStatus(status, store_->archiveMark());
+  if (!after) return;
+  onLog(4, "desk", "reading the archive after " + *after);
+  connection_->queryArchive(*after);
 }
 
 void QuorXmppDesk::onArchiveEnd(bool complete, const std::string& lastId) {
-  const std::string next = catchUp_.onArchiveEnd(complete, lastId);
-  if (next.empty()) {
+  const auto next = catchUp_.onArchiveEnd(complete, lastId);
+  if (!next) {
     onLog(4, "desk", "read the archive");
     return;
   }
-  onLog(4, "desk", "reading the archive after " + next);
-  connection_->queryArchive(next);
+  onLog(4, "desk", "reading the archive after " + *next);
+  connection_->queryArchive(*next);
 }
 
 void QuorXmppDesk::onPayload(QuorXmppPayload payload) {
   const bool movesPlace = catchUp_.onPayload(payload);
+  if (payload.outgoing) {
+    // The desk's own answer, read back from its archive: it only moves the place on.
+    if (movesPlace) store_->setArchiveMark(payload.archiveId);
+    return;
+  }
   std::vector<QuorXmppPayload> answers;
   {
     std::lock_guard<std::mutex> steps(steps_);

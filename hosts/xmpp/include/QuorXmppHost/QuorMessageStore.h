@@ -94,10 +94,14 @@ class QuorMessageStore {
   std::optional<QuorStoredMessage> find(int64_t id) const;
   // This device's resource for the account: made once, then kept.
   const std::string& deviceResource() const { return deviceResource_; }
-  // The archive id of the last received message taken (QuorArchiveCatchUp's place); "" before
-  // the first.
+  // The archive id of the last message taken (QuorArchiveCatchUp's place); "" before the first.
+  // Read from memory: the network thread asks for it at every login.
   std::string archiveMark() const;
   bool setArchiveMark(const std::string& id);
+  // What the conversation with `targetId` last said of its service (QuorServiceRecord's note);
+  // "" when nothing.
+  std::string serviceNote(const std::string& targetId) const;
+  bool setServiceNote(const std::string& targetId, const std::string& note);
   // Why the newest write failed.
   std::string lastError() const;
 
@@ -128,7 +132,8 @@ class QuorMessageStore {
   // a send waits for no write.
   mutable std::mutex queueMutex_;
   mutable std::vector<QuorStoredMessage> queued_;
-  int64_t lastId_ = 0;  // the highest id given, written or queued
+  int64_t lastId_ = 0;       // the highest id given, written or queued
+  std::string archiveMark_;  // under queueMutex_: the kept place, never read from the disk
   std::vector<QuorStoredMessage> unsent_;
 };
 

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "QuorCustomerService/Session/KXCSServiceStatus.h"
 #include "QuorHostBase/QuorHostBase.h"
 #include "QuorHostBase/QuorWorkerThread.h"
 #include "QuorXmppHost/QuorArchiveCatchUp.h"
@@ -120,6 +121,11 @@ class QuorXmppHost : public QuorHostBase, private QuorXmppConnection::Events {
   // the message `beforeMessageId` (0: from the newest).
   std::vector<HistoryEntry> history(const std::string& deskId, int64_t beforeMessageId = 0,
                                     int count = 20) const;
+  // Where the service with `deskId` stood at its newest message, sent or received, on any of
+  // the account's devices (NotStarted when nothing is known): Robot, Agent, WaitingForAgent,
+  // Ended and so on, as KXCSService reports them. An app opened again (or installed again) shows
+  // it until a service it starts reports its own. Reads the store.
+  KXCSServiceState lastServiceState(const std::string& deskId) const;
 
   // Hears every message that should have been stored and could not be (a full disk, say), with
   // the store's reason, on the main thread; the message is shown and sent as usual, with
@@ -166,6 +172,12 @@ class QuorXmppHost : public QuorHostBase, private QuorXmppConnection::Events {
   void onArchiveEnd(bool complete, const std::string& lastId) override;
 
   void deliver(const QuorXmppPayload& payload);
+  // On the delivery thread: a line the account sent from elsewhere (another device, an earlier
+  // install), stored as sent unless this device stored it when it sent it.
+  void keepSentElsewhere(const QuorXmppPayload& payload);
+  // On the delivery thread: what the control message says of the service with the desk.
+  void recordService(const std::string& deskId, const std::string& objectName, const KXData& body,
+                     bool sent, int64_t stamp);
   bool storeReceived(const std::shared_ptr<KXMessage>& message,
                      const QuorReceivedMessage& received) override;
   void forgetReceived(const std::shared_ptr<KXMessage>& message) override;
@@ -203,7 +215,7 @@ class QuorXmppHost : public QuorHostBase, private QuorXmppConnection::Events {
   QuorRecentPayloads recent_;
   // On the network thread: what the account missed, read from the server's archive at each
   // login (another device took it, or the server kept no offline copy).
-  QuorArchiveCatchUp catchUp_;
+  QuorArchiveCatchUp catchUp_{/*fromTheStart=*/true};
   // The destructor stops the connection, then ends the delivery thread, then frees the
   // connection.
   std::unique_ptr<QuorWorkerThread> delivery_;

@@ -27,6 +27,9 @@ struct QuorXmppPayload {
   bool offline = false;    // delivered from the server's offline store or its archive
   std::string archiveId;   // its id in the receiving account's archive (XEP-0359), when archived
   bool archived = false;   // read from that archive (QuorXmppConnection::queryArchive())
+  // Sent by this account itself (another of its devices, or an earlier install of the app):
+  // `peer` is then the recipient.
+  bool outgoing = false;
 };
 
 // The connection state a QuorXmppConnection reports, and a QuorXmppHost passes to the loaded
