@@ -1,12 +1,13 @@
 // Reads a tool's input file whole, within a size limit: a directory, a device that never ends
 // (/dev/zero) or a file beyond the limit is refused with a clear reason instead of exhausting
-// memory. Header-only; shared by the desk simulator and the replay tool.
+// memory. Header-only; shared by the desk simulator, the replay tool and the programs.
 #pragma once
 
 #include <sys/stat.h>
 
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <optional>
 #include <string>
@@ -42,6 +43,20 @@ class QuorInputFile {
     close(file);
     if (failed) return fail(error, "cannot read " + path + ": " + std::strerror(code));
     return bytes;
+  }
+
+  // A program's secret: the first line of `path` when given, else the environment variable
+  // `name` (unset leaves `secret` as it was). False, with the reason, when the file fails.
+  static bool secret(const char* name, const std::string& path, std::string* secret,
+                     std::string* error) {
+    if (!path.empty()) {
+      const auto bytes = read(path, error);
+      if (!bytes) return false;
+      *secret = bytes->substr(0, bytes->find_first_of("\r\n"));
+      return true;
+    }
+    if (const char* value = std::getenv(name)) *secret = value;
+    return true;
   }
 
  private:

@@ -83,17 +83,9 @@ bool QuorPushRelay::runCommand(const std::string& json, std::string* error) cons
   ::close(pipeFds[0]);
   ::fcntl(pipeFds[1], F_SETFL, O_NONBLOCK);
   const auto deadline = std::chrono::steady_clock::now() + options_.timeout;
-  // SIGPIPE would end this program when the command does not read: the write fails instead.
-  sigset_t pipeSignal, previous;
-  sigemptyset(&pipeSignal);
-  sigaddset(&pipeSignal, SIGPIPE);
-  pthread_sigmask(SIG_BLOCK, &pipeSignal, &previous);
+  // A command that does not read fails the write (EPIPE): the program ignores SIGPIPE.
   writeAll(pipeFds[1], json, deadline);
   ::close(pipeFds[1]);
-  timespec none{0, 0};
-  while (sigtimedwait(&pipeSignal, nullptr, &none) > 0) {
-  }
-  pthread_sigmask(SIG_SETMASK, &previous, nullptr);
   int status = 0;
   for (;;) {
     const pid_t done = ::waitpid(child, &status, WNOHANG);

@@ -2,7 +2,8 @@
 // that reads it on its standard input, or an HTTP POST of it (libcurl). The relay to FCM or APNs
 // sits behind the command or the endpoint: it is the deployer's.
 //
-// Threads: deliver() from one thread at a time (the push service's).
+// Threads: deliver() from one thread at a time (the push service's). The program ignores SIGPIPE,
+// so a command that does not read fails its write instead of ending the program.
 #pragma once
 
 #include <chrono>

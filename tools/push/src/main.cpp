@@ -69,16 +69,11 @@ int main(int argc, char** argv) {
     }
   }
   if (options.domain.empty()) return usage("--domain is needed");
-  if (!secretFile.empty()) {
-    std::string error;
-    const auto bytes = quor::QuorInputFile::read(secretFile, &error);
-    if (!bytes) {
-      std::fprintf(stderr, "quor-cs-push: %s\n", error.c_str());
-      return 1;
-    }
-    options.componentSecret = bytes->substr(0, bytes->find_first_of("\r\n"));
-  } else if (const char* secret = std::getenv("QUOR_CS_PUSH_SECRET")) {
-    options.componentSecret = secret;
+  std::string error;
+  if (!quor::QuorInputFile::secret("QUOR_CS_PUSH_SECRET", secretFile, &options.componentSecret,
+                                   &error)) {
+    std::fprintf(stderr, "quor-cs-push: %s\n", error.c_str());
+    return 1;
   }
   if (options.componentSecret.empty()) {
     return usage("no secret: set QUOR_CS_PUSH_SECRET or give --secret-file");
@@ -87,6 +82,8 @@ int main(int argc, char** argv) {
     options.publishSecret = secret;
   }
 
+  // A command that does not read its notification fails the write instead of ending the program.
+  ::signal(SIGPIPE, SIG_IGN);
   // The signals are taken by sigwait() below; every thread inherits the mask.
   sigset_t stopSignals;
   sigemptyset(&stopSignals);

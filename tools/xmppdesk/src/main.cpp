@@ -45,19 +45,6 @@ int usage(const char* problem) {
   return problem ? 2 : 0;
 }
 
-// A secret from the environment variable `name`, else from the first line of `file`.
-bool readSecret(const char* name, const std::string& file, std::string* secret,
-                std::string* error) {
-  if (!file.empty()) {
-    const auto bytes = quor::QuorInputFile::read(file, error);
-    if (!bytes) return false;
-    *secret = bytes->substr(0, bytes->find_first_of("\r\n"));
-    return true;
-  }
-  if (const char* value = std::getenv(name)) *secret = value;
-  return true;
-}
-
 #ifdef QUOR_CS_HAS_CONSOLE
 // quor-cs-desk agent add|remove|list: the desk's agents in its state file.
 int manageAgents(const std::string& command, const std::string& name, const std::string& state,
@@ -162,7 +149,8 @@ int main(int argc, char** argv) {
   }
 #endif
   if (!agentCommand.empty()) return usage("this build has no agent console");
-  if (!readSecret("QUOR_CS_DESK_PASSWORD", passwordFile, &options.password, &error)) {
+  if (!quor::QuorInputFile::secret("QUOR_CS_DESK_PASSWORD", passwordFile, &options.password,
+                                   &error)) {
     std::fprintf(stderr, "quor-cs-desk: %s\n", error.c_str());
     return 2;
   }
