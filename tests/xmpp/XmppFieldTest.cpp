@@ -434,6 +434,10 @@ TEST_F(XmppField, ADeskForgetsIdleAndLeastRecentSessions) {
        {Case{"over the cap", {1, std::chrono::minutes(30)}, {}},
         Case{"idle", {100, std::chrono::milliseconds(200)}, std::chrono::milliseconds(400)}}) {
     SCOPED_TRACE(c.what);
+    // New hosts read the accounts' archives from their start: only this case's lines count.
+    const int64_t since = std::chrono::duration_cast<std::chrono::milliseconds>(
+                              std::chrono::system_clock::now().time_since_epoch())
+                              .count();
     desk = std::make_unique<QuorXmppDesk>(QuorDeskSimulator::defaultProfile(),
                                           accountOptions(deskLocalPart(), "desk-pw"), c.limits);
     desk->start();
@@ -442,8 +446,9 @@ TEST_F(XmppField, ADeskForgetsIdleAndLeastRecentSessions) {
     auto bob = bareHost("bob");
     ASSERT_TRUE(alice->waitUntilOnline(kPatience) && bob->waitUntilOnline(kPatience));
     std::vector<std::string> aliceShown;
-    alice->addMessageListener(
-        [&](const std::shared_ptr<KXMessage>& m) { aliceShown.push_back(textOf(m)); });
+    alice->addMessageListener([&](const std::shared_ptr<KXMessage>& m) {
+      if (m->sentTime() >= since) aliceShown.push_back(textOf(m));
+    });
     say(*alice, "quor-shop", "where is my order?");
     ASSERT_TRUE(runUntil(*alice, [&] { return aliceShown.size() == 1; }));
     std::this_thread::sleep_for(c.pause);

@@ -79,6 +79,30 @@ class XmppPush : public XmppOnEachServer {
     deskSends("KX:TxtMsg", "{\"content\":\"" + text + "\"}");
   }
 
+  // An app's host of Alice, as an app makes it: texts are stored, control messages held by the
+  // module.
+  std::shared_ptr<QuorXmppHost> appHost() {
+    QuorXmppHost::Options options;
+    options.connection = accountOptions("alice", "alice-pw");
+    auto made = QuorXmppHost::create(options, nullptr);
+    made->setLogSink(nullptr, 0);
+    made->install();
+    made->loadExtensionModule();
+    made->connect();
+    return made;
+  }
+  // The stored conversation with the desk, oldest first: "sent TEXT" or "received TEXT".
+  static std::vector<std::string> linesOf(const QuorXmppHost& host) {
+    std::vector<std::string> seen;
+    for (const auto& entry : host.history("quor-shop")) {
+      seen.insert(
+          seen.begin(),
+          (entry.message->messageDirection() == KXMessageDirectionSend ? "sent " : "received ") +
+              textOf(entry.message));
+    }
+    return seen;
+  }
+
   template <typename Done>
   static bool waitFor(Done done, std::chrono::milliseconds patience) {
     const auto end = Clock::now() + patience;
@@ -251,23 +275,8 @@ TEST_P(XmppPush, AnAppInstalledAgainGetsItsConversationAndTheServiceBack) {
   phone.reset();
 
   // Installed again: an empty store reads the account's archive from its start.
-  QuorXmppHost::Options options;
-  options.connection = accountOptions("alice", "alice-pw");
-  phone = QuorXmppHost::create(options, nullptr);
-  phone->setLogSink(nullptr, 0);
-  phone->install();  // as an app does: texts are stored, control messages held by the module
-  phone->loadExtensionModule();
-  phone->connect();
-  const auto lines = [&] {
-    std::vector<std::string> seen;
-    for (const auto& entry : phone->history("quor-shop")) {
-      seen.insert(
-          seen.begin(),
-          (entry.message->messageDirection() == KXMessageDirectionSend ? "sent " : "received ") +
-              textOf(entry.message));
-    }
-    return seen;
-  };
+  phone = appHost();
+  const auto lines = [&] { return linesOf(*phone); };
   ASSERT_TRUE(waitFor([&] { return lines().size() == 2; }, kPatience))
       << ::testing::PrintToString(lines());
   EXPECT_THAT(lines(), ::testing::ElementsAre("sent my parcel?", "received on its way"));
@@ -280,6 +289,36 @@ TEST_P(XmppPush, AnAppInstalledAgainGetsItsConversationAndTheServiceBack) {
   std::this_thread::sleep_for(std::chrono::milliseconds(500));
   EXPECT_EQ(lines().size(), 2u);
   EXPECT_EQ(deskHeard, 1) << "the installed app sent nothing again";
+}
+
+TEST_P(XmppPush, TwoDevicesOfTheAccountShowTheSameConversation) {
+  auto phoneApp = appHost();
+  auto tablet = appHost();
+  std::atomic<int> tabletShown{0};
+  tablet->addMessageListener([&](const std::shared_ptr<KXMessage>&) { ++tabletShown; });
+  ASSERT_TRUE(phoneApp->waitUntilOnline(kPatience) && tablet->waitUntilOnline(kPatience));
+  // Each device's own line and the desk's answer, on both (the other's line through carbons).
+  phoneApp->sendMessage(KXConversationTypeCustomerService, std::string("quor-shop"),
+                        KXTextMessage::messageWithContent(std::string("from the phone")),
+                        std::nullopt, std::nullopt, nullptr, nullptr);
+  ASSERT_TRUE(waitFor([&] { return linesOf(*tablet).size() == 1; }, kPatience));
+  tablet->sendMessage(KXConversationTypeCustomerService, std::string("quor-shop"),
+                      KXTextMessage::messageWithContent(std::string("from the tablet")),
+                      std::nullopt, std::nullopt, nullptr, nullptr);
+  ASSERT_TRUE(waitFor([&] { return linesOf(*phoneApp).size() == 2; }, kPatience));
+  deskSays("hello both");
+  const std::vector<std::string> conversation = {"sent from the phone", "sent from the tablet",
+                                                 "received hello both"};
+  EXPECT_TRUE(waitFor(
+      [&] { return linesOf(*phoneApp) == conversation && linesOf(*tablet) == conversation; },
+      kPatience))
+      << ::testing::PrintToString(linesOf(*phoneApp)) << ::testing::PrintToString(linesOf(*tablet));
+  // The tablet's listeners saw the phone's line and the answer; the main queue runs them.
+  const auto end = Clock::now() + kPatience;
+  while (tabletShown < 2 && Clock::now() < end) tablet->mainRunLoop().runOnce(kPatience / 100);
+  EXPECT_EQ(tabletShown, 2);
+  phoneApp->logout();
+  tablet->logout();
 }
 
 QUOR_INSTANTIATE_ON_EACH_SERVER(XmppPush);

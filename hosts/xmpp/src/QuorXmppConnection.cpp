@@ -41,6 +41,7 @@ constexpr const char* kPing = "urn:xmpp:ping";
 constexpr const char* kBindId = "quor-bind";
 constexpr const char* kSessionId = "quor-session";
 constexpr const char* kDiscoId = "quor-disco";
+constexpr const char* kCarbonsId = "quor-carbons";
 constexpr const char* kPingId = "quor-ping";
 constexpr const char* kPushEnableIdPrefix = "quor-push-";
 constexpr const char* kBarrierIdPrefix = "quor-barrier-";
@@ -169,6 +170,9 @@ class QuorXmppConnection::Network : private QuorXmlStream::Handler {
     if (socket_ >= 0) lose("the server ended the stream");
   }
   void onMessage(const QuorXmlElement& message);
+  // A message forwarded by the server (an archive's result, a carbon copy): false when it is
+  // none to take.
+  bool readForwarded(const QuorXmlElement& inner, QuorXmppPayload* payload) const;
   // Whether `stanza` comes from the server or the account itself (an archive's results).
   bool isFromServerOrSelf(const QuorXmlElement& stanza) const;
   void onIq(const QuorXmlElement& iq);
@@ -1147,6 +1151,11 @@ void QuorXmppConnection::Network::onIq(const QuorXmlElement& iq) {
     const bool stamps =
         type == "result" && QuorXmppStanza::hasFeature(iq, QuorXmppPayloadNamespace);
     owner_.serverStamps_ = stamps;
+    // Copies of what the account's other devices send and receive (XEP-0280), so that each
+    // device shows the whole conversation.
+    if (type == "result" && QuorXmppStanza::hasFeature(iq, QuorXmppStanza::kCarbonsNamespace)) {
+      writeStanza(QuorXmppStanza::carbonsEnable(kCarbonsId)->toXml());
+    }
     if (!stamps) {
       owner_.events_.onLog(3, "xmpp",
                            sm_.isEnabled()
@@ -1163,6 +1172,19 @@ void QuorXmppConnection::Network::onIq(const QuorXmlElement& iq) {
 bool QuorXmppConnection::Network::isFromServerOrSelf(const QuorXmlElement& stanza) const {
   const std::string& from = stanza.attribute("from");
   return from.empty() || from == owner_.bareJid_ || from == owner_.domain_;
+}
+
+bool QuorXmppConnection::Network::readForwarded(const QuorXmlElement& inner,
+                                                QuorXmppPayload* payload) const {
+  // What others sent to the account, and what it sent itself (from another device, or before
+  // the app was installed again), named by its recipient.
+  if (inner.attribute("type") == "error" || !QuorXmppStanza::readPayload(inner, payload)) {
+    return false;
+  }
+  if (payload->peer != owner_.bareJid_) return true;
+  payload->peer = QuorXmppStanza::bareJid(inner.attribute("to"));
+  payload->outgoing = true;
+  return !payload->peer.empty() && payload->peer != owner_.bareJid_;
 }
 
 void QuorXmppConnection::Network::onMessage(const QuorXmlElement& message) {
@@ -1195,18 +1217,14 @@ void QuorXmppConnection::Network::onMessage(const QuorXmlElement& message) {
       isFromServerOrSelf(message)
           ? QuorXmppStanza::archivedMessage(message, kArchiveQueryPrefix, &archiveId, &archiveStamp)
           : nullptr;
-  if (archived) {
-    // A message of the account's archive: what others sent to it, and what it sent itself
-    // (from another device, or before the app was installed again), named by its recipient.
-    if (archived->attribute("type") == "error" ||
-        !QuorXmppStanza::readPayload(*archived, &payload)) {
-      return;
-    }
-    if (payload.peer == owner_.bareJid_) {
-      payload.peer = QuorXmppStanza::bareJid(archived->attribute("to"));
-      if (payload.peer.empty() || payload.peer == owner_.bareJid_) return;
-      payload.outgoing = true;
-    }
+  const QuorXmlElement* copied =
+      !archived && from == owner_.bareJid_ ? QuorXmppStanza::carbonCopy(message) : nullptr;
+  if (copied) {
+    // Another device of the account sent or received it (XEP-0280).
+    if (!readForwarded(*copied, &payload)) return;
+    payload.archiveId = QuorXmppStanza::archiveIdOf(*copied, owner_.bareJid_);
+  } else if (archived) {
+    if (!readForwarded(*archived, &payload)) return;
     payload.archiveId = archiveId;
     payload.archived = true;
     payload.offline = true;

@@ -264,9 +264,17 @@ void QuorXmppHost::keepSentElsewhere(const QuorXmppPayload& payload) {
                            0,
                            QuorDeliveryStatus::Sent,
                            payload.stanzaId};
-  // A duplicate is this device's own send, stored when it was made.
-  if (store_->insert(stored) == QuorMessageStore::Insert::Failed)
-    tellStoreError("cannot store a message sent to " + stored.targetId, recordOf(stored));
+  // A duplicate is this device's own send, stored when it was made; a new line is shown.
+  switch (store_->insert(stored)) {
+    case QuorMessageStore::Insert::Stored:
+      notifyListeners(recordOf(stored));
+      break;
+    case QuorMessageStore::Insert::Failed:
+      tellStoreError("cannot store a message sent to " + stored.targetId, recordOf(stored));
+      break;
+    case QuorMessageStore::Insert::Duplicate:
+      break;
+  }
 }
 
 void QuorXmppHost::recordService(const std::string& deskId, const std::string& objectName,

@@ -17,6 +17,7 @@ constexpr const char* kDelay = "urn:xmpp:delay";
 constexpr const char* kStanzaErrors = "urn:ietf:params:xml:ns:xmpp-stanzas";
 constexpr const char* kStanzaIds = "urn:xmpp:sid:0";
 constexpr const char* kArchive = "urn:xmpp:mam:2";
+constexpr const char* kForward = "urn:xmpp:forward:0";
 constexpr const char* kResultSets = "http://jabber.org/protocol/rsm";
 
 // A whole, non-negative decimal number of at most 18 digits; -1 otherwise.
@@ -172,12 +173,26 @@ std::unique_ptr<QuorXmlElement> QuorXmppStanza::archiveQuery(const std::string& 
   return iq;
 }
 
+const QuorXmlElement* QuorXmppStanza::carbonCopy(const QuorXmlElement& message) {
+  const QuorXmlElement* copy = message.child("sent", kCarbonsNamespace);
+  if (!copy) copy = message.child("received", kCarbonsNamespace);
+  const QuorXmlElement* forwarded = copy ? copy->child("forwarded", kForward) : nullptr;
+  return forwarded ? forwarded->child("message") : nullptr;
+}
+
+std::unique_ptr<QuorXmlElement> QuorXmppStanza::carbonsEnable(const std::string& id) {
+  auto iq = std::make_unique<QuorXmlElement>("iq");
+  iq->set("type", "set").set("id", id);
+  iq->add("enable", kCarbonsNamespace);
+  return iq;
+}
+
 const QuorXmlElement* QuorXmppStanza::archivedMessage(const QuorXmlElement& message,
                                                       const std::string& idPrefix,
                                                       std::string* archiveId, int64_t* stamp) {
   const QuorXmlElement* result = message.child("result", kArchive);
   if (!result || result->attribute("queryid").rfind(idPrefix, 0) != 0) return nullptr;
-  const QuorXmlElement* forwarded = result->child("forwarded", "urn:xmpp:forward:0");
+  const QuorXmlElement* forwarded = result->child("forwarded", kForward);
   const QuorXmlElement* archived = forwarded ? forwarded->child("message") : nullptr;
   if (!archived) return nullptr;
   *archiveId = result->attribute("id");

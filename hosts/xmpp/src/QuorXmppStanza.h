@@ -16,6 +16,7 @@ class QuorXmppStanza {
  public:
   static constexpr const char* kPushNamespace = "urn:xmpp:push:0";
   static constexpr const char* kClientStateNamespace = "urn:xmpp:csi:0";
+  static constexpr const char* kCarbonsNamespace = "urn:xmpp:carbons:2";
 
   static std::string bareJid(const std::string& jid);
   static std::string domainOf(const std::string& jid);
@@ -39,6 +40,12 @@ class QuorXmppStanza {
   static const QuorXmlElement* archivedMessage(const QuorXmlElement& message,
                                                const std::string& idPrefix, std::string* archiveId,
                                                int64_t* stamp);
+  // A carbon copy (XEP-0280) of a message another device of the account sent or received: the
+  // message inside, or null when `message` is none. The caller checks that the copy comes from
+  // the account itself.
+  static const QuorXmlElement* carbonCopy(const QuorXmlElement& message);
+  // <iq type='set' id=ID><enable xmlns='urn:xmpp:carbons:2'/></iq>
+  static std::unique_ptr<QuorXmlElement> carbonsEnable(const std::string& id);
   // The end of such a query's answer: whether the archive has no more, and the page's last id.
   static bool readArchiveEnd(const QuorXmlElement& iq, bool* complete, std::string* last);
   // The server's <confirmed id=ID stamp=MS/>: false when the message is not one.

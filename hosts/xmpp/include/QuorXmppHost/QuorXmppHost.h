@@ -173,7 +173,8 @@ class QuorXmppHost : public QuorHostBase, private QuorXmppConnection::Events {
 
   void deliver(const QuorXmppPayload& payload);
   // On the delivery thread: a line the account sent from elsewhere (another device, an earlier
-  // install), stored as sent unless this device stored it when it sent it.
+  // install), stored as sent and shown to the listeners, unless this device stored it when it
+  // sent it.
   void keepSentElsewhere(const QuorXmppPayload& payload);
   // On the delivery thread: what the control message says of the service with the desk.
   void recordService(const std::string& deskId, const std::string& objectName, const KXData& body,
