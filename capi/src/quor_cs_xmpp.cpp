@@ -231,6 +231,12 @@ int quor_cs_xmpp_host_send_text(quor_cs_xmpp_host* host, const char* desk_id, co
   });
 }
 
+int quor_cs_xmpp_host_last_service_state(quor_cs_xmpp_host* host, const char* desk_id) {
+  if (!host || !desk_id) return QUOR_CS_ERROR_ARGUMENT;
+  return capi::guarded(
+      [&] { return static_cast<int>(host->host->lastServiceState(std::string(desk_id))); });
+}
+
 int quor_cs_xmpp_host_history(quor_cs_xmpp_host* host, const char* desk_id,
                               int64_t before_message_id, int count, char** history_json) {
   capi::give(history_json, std::nullopt);

@@ -405,6 +405,12 @@ QUOR_CS_C_API int quor_cs_xmpp_host_send_text(quor_cs_xmpp_host* host, const cha
 QUOR_CS_C_API int quor_cs_xmpp_host_history(quor_cs_xmpp_host* host, const char* desk_id,
                                             int64_t before_message_id, int count,
                                             char** history_json);
+/* Where the service with a desk stood at its newest control message, sent or received, on any
+ * device of the account (a quor_cs_state; QUOR_CS_STATE_NOT_STARTED when nothing is known): what
+ * an app opened again, or installed again, shows until a service it starts reports its own.
+ * QUOR_CS_ERROR_ARGUMENT for a NULL host or desk id. */
+QUOR_CS_C_API int quor_cs_xmpp_host_last_service_state(quor_cs_xmpp_host* host,
+                                                       const char* desk_id);
 
 #ifdef __cplusplus
 }

@@ -253,6 +253,9 @@ static void push_and_the_life_cycle(void) {
   CHECK(host != NULL);
   if (!host) return;
   CHECK(quor_cs_xmpp_host_app_state(host) == QUOR_CS_APP_FOREGROUND);
+  /* Nothing known of a service yet; a NULL desk is refused. */
+  CHECK(quor_cs_xmpp_host_last_service_state(host, "shop") == QUOR_CS_STATE_NOT_STARTED);
+  CHECK(quor_cs_xmpp_host_last_service_state(host, NULL) == QUOR_CS_ERROR_ARGUMENT);
   CHECK(quor_cs_xmpp_host_set_app_state(host, 3) == QUOR_CS_ERROR_ARGUMENT);
   CHECK(quor_cs_xmpp_host_set_app_state(host, QUOR_CS_APP_BACKGROUND) == QUOR_CS_OK);
   CHECK(quor_cs_xmpp_host_app_state(host) == QUOR_CS_APP_BACKGROUND);

@@ -60,6 +60,10 @@ def test_a_customer_over_xmpp_reaches_the_robot_and_an_agent(server_port, desk):
             service.choose_group("sales")
             host.settle()
             assert screen.states[-1] == quor_cs.State.AGENT
+            # What an app opened again would show, kept by the host.
+            assert host.last_service_state(desk) == quor_cs.State.AGENT
+            with pytest.raises(TypeError):
+                host.last_service_state(None)
         A = quor_cs.Author
         assert (A.ROBOT, "Orders ship within 24 hours; you can follow yours under Me > Orders.") \
             in screen.lines

@@ -462,6 +462,10 @@ NATIVE(jint, pushRead)(JNIEnv* env, jclass, jbyteArray json, jobjectArray out, j
   env->SetLongArrayRegion(unread, 0, 1, &value);
   return code;
 }
+NATIVE(jint, xmppLastServiceState)(JNIEnv* env, jclass, jlong host, jbyteArray desk) {
+  return quor_cs_xmpp_host_last_service_state(handle<quor_cs_xmpp_host>(host),
+                                              Text(env, desk).get());
+}
 NATIVE(jint, xmppHistory)
 (JNIEnv* env, jclass, jlong host, jbyteArray desk, jlong before, jint count, jobjectArray out) {
   char* history = nullptr;

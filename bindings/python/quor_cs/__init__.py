@@ -560,6 +560,13 @@ class XmppHost:
         finally:
             lib.quor_cs_free(out[0])
 
+    def last_service_state(self, desk_id: str) -> State:
+        """Where the service with the desk stood at its newest control message, on any device of
+        the account: what an app opened (or installed) again shows until a service reports."""
+        code = lib.quor_cs_xmpp_host_last_service_state(self._live(), _utf8(desk_id, "desk_id"))
+        _check(min(code, 0))
+        return State(code)
+
     def logout(self) -> None:
         lib.quor_cs_xmpp_host_logout(self._live())
 

@@ -88,6 +88,8 @@ public class XmppTest {
         service.chooseGroup("sales");
         host.settle(300);
         assertEquals(State.AGENT, screen.last.state);
+        // What an app opened again would show, kept by the host.
+        assertEquals(State.AGENT, host.lastServiceState("shop"));
       }
       assertTrue(screen.lines.contains(
           "ROBOT: Orders ship within 24 hours; you can follow yours under Me > Orders."));

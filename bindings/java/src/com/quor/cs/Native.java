@@ -94,6 +94,8 @@ final class Native {
 
   static native int xmppAppState(long host);
 
+  static native int xmppLastServiceState(long host, byte[] desk);
+
   static native int xmppSetPush(long host, byte[] service, byte[] node, byte[] token, byte[] secret);
 
   // out: the desk's id and the account; unread: the count.

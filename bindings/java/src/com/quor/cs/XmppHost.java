@@ -141,6 +141,16 @@ public final class XmppHost extends NativeHandle {
     Native.check(Native.xmppSendText(live(), Utf8.bytes(deskId), Utf8.bytes(text)));
   }
 
+  /**
+   * Where the service with the desk stood at its newest control message, on any device of the
+   * account: what an app opened (or installed) again shows until a service reports its own.
+   */
+  public State lastServiceState(String deskId) {
+    int state = Native.xmppLastServiceState(live(), Utf8.bytes(deskId));
+    Native.check(Math.min(state, 0));
+    return State.of(state);
+  }
+
   /** One page of a desk's stored conversation, newest first, as a JSON array. */
   public String history(String deskId, long beforeMessageId, int count) {
     byte[][] out = new byte[1][];
