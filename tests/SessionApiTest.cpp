@@ -346,6 +346,7 @@ TEST_F(SessionApi, TheConversationComesInOrderWithItsUnreadCount) {
   service->markRead();
   host->settle();
   EXPECT_EQ(service->unreadCount(), 0u);
+  EXPECT_THAT(host->markedRead(), ElementsAre(simulator->deskId()));  // the host shares it
   ASSERT_EQ(service->askForAgent(), Result::Done);
   host->settle();
   service->chooseGroup("sales");
@@ -364,6 +365,11 @@ TEST_F(SessionApi, TheConversationComesInOrderWithItsUnreadCount) {
                   "6 Agent: I have started the return: a courier will pick the parcel up tomorrow.",
                   "unread 2", "7 Notice: bye", "unread 3"));
   EXPECT_EQ(service->status().state, KXCSServiceState::Ended);
+  // Read once the service is over: nothing goes out.
+  service->markRead();
+  host->settle();
+  EXPECT_THAT(recorder->takeLines(), ElementsAre("unread 0"));
+  EXPECT_EQ(host->markedRead().size(), 1u);
   EXPECT_EQ(service->sendText("hello?"), Result::NotConnected);
 
   // The desk's invitation to leave a message is a line of its own, with its text.
@@ -374,7 +380,12 @@ TEST_F(SessionApi, TheConversationComesInOrderWithItsUnreadCount) {
   host->settle();
   EXPECT_THAT(
       recorder->takeLines(),
-      ElementsAre("9 LeaveMessageInvitation: No agent is free: leave us a message?", "unread 5"));
+      ElementsAre("9 LeaveMessageInvitation: No agent is free: leave us a message?", "unread 2"));
+  // Read on another device of the account: the count goes to 0 here too.
+  host->loadExtensionModule().notifyConversationRead(KXConversationTypeCustomerService,
+                                                     simulator->deskId());
+  host->settle();
+  EXPECT_THAT(recorder->takeLines(), ElementsAre("unread 0"));
   service->end();
   host->settle();
 

@@ -52,4 +52,8 @@ void KXClientEvents::conversationMessage(const std::shared_ptr<KXMessage>& messa
     observer->onConversationMessage(message);
 }
 
+void KXClientEvents::conversationRead(const KXString& deskId) {
+  for (const auto& observer : observersOf(deskId)) observer->onConversationRead();
+}
+
 }  // namespace quor

@@ -1,7 +1,8 @@
 // What the client learns that its own callbacks do not carry, told to the session of each desk:
 // the desk's answers to an agent request (for some the client reports nothing: no agent in a
-// robot-first service, a refusal), that a handshake left, and each line of a desk's conversation
-// that reaches the app (texts and notices, received or made locally). The client owns one; a
+// robot-first service, a refusal), that a handshake left, each line of a desk's conversation
+// that reaches the app (texts and notices, received or made locally), and that another device
+// of the account read it. The client owns one; a
 // session registers its observer for its desk. The client's own behaviour does not change.
 //
 // Threads: any; an observer is called on the thread that reported, with no lock held.
@@ -31,6 +32,8 @@ class KXClientEvents {
     virtual void onHandshakeSent() = 0;
     // A text or notice of the desk's conversation on its way to the app.
     virtual void onConversationMessage(const std::shared_ptr<KXMessage>& message) = 0;
+    // Another device of the account read the desk's conversation.
+    virtual void onConversationRead() {}
   };
 
   // Observers are held weakly: one that is gone is dropped.
@@ -41,6 +44,7 @@ class KXClientEvents {
   void handshakeSent(const KXString& deskId);
   // Reports `message` when it is a text or notice of a customer-service conversation.
   void conversationMessage(const std::shared_ptr<KXMessage>& message);
+  void conversationRead(const KXString& deskId);
 
  private:
   std::vector<std::shared_ptr<Observer>> observersOf(const KXString& deskId);

@@ -113,6 +113,13 @@ void QuorCustomerServiceExtensionModule::notifyConnectionStatusChanged(int64_t) 
 void QuorCustomerServiceExtensionModule::notifyLogoutEvent() {}
 void QuorCustomerServiceExtensionModule::setDeviceToken(const KXString&) {}
 
+void QuorCustomerServiceExtensionModule::notifyConversationRead(int32_t conversationType,
+                                                                const KXString& targetId) {
+  if (conversationType != KXConversationTypeCustomerService) return;
+  auto& client = KXCustomerServiceClient::sharedCustomerServiceClient();
+  KXClientState::of(client).events.conversationRead(targetId);
+}
+
 }  // namespace quor
 
 extern "C" quor::QuorIMLibExtensionModule* QuorCustomerServiceLoadExtensionModule(void) {

@@ -5,5 +5,6 @@ namespace quor {
 QuorIMLibExtensionModule::~QuorIMLibExtensionModule() = default;
 
 void QuorIMLibExtensionModule::setDeviceToken(const KXString&) {}
+void QuorIMLibExtensionModule::notifyConversationRead(int32_t, const KXString&) {}
 
 }  // namespace quor

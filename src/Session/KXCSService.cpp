@@ -77,6 +77,12 @@ class KXCSService::Core : public std::enable_shared_from_this<Core>,
   void onHandshakeSent() override {
     onMain([](Core& c) { c.handshakeConfirmed(); });
   }
+  void onConversationRead() override {
+    onMain([](Core& c) {
+      if (c.conversation.markRead())
+        c.tell([](KXCSServiceObserver& w) { w.onUnreadCountChanged(0); });
+    });
+  }
   void onConversationMessage(const std::shared_ptr<KXMessage>& message) override {
     // A copy made here, on the reporting thread: the host may still change the record (its
     // store's id) after the modules saw it.
@@ -664,6 +670,8 @@ uint64_t KXCSService::unreadCount() const { return core_->conversation.unread();
 void KXCSService::markRead() {
   if (!core_->conversation.markRead()) return;
   core_->tell([](KXCSServiceObserver& w) { w.onUnreadCountChanged(0); });
+  // The account's other devices read it too; nothing goes out for a service that is over.
+  if (running(core_->snapshot().state)) KXHost::markRead(core_->deskId);
 }
 
 }  // namespace quor

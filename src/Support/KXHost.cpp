@@ -42,6 +42,15 @@ bool KXHost::isUnconfirmed(int64_t errorCode) {
   return KXCallbackGuard::host(false, [&] { return core->isUnconfirmedError(errorCode); });
 }
 
+void KXHost::markRead(const std::string& kefuId) {
+  auto core = KXCoreClient::sharedCoreClient();
+  if (!core) return;
+  KXCallbackGuard::host(false, [&] {
+    core->markConversationRead(KXConversationTypeCustomerService, kefuId);
+    return true;
+  });
+}
+
 std::shared_ptr<KXMessage> KXHost::insertIncoming(const KXString& kefuId,
                                                   std::shared_ptr<KXMessageContent> content) {
   auto core = KXCoreClient::sharedCoreClient();

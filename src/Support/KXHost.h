@@ -24,6 +24,8 @@ class KXHost {
   static bool resend(int64_t messageId, KXCoreClient::SuccessBlock success,
                      KXCoreClient::ErrorBlock error);
   static bool isUnconfirmed(int64_t errorCode);
+  // The host's markConversationRead() for the desk's conversation.
+  static void markRead(const std::string& kefuId);
   // Stores a local message of the desk's conversation as received from the desk, read; returns
   // its record, or null.
   static std::shared_ptr<KXMessage> insertIncoming(const KXString& kefuId,

@@ -318,6 +318,10 @@ void QuorXmppConnection::queryArchive(const std::string& after) {
               ->toXml());
 }
 
+void QuorXmppConnection::sendReadMarker(const std::string& peer, const std::string& stanzaId) {
+  sendRaw(QuorXmppStanza::displayedMarker(peer, stanzaId)->toXml());
+}
+
 void QuorXmppConnection::sendRaw(std::string xml) {
   {
     std::lock_guard<std::mutex> lock(mutex_);
@@ -1220,7 +1224,13 @@ void QuorXmppConnection::Network::onMessage(const QuorXmlElement& message) {
   const QuorXmlElement* copied =
       !archived && from == owner_.bareJid_ ? QuorXmppStanza::carbonCopy(message) : nullptr;
   if (copied) {
-    // Another device of the account sent or received it (XEP-0280).
+    // Another device of the account sent or received it (XEP-0280): a line, or its read marker.
+    if (QuorXmppStanza::isDisplayedMarker(*copied)) {
+      if (QuorXmppStanza::bareJid(copied->attribute("from")) == owner_.bareJid_) {
+        owner_.events_.onConversationRead(QuorXmppStanza::bareJid(copied->attribute("to")));
+      }
+      return;
+    }
     if (!readForwarded(*copied, &payload)) return;
     payload.archiveId = QuorXmppStanza::archiveIdOf(*copied, owner_.bareJid_);
   } else if (archived) {

@@ -233,6 +233,24 @@ void QuorXmppHost::onArchiveEnd(bool complete, const std::string& lastId) {
   if (next) connection_->queryArchive(*next);
 }
 
+void QuorXmppHost::markConversationRead(int32_t conversationType, const KXString& targetId) {
+  if (conversationType != KXConversationTypeCustomerService || !targetId) return;
+  std::string newest;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    const auto it = newestTaken_.find(*targetId);
+    if (it != newestTaken_.end()) newest = it->second;
+  }
+  if (!newest.empty()) connection_->sendReadMarker(jidOfDesk(*targetId), newest);
+}
+
+void QuorXmppHost::onConversationRead(const std::string& peer) {
+  delivery_->post([this, deskId = QuorDeskJid::fromJid(peer, deskDomain_)] {
+    for (auto* module : loadedModules())
+      module->notifyConversationRead(KXConversationTypeCustomerService, deskId);
+  });
+}
+
 void QuorXmppHost::onLog(int32_t level, const std::string& area, const std::string& text) {
   writeEntry({threadName(), level, 0, area, text});
 }
@@ -243,6 +261,10 @@ void QuorXmppHost::deliver(const QuorXmppPayload& payload) {
   if (recent_.seenBefore(received.storeKey)) return;
   observeWire(payload, false);
   received.targetId = QuorDeskJid::fromJid(payload.peer, deskDomain_);
+  if (!payload.stanzaId.empty()) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    newestTaken_[*received.targetId] = payload.stanzaId;
+  }
   received.senderUserId = payload.sender.empty() ? received.targetId : KXString(payload.sender);
   received.objectName = payload.objectName;
   received.body = payload.body;

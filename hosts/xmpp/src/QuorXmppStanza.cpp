@@ -180,6 +180,18 @@ const QuorXmlElement* QuorXmppStanza::carbonCopy(const QuorXmlElement& message) 
   return forwarded ? forwarded->child("message") : nullptr;
 }
 
+std::unique_ptr<QuorXmlElement> QuorXmppStanza::displayedMarker(const std::string& peer,
+                                                                const std::string& id) {
+  auto message = std::make_unique<QuorXmlElement>("message");
+  message->set("type", "chat").set("to", peer).set("id", uniqueId());
+  message->add("displayed", kChatMarkersNamespace).set("id", id);
+  return message;
+}
+
+bool QuorXmppStanza::isDisplayedMarker(const QuorXmlElement& message) {
+  return message.child("displayed", kChatMarkersNamespace) != nullptr;
+}
+
 std::unique_ptr<QuorXmlElement> QuorXmppStanza::carbonsEnable(const std::string& id) {
   auto iq = std::make_unique<QuorXmlElement>("iq");
   iq->set("type", "set").set("id", id);

@@ -17,6 +17,7 @@ class QuorXmppStanza {
   static constexpr const char* kPushNamespace = "urn:xmpp:push:0";
   static constexpr const char* kClientStateNamespace = "urn:xmpp:csi:0";
   static constexpr const char* kCarbonsNamespace = "urn:xmpp:carbons:2";
+  static constexpr const char* kChatMarkersNamespace = "urn:xmpp:chat-markers:0";
 
   static std::string bareJid(const std::string& jid);
   static std::string domainOf(const std::string& jid);
@@ -44,6 +45,11 @@ class QuorXmppStanza {
   // message inside, or null when `message` is none. The caller checks that the copy comes from
   // the account itself.
   static const QuorXmlElement* carbonCopy(const QuorXmlElement& message);
+  // <message type='chat' to=PEER id=...><displayed xmlns='urn:xmpp:chat-markers:0' id=ID/>
+  // </message>: the conversation with PEER was read up to the message ID (XEP-0333).
+  static std::unique_ptr<QuorXmlElement> displayedMarker(const std::string& peer,
+                                                         const std::string& id);
+  static bool isDisplayedMarker(const QuorXmlElement& message);
   // <iq type='set' id=ID><enable xmlns='urn:xmpp:carbons:2'/></iq>
   static std::unique_ptr<QuorXmlElement> carbonsEnable(const std::string& id);
   // The end of such a query's answer: whether the archive has no more, and the page's last id.

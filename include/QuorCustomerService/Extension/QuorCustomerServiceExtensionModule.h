@@ -37,6 +37,8 @@ class QUOR_CS_EXPORT QuorCustomerServiceExtensionModule : public QuorIMLibExtens
   void notifyConnectionStatusChanged(int64_t status) override;
   void notifyLogoutEvent() override;
   void setDeviceToken(const KXString& deviceToken) override;
+  // A customer-service conversation read elsewhere: its service's unread count goes to 0.
+  void notifyConversationRead(int32_t conversationType, const KXString& targetId) override;
 
   QuorCustomerServiceExtensionModule(const QuorCustomerServiceExtensionModule&) = delete;
   QuorCustomerServiceExtensionModule& operator=(const QuorCustomerServiceExtensionModule&) = delete;

@@ -75,6 +75,10 @@ class QUOR_CS_EXPORT KXCoreClient {
   // copies; the closures report as sendMessage()'s do. False when the host cannot (no such
   // message, or no support): nothing is sent and no closure runs. False by default.
   virtual bool resendMessage(int64_t messageId, SuccessBlock success, ErrorBlock error);
+  // Optional: the app has read the conversation `targetId` of `conversationType` up to its
+  // newest line. A host that shares read state tells the account's other devices (which hand it
+  // to their modules' notifyConversationRead()) and may tell the other side. Nothing by default.
+  virtual void markConversationRead(int32_t conversationType, const KXString& targetId);
 };
 
 }  // namespace quor

@@ -37,6 +37,9 @@ class QUOR_CS_EXPORT QuorIMLibExtensionModule {
   virtual void notifyLogoutEvent() = 0;
   // Optional: does nothing unless a module overrides it.
   virtual void setDeviceToken(const KXString& deviceToken);
+  // Optional: another device of the account read the conversation `targetId` of
+  // `conversationType` (a host that shares read markers calls it). Does nothing by default.
+  virtual void notifyConversationRead(int32_t conversationType, const KXString& targetId);
 };
 
 }  // namespace quor

@@ -97,7 +97,8 @@ class QUOR_CS_EXPORT KXCSService {
   // for the life of this object. A host with a store may persist it across runs.
   uint64_t unreadCount() const;
   // The app shows the conversation: the unread count goes to 0 (onUnreadCountChanged when it
-  // was not 0).
+  // was not 0). While the service runs, the host hears it too (markConversationRead), so that
+  // a host that shares read state sets the count to 0 on the account's other devices.
   void markRead();
 
   // The enumerators' names, for logs and tests: "Connecting", "DeskEnded", "GroupNotOffered";

@@ -172,6 +172,17 @@ std::vector<std::shared_ptr<KXMessage>> QuorLoopbackHost::conversation(
   return it == conversations_.end() ? std::vector<std::shared_ptr<KXMessage>>{} : it->second;
 }
 
+std::vector<std::string> QuorLoopbackHost::markedRead() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return markedRead_;
+}
+
+void QuorLoopbackHost::markConversationRead(int32_t conversationType, const KXString& targetId) {
+  if (conversationType != KXConversationTypeCustomerService || !targetId) return;
+  std::lock_guard<std::mutex> lock(mutex_);
+  markedRead_.push_back(*targetId);
+}
+
 void QuorLoopbackHost::registerMessageType(const KXMessageContentType& type) {
   QuorHostBase::registerMessageType(type);
   if (auto watcher = observer()) watcher->onRegister(type);

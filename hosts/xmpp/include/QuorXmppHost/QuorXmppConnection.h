@@ -50,6 +50,8 @@ class QuorXmppConnection {
     // The end of a page of queryArchive(): whether the archive has no more, and the page's last
     // archive id (where the next page starts).
     virtual void onArchiveEnd(bool /*complete*/, const std::string& /*lastId*/) {}
+    // Another device of the account read the conversation with `peer` (its read marker).
+    virtual void onConversationRead(const std::string& /*peer*/) {}
   };
   // errorCode 0 means sent, with the server's stamp in ms.
   using Outcome = std::function<void(int64_t errorCode, int64_t stamp)>;
@@ -96,6 +98,9 @@ class QuorXmppConnection {
   // customer-service payloads that others sent come to onPayload() with their archive id, marked
   // offline; then onArchiveEnd(). A server without an archive answers with an empty last page.
   void queryArchive(const std::string& after);
+  // Tells `peer` and the account's other devices (through carbons) that the conversation was
+  // read up to the message `stanzaId` (XEP-0333 displayed), when online; nothing otherwise.
+  void sendReadMarker(const std::string& peer, const std::string& stanzaId);
   // Writes one raw stanza on the stream when online (for tests that play a hostile peer).
   void sendRaw(std::string xml);
 

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -156,6 +157,10 @@ class QuorXmppHost : public QuorHostBase, private QuorXmppConnection::Events {
   // Writes the stored sent message `messageId` again under its stanza id (also one an earlier
   // run sent); succeeds at once for one already Sent.
   bool resendMessage(int64_t messageId, SuccessBlock success, ErrorBlock error) override;
+  // A read marker (XEP-0333 displayed) for the newest message taken from the desk, to the desk
+  // and, as a carbon copy, to the account's other devices, whose modules hear
+  // notifyConversationRead(). Nothing when offline or when nothing came from the desk yet.
+  void markConversationRead(int32_t conversationType, const KXString& targetId) override;
 
  protected:
   void transmit(QuorOutgoingSend send, std::shared_ptr<QuorPendingSend> pending) override;
@@ -170,6 +175,7 @@ class QuorXmppHost : public QuorHostBase, private QuorXmppConnection::Events {
   void onPayload(QuorXmppPayload payload) override;
   void onLog(int32_t level, const std::string& area, const std::string& text) override;
   void onArchiveEnd(bool complete, const std::string& lastId) override;
+  void onConversationRead(const std::string& peer) override;
 
   void deliver(const QuorXmppPayload& payload);
   // On the delivery thread: a line the account sent from elsewhere (another device, an earlier
@@ -214,6 +220,7 @@ class QuorXmppHost : public QuorHostBase, private QuorXmppConnection::Events {
   WireObserver wireObserver_;
   StoreErrorListener storeErrorListener_;
   QuorRecentPayloads recent_;
+  std::map<std::string, std::string> newestTaken_;  // under mutex_: desk id -> its stanza id
   // On the network thread: what the account missed, read from the server's archive at each
   // login (another device took it, or the server kept no offline copy).
   QuorArchiveCatchUp catchUp_{/*fromTheStart=*/true};

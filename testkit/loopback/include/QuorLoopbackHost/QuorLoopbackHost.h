@@ -53,6 +53,8 @@ class QuorLoopbackHost : public QuorHostBase {
 
   // The messages stored for a conversation (by target id), oldest first.
   std::vector<std::shared_ptr<KXMessage>> conversation(const std::string& targetId) const;
+  // The conversations the library marked read (markConversationRead), by target id, in order.
+  std::vector<std::string> markedRead() const;
 
   // Waits until the host and delivery threads have nothing left to do (the main run loop is
   // left alone).
@@ -70,6 +72,7 @@ class QuorLoopbackHost : public QuorHostBase {
       int32_t receivedStatus, std::shared_ptr<KXMessageContent> content) override;
   void onReceiveFakeMessage(std::shared_ptr<KXMessage> message) override;
   void registerMessageType(const KXMessageContentType& type) override;
+  void markConversationRead(int32_t conversationType, const KXString& targetId) override;
 
  protected:
   void transmit(QuorOutgoingSend send, std::shared_ptr<QuorPendingSend> pending) override;
@@ -90,6 +93,7 @@ class QuorLoopbackHost : public QuorHostBase {
   std::shared_ptr<QuorLoopbackPeer> peer_;
   std::shared_ptr<QuorLoopbackObserver> observer_;
   std::map<std::string, std::vector<std::shared_ptr<KXMessage>>> conversations_;
+  std::vector<std::string> markedRead_;
   std::deque<std::shared_ptr<WaitingSend>> waiting_;
   std::string currentUserId_ = "customer";
   // Local messages (inserts) number apart from sends, so that send ids run 1, 2, 3 ...
