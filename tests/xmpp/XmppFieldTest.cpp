@@ -5,7 +5,9 @@
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <algorithm>
 
+#include <algorithm>
 #include <atomic>
 #include <deque>
 #include <filesystem>
@@ -142,7 +144,16 @@ TEST_F(XmppField, ATextTheServerCannotTakeFailsOnceAndTheLinkStaysUp) {
     EXPECT_THAT(big.failed, ElementsAre(QuorXmppErrorTooLarge)) << limit;
     EXPECT_EQ(innocent.succeeded, 1) << limit;
     EXPECT_TRUE(host->waitUntilOnline(kPatience));
-    EXPECT_EQ(host->history("quor-shop").back().status, QuorDeliveryStatus::Failed);  // the oldest
+    // Failed in the history (a new host also reads the account's archive: the loop's first
+    // pass left sent lines there, but never the text the server did not take).
+    const auto kept = host->history("quor-shop", 0, 50);
+    EXPECT_EQ(std::count_if(kept.begin(), kept.end(),
+                            [](const auto& entry) {
+                              return entry.status == QuorDeliveryStatus::Failed &&
+                                     textOf(entry.message).size() == 300 * 1024;
+                            }),
+              1)
+        << limit;
     host->logout();
     QuorHostBase::uninstall();
   }
