@@ -13,6 +13,7 @@
 #include <mutex>
 #include <thread>
 
+#include "QuorLoopbackHost/QuorRecordingModule.h"
 #include "QuorPrivateServer/QuorChildProcess.h"
 #include "QuorPushService/QuorPushService.h"
 #include "xmpp/XmppFixture.h"
@@ -21,30 +22,6 @@ namespace quor::test {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-
-// A module beside the library's that hears which conversations another device read.
-class ReadRecorder : public QuorIMLibExtensionModule {
- public:
-  void destroyModule() override {}
-  std::vector<KXMessageContentType> getSignalMessageClassList() override { return {}; }
-  bool didHoldReceivedMessage(const std::shared_ptr<KXMessage>&, bool) override { return false; }
-  void setAppKey(const KXString&) override {}
-  void setConfiguration(const std::shared_ptr<KXNaviDataInfo>&) override {}
-  void setUserId(const KXString&) override {}
-  void setCurrentToken(const KXString&) override {}
-  void notifyConnectionStatusChanged(int64_t) override {}
-  void notifyLogoutEvent() override {}
-  void notifyConversationRead(int32_t conversationType, const KXString& targetId) override {
-    std::lock_guard<std::mutex> lock(mutex);
-    read.push_back(std::to_string(conversationType) + " " + targetId.value_or(""));
-  }
-  std::vector<std::string> taken() {
-    std::lock_guard<std::mutex> lock(mutex);
-    return read;
-  }
-  std::mutex mutex;
-  std::vector<std::string> read;
-};
 
 class XmppPush : public XmppOnEachServer {
  protected:
@@ -318,7 +295,7 @@ TEST_P(XmppPush, AnAppInstalledAgainGetsItsConversationAndTheServiceBack) {
 TEST_P(XmppPush, TwoDevicesOfTheAccountShowTheSameConversationAndReadIt) {
   auto phoneApp = appHost();
   auto tablet = appHost();
-  ReadRecorder phoneHeard, tabletHeard;
+  QuorRecordingModule phoneHeard, tabletHeard;
   phoneApp->loadExtensionModule(phoneHeard);
   tablet->loadExtensionModule(tabletHeard);
   std::atomic<int> tabletShown{0};
@@ -346,10 +323,10 @@ TEST_P(XmppPush, TwoDevicesOfTheAccountShowTheSameConversationAndReadIt) {
   EXPECT_EQ(tabletShown, 2);
   // Read on the phone: the tablet hears it (a read marker's carbon copy); the phone does not.
   phoneApp->markConversationRead(KXConversationTypeCustomerService, std::string("quor-shop"));
-  EXPECT_TRUE(waitFor([&] { return !tabletHeard.taken().empty(); }, kPatience));
+  EXPECT_TRUE(waitFor([&] { return !tabletHeard.read().empty(); }, kPatience));
   std::this_thread::sleep_for(std::chrono::milliseconds(500));
-  EXPECT_THAT(tabletHeard.taken(), ::testing::ElementsAre("5 quor-shop"));
-  EXPECT_THAT(phoneHeard.taken(), ::testing::IsEmpty());
+  EXPECT_THAT(tabletHeard.read(), ::testing::ElementsAre("5 quor-shop"));
+  EXPECT_THAT(phoneHeard.read(), ::testing::IsEmpty());
   phoneApp->logout();
   tablet->logout();
 }

@@ -8,6 +8,7 @@
 
 #include "QuorCustomerService/QuorCustomerService.h"
 #include "QuorHostContract/QuorHostContract.h"
+#include "QuorLoopbackHost/QuorRecordingModule.h"
 
 namespace quor::contract {
 namespace {
@@ -29,30 +30,6 @@ class ContractProbe : public KXMessageContent {
   }
   KXData body;
   int decodes = 0;
-};
-
-// A module after the library's: it records what the host offers it and holds nothing.
-class RecordingModule : public QuorIMLibExtensionModule {
- public:
-  void destroyModule() override {}
-  std::vector<KXMessageContentType> getSignalMessageClassList() override { return {}; }
-  bool didHoldReceivedMessage(const std::shared_ptr<KXMessage>& message, bool offline) override {
-    std::lock_guard<std::mutex> lock(mutex);
-    offered.push_back(message->objectName().value_or("") + (offline ? " offline" : " live"));
-    return false;
-  }
-  void setAppKey(const KXString&) override {}
-  void setConfiguration(const std::shared_ptr<KXNaviDataInfo>&) override {}
-  void setUserId(const KXString&) override {}
-  void setCurrentToken(const KXString&) override {}
-  void notifyConnectionStatusChanged(int64_t) override {}
-  void notifyLogoutEvent() override {}
-  std::vector<std::string> taken() {
-    std::lock_guard<std::mutex> lock(mutex);
-    return offered;
-  }
-  std::mutex mutex;
-  std::vector<std::string> offered;
 };
 
 struct Shown {
@@ -271,13 +248,13 @@ TEST_P(QuorHostContract, SignalAndHeldMessagesNeverReachTheListeners) {
 }
 
 TEST_P(QuorHostContract, MessagesKeptWhileOfflineAreOfferedWithTheOfflineFlagInOrder) {
-  RecordingModule module;
+  QuorRecordingModule module;
   subject->loadModule(module);
   subject->deliverWhileOffline({{KXTextMessage::getObjectName(), R"({"content":"1"})"},
                                 {KXTextMessage::getObjectName(), R"({"content":"2"})"}});
   subject->deskSends(KXCSPullEvaluateMessage::getObjectName(), R"({"msgId":"d1"})");
-  ASSERT_TRUE(subject->runMainUntil([&] { return module.taken().size() >= 3; }));
-  EXPECT_THAT(module.taken(),
+  ASSERT_TRUE(subject->runMainUntil([&] { return module.offered().size() >= 3; }));
+  EXPECT_THAT(module.offered(),
               ElementsAre("KX:TxtMsg offline", "KX:TxtMsg offline", "KX:CsPullEva live"));
   subject.reset();  // a loaded module outlives its host
 }
