@@ -3,6 +3,7 @@
 #include <sqlite3.h>
 
 #include <algorithm>
+#include <cstring>
 #include <utility>
 
 #include "QuorSqliteStatement.h"
@@ -87,6 +88,11 @@ bool QuorMessageStore::claim(const std::string& account, std::string* error) {
   deviceResource_ = resource ? *resource : "quor-cs-" + QuorXmppStanza::uniqueId().substr(5, 12);
   if (!resource) keep("resource", deviceResource_);
   archiveMark_ = fact("archive").value_or("");
+  Statement notes(database_, "SELECT name, value FROM facts WHERE name LIKE 'service %'");
+  while (notes && sqlite3_step(notes.get()) == SQLITE_ROW) {
+    serviceNotes_[notes.text(0).value_or("").substr(std::strlen("service "))] =
+        notes.text(1).value_or("");
+  }
   return true;
 }
 
@@ -121,15 +127,20 @@ bool QuorMessageStore::setArchiveMark(const std::string& id) {
 }
 
 std::string QuorMessageStore::serviceNote(const std::string& targetId) const {
-  std::lock_guard<std::mutex> lock(mutex_);
-  return fact(("service " + targetId).c_str()).value_or("");
+  std::lock_guard<std::mutex> lock(queueMutex_);
+  const auto note = serviceNotes_.find(targetId);
+  return note == serviceNotes_.end() ? std::string() : note->second;
 }
 
 bool QuorMessageStore::setServiceNote(const std::string& targetId, const std::string& note) {
   std::lock_guard<std::mutex> lock(mutex_);
-  if (keep(("service " + targetId).c_str(), note)) return true;
-  lastError_ = sqlite3_errmsg(database_);
-  return false;
+  if (!keep(("service " + targetId).c_str(), note)) {
+    lastError_ = sqlite3_errmsg(database_);
+    return false;
+  }
+  std::lock_guard<std::mutex> queue(queueMutex_);
+  serviceNotes_[targetId] = note;
+  return true;
 }
 
 QuorMessageStore::~QuorMessageStore() {

@@ -5,6 +5,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "QuorCustomerService/Host/KXTypes.h"
@@ -99,7 +100,8 @@ class QuorMessageStore {
   std::string archiveMark() const;
   bool setArchiveMark(const std::string& id);
   // What the conversation with `targetId` last said of its service (QuorServiceRecord's note);
-  // "" when nothing.
+  // "" when nothing. Read from memory (loaded at open, written through): the app's main thread
+  // asks for it.
   std::string serviceNote(const std::string& targetId) const;
   bool setServiceNote(const std::string& targetId, const std::string& note);
   // Why the newest write failed.
@@ -134,6 +136,7 @@ class QuorMessageStore {
   mutable std::vector<QuorStoredMessage> queued_;
   int64_t lastId_ = 0;       // the highest id given, written or queued
   std::string archiveMark_;  // under queueMutex_: the kept place, never read from the disk
+  std::unordered_map<std::string, std::string> serviceNotes_;  // under queueMutex_, by target
   std::vector<QuorStoredMessage> unsent_;
 };
 
