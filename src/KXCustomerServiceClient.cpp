@@ -147,7 +147,7 @@ void KXCustomerServiceClient::notifyCustomerService(const KXString& kefuId, cons
 }
 
 void KXCustomerServiceClient::onReceiveFakeMessage(std::shared_ptr<KXMessage> message) {
-  state_->events.conversationMessage(message);
+  state_->events.conversationMessage(message, false);
   KXHost::receiveFake(std::move(message));
 }
 

@@ -386,6 +386,16 @@ TEST_F(SessionApi, TheConversationComesInOrderWithItsUnreadCount) {
                                                      simulator->deskId());
   host->settle();
   EXPECT_THAT(recorder->takeLines(), ElementsAre("unread 0"));
+  // A line of an earlier service that arrives now (a new device's archive) is not this one's.
+  QuorWireMessage old;
+  old.objectName = "KX:TxtMsg";
+  old.targetId = simulator->deskId();
+  old.senderUserId = simulator->deskId();
+  old.body = R"({"content":"an answer from last week"})";
+  old.sentTime = 1;
+  host->receive(old, true);
+  host->settle();
+  EXPECT_THAT(recorder->takeLines(), ElementsAre());
   service->end();
   host->settle();
 

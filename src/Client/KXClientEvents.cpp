@@ -40,7 +40,7 @@ void KXClientEvents::handshakeSent(const KXString& deskId) {
   for (const auto& observer : observersOf(deskId)) observer->onHandshakeSent();
 }
 
-void KXClientEvents::conversationMessage(const std::shared_ptr<KXMessage>& message) {
+void KXClientEvents::conversationMessage(const std::shared_ptr<KXMessage>& message, bool received) {
   if (!message || message->conversationType() != KXConversationTypeCustomerService) return;
   const auto* content = message->content().get();
   if (!dynamic_cast<const KXTextMessage*>(content) &&
@@ -49,7 +49,7 @@ void KXClientEvents::conversationMessage(const std::shared_ptr<KXMessage>& messa
     return;
   }
   for (const auto& observer : observersOf(message->targetId()))
-    observer->onConversationMessage(message);
+    observer->onConversationMessage(message, received);
 }
 
 void KXClientEvents::conversationRead(const KXString& deskId) {

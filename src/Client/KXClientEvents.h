@@ -30,8 +30,10 @@ class KXClientEvents {
     virtual void onAgentAnswer(int32_t result, int32_t serviceType, const KXString& text) = 0;
     // The host confirmed the desk's handshake.
     virtual void onHandshakeSent() = 0;
-    // A text or notice of the desk's conversation on its way to the app.
-    virtual void onConversationMessage(const std::shared_ptr<KXMessage>& message) = 0;
+    // A text or notice of the desk's conversation on its way to the app: received from the desk
+    // (`received`), or made by the library itself (a greeting, a notice).
+    virtual void onConversationMessage(const std::shared_ptr<KXMessage>& message,
+                                       bool received) = 0;
     // Another device of the account read the desk's conversation.
     virtual void onConversationRead() {}
   };
@@ -43,7 +45,7 @@ class KXClientEvents {
                    const KXString& text);
   void handshakeSent(const KXString& deskId);
   // Reports `message` when it is a text or notice of a customer-service conversation.
-  void conversationMessage(const std::shared_ptr<KXMessage>& message);
+  void conversationMessage(const std::shared_ptr<KXMessage>& message, bool received);
   void conversationRead(const KXString& deskId);
 
  private:

@@ -98,7 +98,7 @@ bool QuorCustomerServiceExtensionModule::didHoldReceivedMessage(
   auto& client = KXCustomerServiceClient::sharedCustomerServiceClient();
   const bool held = client.onCustomerServiceMessageReceived(message);
   // A text or notice that goes on to the app is also a line of the service's conversation.
-  if (!held) KXClientState::of(client).events.conversationMessage(message);
+  if (!held) KXClientState::of(client).events.conversationMessage(message, true);
   return held;
 }
 

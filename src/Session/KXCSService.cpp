@@ -75,6 +75,8 @@ class KXCSService::Core : public std::enable_shared_from_this<Core>,
     onMain([result, type, text](Core& c) { c.agentAnswered(result, type, text); });
   }
   void onHandshakeSent() override {
+    // Read here, on the reporting thread, right after the client set it for this handshake.
+    handshakeTime = client().handShakeMessageSendTime();
     onMain([](Core& c) { c.handshakeConfirmed(); });
   }
   void onConversationRead() override {
@@ -83,7 +85,10 @@ class KXCSService::Core : public std::enable_shared_from_this<Core>,
         c.tell([](KXCSServiceObserver& w) { w.onUnreadCountChanged(0); });
     });
   }
-  void onConversationMessage(const std::shared_ptr<KXMessage>& message) override {
+  void onConversationMessage(const std::shared_ptr<KXMessage>& message, bool received) override {
+    // A line from the desk older than the handshake belongs to an earlier service (a new
+    // device's archive can hand it over late) and is not this one's.
+    if (received && message->sentTime() < handshakeTime) return;
     // A copy made here, on the reporting thread: the host may still change the record (its
     // store's id) after the modules saw it.
     onMain([line = KXMessage(*message)](Core& c) { c.conversationLine(line); });
@@ -411,6 +416,7 @@ class KXCSService::Core : public std::enable_shared_from_this<Core>,
   KXCSConversation conversation;
   KXCSUnsettledLines unsettled;
   std::atomic<std::size_t> maxTextBytes{KXCSService::kDefaultMaxTextBytes};
+  std::atomic<int64_t> handshakeTime{0};  // the sent time of the newest handshake sent
 };
 
 std::shared_ptr<KXCSService> KXCSService::make(std::string deskId,
