@@ -2,6 +2,7 @@
 // paths, against the desk simulator on the loopback host.
 #include <gmock/gmock.h>
 
+#include <map>
 #include <thread>
 
 #include "QuorCustomerService/QuorCustomerService.h"
@@ -41,6 +42,10 @@ class Recorder : public KXCSServiceObserver {
   }
   void onMessageDelivery(const KXCSConversationMessage& m) override {
     lines.push_back(std::to_string(m.sequence) + " " + toString(m.delivery));
+    if (m.delivery == KXCSDelivery::Sent) idOf[m.sequence] = m.messageId;
+  }
+  void onDeskTyping(bool typing) override {
+    lines.push_back(typing ? "desk typing" : "desk stopped");
   }
   void onUnreadCountChanged(uint64_t unread) override {
     lines.push_back("unread " + std::to_string(unread));
@@ -50,6 +55,7 @@ class Recorder : public KXCSServiceObserver {
   std::vector<std::string> takeLines() { return std::exchange(lines, {}); }
 
   std::vector<std::string> states, ratings, left, lines;
+  std::map<uint64_t, int64_t> idOf;  // a Sent line's host message id, by sequence
   std::function<void(const KXCSServiceStatus&)> onChange;
 };
 
@@ -571,6 +577,69 @@ TEST_F(SessionApi, TwoDesksAtOnceAndAnObserverReleasedEarly) {
   a.reset();  // destroying a running service stops it
   host->settle();
   EXPECT_TRUE(first->suspended());
+}
+
+TEST_F(SessionApi, TypingAndReadTravelOnlyWhileTheServiceRuns) {
+  auto simulator = desk(R"({"evaluation": null})");
+  service = KXCSService::make(simulator->deskId(), recorder);
+  const auto deskId = simulator->deskId();
+  auto& module = host->loadExtensionModule();
+  EXPECT_EQ(service->setTyping(true), Result::NotConnected);
+  service->start(nullptr);
+  host->settle();
+  recorder->takeLines();
+  const auto told = [&] { return host->typingTold(); };
+
+  // The customer types on and on: the desk hears it once; a stop once; typing again at once is
+  // within the interval and stays quiet; a sent line needs no stop.
+  for (int key = 0; key < 50; ++key) ASSERT_EQ(service->setTyping(true), Result::Done);
+  EXPECT_THAT(told(), ElementsAre(deskId + " typing"));
+  service->setTyping(false);
+  service->setTyping(false);
+  service->setTyping(true);
+  service->sendText("where is my order");
+  host->settle();
+  EXPECT_THAT(told(), ElementsAre(deskId + " typing", deskId + " stopped"));
+
+  recorder->takeLines();
+  const auto unread = service->unreadCount();
+  const auto stored = host->conversation(deskId).size();
+
+  // The desk types (told once per change) until its line arrives.
+  module.notifyTypingStatus(KXConversationTypeCustomerService, deskId, true);
+  module.notifyTypingStatus(KXConversationTypeCustomerService, deskId, true);
+  host->settle();
+  service->sendText("and my refund");
+  host->settle();
+  EXPECT_THAT(recorder->takeLines(),
+              ElementsAre("desk typing", "4 Customer: and my refund", "4 Sent", "desk stopped",
+                          "5 Robot: Returns are free within 30 days. An agent can start one for "
+                          "you.",
+                          "unread " + std::to_string(unread + 1)));
+
+  // The desk read the second line: both lines are Read, once; unknown ids change nothing.
+  module.notifyReadReceipt(KXConversationTypeCustomerService, deskId, 424242);
+  module.notifyReadReceipt(KXConversationTypeCustomerService, deskId, recorder->idOf[4]);
+  module.notifyReadReceipt(KXConversationTypeCustomerService, deskId, recorder->idOf[2]);
+  module.notifyReadReceipt(KXConversationTypeCustomerService, "another-desk", recorder->idOf[4]);
+  host->settle();
+  EXPECT_THAT(recorder->takeLines(), ElementsAre("2 Read", "4 Read"));
+  EXPECT_EQ(service->unreadCount(), unread + 1) << "typing and receipts are not lines";
+  EXPECT_EQ(host->conversation(deskId).size(), stored + 1) << "nor stored";
+
+  // The service ends while the desk types: its typing ends too; afterwards nothing travels.
+  module.notifyTypingStatus(KXConversationTypeCustomerService, deskId, true);
+  host->settle();
+  service->setTyping(true);
+  service->end();
+  host->settle();
+  EXPECT_THAT(recorder->takeLines(), ElementsAre("desk typing", "desk stopped"));
+  EXPECT_EQ(service->setTyping(true), Result::NotConnected);
+  module.notifyTypingStatus(KXConversationTypeCustomerService, deskId, true);
+  service->sendText("late");
+  host->settle();
+  EXPECT_THAT(recorder->takeLines(), ElementsAre());
+  EXPECT_EQ(told().size(), 2u);
 }
 
 }  // namespace

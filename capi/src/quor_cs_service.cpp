@@ -36,6 +36,7 @@ QUOR_CS_SAME(QUOR_CS_DELIVERY_SENDING, KXCSDelivery::Sending);
 QUOR_CS_SAME(QUOR_CS_DELIVERY_SENT, KXCSDelivery::Sent);
 QUOR_CS_SAME(QUOR_CS_DELIVERY_FAILED, KXCSDelivery::Failed);
 QUOR_CS_SAME(QUOR_CS_DELIVERY_UNCONFIRMED, KXCSDelivery::Unconfirmed);
+QUOR_CS_SAME(QUOR_CS_DELIVERY_READ, KXCSDelivery::Read);
 QUOR_CS_SAME(QUOR_CS_OK, KXCSServiceResult::Done);
 QUOR_CS_SAME(QUOR_CS_ALREADY_STARTED, KXCSServiceResult::AlreadyStarted);
 QUOR_CS_SAME(QUOR_CS_NOT_CONNECTED, KXCSServiceResult::NotConnected);
@@ -147,6 +148,9 @@ class CObserver : public KXCSServiceObserver {
   }
   void onUnreadCountChanged(uint64_t unread) override {
     call(f_.on_unread_count_changed, [&](auto function) { function(f_.user, unread); });
+  }
+  void onDeskTyping(bool typing) override {
+    call(f_.on_desk_typing, [&](auto function) { function(f_.user, typing ? 1 : 0); });
   }
   // The service is destroyed: no call from now on; `release` now, or when the running callback
   // returns.
@@ -337,6 +341,10 @@ void quor_cs_service_mark_read(quor_cs_service* service) {
     s.markRead();
     return QUOR_CS_OK;
   });
+}
+
+int quor_cs_service_set_typing(quor_cs_service* service, int typing) {
+  return onService(service, [typing](KXCSService& s) { return result(s.setTyping(typing != 0)); });
 }
 
 int quor_cs_service_status(quor_cs_service* service, quor_cs_status* status) {

@@ -174,8 +174,9 @@ typedef enum quor_cs_delivery {
   QUOR_CS_DELIVERY_RECEIVED = 0,
   QUOR_CS_DELIVERY_SENDING = 1,
   QUOR_CS_DELIVERY_SENT = 2,
-  QUOR_CS_DELIVERY_FAILED = 3,     /* it cannot have arrived */
-  QUOR_CS_DELIVERY_UNCONFIRMED = 4 /* written, may have arrived; sent once more by itself */
+  QUOR_CS_DELIVERY_FAILED = 3,      /* it cannot have arrived */
+  QUOR_CS_DELIVERY_UNCONFIRMED = 4, /* written, may have arrived; sent once more by itself */
+  QUOR_CS_DELIVERY_READ = 5         /* sent, and the desk read it */
 } quor_cs_delivery;
 
 /* One line of the conversation. Strings are valid during the callback. */
@@ -209,6 +210,8 @@ typedef struct quor_cs_observer {
   /* Called once, after the last callback: by quor_cs_service_destroy(), or when the callback
    * that destroyed the service returns. Free `user` here. */
   void (*release)(void* user);
+  /* The desk is typing (1) or stopped (0); 0 again when its line arrives and at the end. */
+  void (*on_desk_typing)(void* user, int typing);
 } quor_cs_observer;
 
 typedef struct quor_cs_service quor_cs_service;
@@ -262,6 +265,10 @@ QUOR_CS_C_API size_t quor_cs_service_max_text_bytes(const quor_cs_service* servi
 QUOR_CS_C_API void quor_cs_service_set_max_text_bytes(quor_cs_service* service, size_t bytes);
 QUOR_CS_C_API uint64_t quor_cs_service_unread_count(const quor_cs_service* service);
 QUOR_CS_C_API void quor_cs_service_mark_read(quor_cs_service* service);
+/* The customer is typing (1, at each change of the input) or left the input (0). The desk hears
+ * "typing" at most once per 5 s and "stopped" after 5 s without a keystroke or at a 0; nothing
+ * is stored. QUOR_CS_NOT_CONNECTED as for send_text. */
+QUOR_CS_C_API int quor_cs_service_set_typing(quor_cs_service* service, int typing);
 /* The last state reported (or about to be) into *status, whose size the caller set
  * (QUOR_CS_STATUS_INIT); see quor_cs_status for how long its strings stay valid. */
 QUOR_CS_C_API int quor_cs_service_status(quor_cs_service* service, quor_cs_status* status);

@@ -56,4 +56,12 @@ void KXClientEvents::conversationRead(const KXString& deskId) {
   for (const auto& observer : observersOf(deskId)) observer->onConversationRead();
 }
 
+void KXClientEvents::deskTyping(const KXString& deskId, bool typing) {
+  for (const auto& observer : observersOf(deskId)) observer->onDeskTyping(typing);
+}
+
+void KXClientEvents::deskRead(const KXString& deskId, int64_t messageId) {
+  for (const auto& observer : observersOf(deskId)) observer->onDeskRead(messageId);
+}
+
 }  // namespace quor

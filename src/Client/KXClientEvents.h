@@ -1,8 +1,8 @@
 // What the client learns that its own callbacks do not carry, told to the session of each desk:
 // the desk's answers to an agent request (for some the client reports nothing: no agent in a
 // robot-first service, a refusal), that a handshake left, each line of a desk's conversation
-// that reaches the app (texts and notices, received or made locally), and that another device
-// of the account read it. The client owns one; a
+// that reaches the app (texts and notices, received or made locally), that another device
+// of the account read it, and the desk's typing and reading. The client owns one; a
 // session registers its observer for its desk. The client's own behaviour does not change.
 //
 // Threads: any; an observer is called on the thread that reported, with no lock held.
@@ -36,6 +36,10 @@ class KXClientEvents {
                                        bool received) = 0;
     // Another device of the account read the desk's conversation.
     virtual void onConversationRead() {}
+    // The desk is typing (`typing`) or stopped.
+    virtual void onDeskTyping(bool /*typing*/) {}
+    // The desk read the customer's message `messageId` and those before it.
+    virtual void onDeskRead(int64_t /*messageId*/) {}
   };
 
   // Observers are held weakly: one that is gone is dropped.
@@ -47,6 +51,8 @@ class KXClientEvents {
   // Reports `message` when it is a text or notice of a customer-service conversation.
   void conversationMessage(const std::shared_ptr<KXMessage>& message, bool received);
   void conversationRead(const KXString& deskId);
+  void deskTyping(const KXString& deskId, bool typing);
+  void deskRead(const KXString& deskId, int64_t messageId);
 
  private:
   std::vector<std::shared_ptr<Observer>> observersOf(const KXString& deskId);

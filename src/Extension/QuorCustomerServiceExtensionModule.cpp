@@ -120,6 +120,21 @@ void QuorCustomerServiceExtensionModule::notifyConversationRead(int32_t conversa
   KXClientState::of(client).events.conversationRead(targetId);
 }
 
+void QuorCustomerServiceExtensionModule::notifyTypingStatus(int32_t conversationType,
+                                                            const KXString& targetId, bool typing) {
+  if (conversationType != KXConversationTypeCustomerService) return;
+  auto& client = KXCustomerServiceClient::sharedCustomerServiceClient();
+  KXClientState::of(client).events.deskTyping(targetId, typing);
+}
+
+void QuorCustomerServiceExtensionModule::notifyReadReceipt(int32_t conversationType,
+                                                           const KXString& targetId,
+                                                           int64_t messageId) {
+  if (conversationType != KXConversationTypeCustomerService) return;
+  auto& client = KXCustomerServiceClient::sharedCustomerServiceClient();
+  KXClientState::of(client).events.deskRead(targetId, messageId);
+}
+
 }  // namespace quor
 
 extern "C" quor::QuorIMLibExtensionModule* QuorCustomerServiceLoadExtensionModule(void) {

@@ -10,6 +10,7 @@ bool KXCoreClient::isUnconfirmedError(int64_t) const { return false; }
 bool KXCoreClient::resendMessage(int64_t, SuccessBlock, ErrorBlock) { return false; }
 
 void KXCoreClient::markConversationRead(int32_t, const KXString&) {}
+void KXCoreClient::sendTypingStatus(int32_t, const KXString&, bool) {}
 
 std::shared_ptr<KXCoreClient> KXCoreClient::sharedCoreClient() {
   return KXInstanceSlot<KXCoreClient>::global().get();

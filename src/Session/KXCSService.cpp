@@ -5,6 +5,7 @@
 #include <map>
 #include <mutex>
 #include <nlohmann/json.hpp>
+#include <utility>
 
 #include "Client/KXClientState.h"
 #include "QuorCustomerService/Host/KXTextMessage.h"
@@ -12,8 +13,10 @@
 #include "Session/KXCSConversation.h"
 #include "Session/KXCSHandshakes.h"
 #include "Session/KXCSLeaveMessageForm.h"
+#include "Session/KXCSSentLines.h"
 #include "Session/KXCSStartQueue.h"
 #include "Session/KXCSTimer.h"
+#include "Session/KXCSTyping.h"
 #include "Session/KXCSUnsettledLines.h"
 #include "Support/KXCallbackGuard.h"
 #include "Support/KXHost.h"
@@ -56,7 +59,11 @@ class KXCSService::Core : public std::enable_shared_from_this<Core>,
         // A hold ends on the main thread; the timer is gone before this is.
         handshakes([this](uint64_t handshake) {
           onMain([handshake](Core& c) { c.onHoldExpired(handshake); });
-        }) {}
+        }),
+        typing([desk = this->deskId](bool typing) { KXHost::sendTyping(desk, typing); },
+               [this](uint64_t generation) {
+                 onMain([generation](Core& c) { c.onTypingPause(generation); });
+               }) {}
   ~Core() override {
     queue().withdraw(this);
     queue().release(this);
@@ -85,6 +92,12 @@ class KXCSService::Core : public std::enable_shared_from_this<Core>,
         c.tell([](KXCSServiceObserver& w) { w.onUnreadCountChanged(0); });
     });
   }
+  void onDeskTyping(bool typing) override {
+    onMain([typing](Core& c) { c.deskTypingChanged(typing); });
+  }
+  void onDeskRead(int64_t messageId) override {
+    onMain([messageId](Core& c) { c.deskRead(messageId); });
+  }
   void onConversationMessage(const std::shared_ptr<KXMessage>& message, bool received) override {
     // A line from the desk older than the handshake belongs to an earlier service (a new
     // device's archive can hand it over late) and is not this one's.
@@ -108,6 +121,7 @@ class KXCSService::Core : public std::enable_shared_from_this<Core>,
   // Records the next state and reports it once the client's current closure returned, so that
   // it reaches the observer after whatever that closure still does (its stop).
   void move(KXCSServiceStatus next) {
+    bool typingStops = false;
     {
       std::lock_guard<std::mutex> lock(mutex);
       if (!next.config) next.config = status.config;
@@ -118,7 +132,10 @@ class KXCSService::Core : public std::enable_shared_from_this<Core>,
         return;
       }
       status = next;
+      // The desk's typing ends with the service.
+      typingStops = !running(next.state) && std::exchange(deskTyping, false);
     }
+    if (typingStops) tell([](KXCSServiceObserver& w) { w.onDeskTyping(false); });
     tell([next](KXCSServiceObserver& watcher) { watcher.onStateChanged(next); });
   }
 
@@ -318,6 +335,7 @@ class KXCSService::Core : public std::enable_shared_from_this<Core>,
   void conversationLine(const KXMessage& message) {
     const State now = snapshot().state;
     if (!running(now)) return;
+    deskTypingChanged(false);  // the desk's line ends its typing
     const KXCSConversationMessage line = conversation.received(message, now == State::Agent);
     const uint64_t unread = conversation.unread();
     tell([line, unread](KXCSServiceObserver& w) {
@@ -342,6 +360,32 @@ class KXCSService::Core : public std::enable_shared_from_this<Core>,
                 [report](int64_t code, int64_t messageId) { report(false, code, messageId); })};
   }
 
+  // The desk typing or stopped, on the main thread: told while the service runs, once a change.
+  void deskTypingChanged(bool typing) {
+    {
+      std::lock_guard<std::mutex> lock(mutex);
+      if (!running(status.state) || deskTyping == typing) return;
+      deskTyping = typing;
+    }
+    tell([typing](KXCSServiceObserver& w) { w.onDeskTyping(typing); });
+  }
+
+  // The desk read the customer's line `messageId` and the earlier ones, on the main thread.
+  void deskRead(int64_t messageId) {
+    if (!running(snapshot().state)) return;
+    for (const auto& line : sentLines.readUpTo(messageId))
+      tell([line](KXCSServiceObserver& w) { w.onMessageDelivery(line); });
+  }
+
+  // The customer's pause in typing may have come, on the main thread.
+  void onTypingPause(uint64_t generation) {
+    if (running(snapshot().state)) {
+      typing.pauseDue(generation);
+    } else {
+      typing.forget();  // nothing goes out for a service that is over
+    }
+  }
+
   // An outcome of a customer's line, on the main thread (KXCSUnsettledLines::settle()).
   void onDelivery(uint64_t sequence, uint64_t attempt, bool sent, int64_t value,
                   int64_t messageId) {
@@ -352,6 +396,7 @@ class KXCSService::Core : public std::enable_shared_from_this<Core>,
     }
     if (change.changed) {
       tell([update = change.line](KXCSServiceObserver& w) { w.onMessageDelivery(update); });
+      if (change.line.delivery == KXCSDelivery::Sent) sentLines.add(change.line);
     }
     if (change.resendNow) {
       auto [success, error] = outcomeOf(sequence, change.resendAttempt);
@@ -415,6 +460,9 @@ class KXCSService::Core : public std::enable_shared_from_this<Core>,
   KXCSHandshakes handshakes;  // under mutex
   KXCSConversation conversation;
   KXCSUnsettledLines unsettled;
+  KXCSSentLines sentLines;  // main thread
+  KXCSTyping typing;        // main thread
+  bool deskTyping = false;  // under mutex
   std::atomic<std::size_t> maxTextBytes{KXCSService::kDefaultMaxTextBytes};
   std::atomic<int64_t> handshakeTime{0};  // the sent time of the newest handshake sent
 };
@@ -614,6 +662,7 @@ KXCSServiceResult KXCSService::end() {
     keepHandshake = core.status.state == State::Connecting && core.handshakes.keepForAnswer();
   }
   core.detach();
+  core.typing.forget();
   if (!keepHandshake) core.client().stopCustomerService(core.deskId);
   KXCSServiceStatus next;
   next.state = State::Ended;
@@ -638,6 +687,7 @@ KXCSServiceResult KXCSService::sendText(const std::string& text) {
   core_->tell([line](KXCSServiceObserver& w) { w.onMessage(line); });
   auto [success, error] = core_->outcomeOf(line.sequence, 0);
   KXHost::send(core_->deskId, std::move(content), std::move(success), std::move(error));
+  core_->typing.forget();  // the line ends the typing
   return Result::Done;
 }
 
@@ -672,6 +722,20 @@ std::size_t KXCSService::maxTextBytes() const { return core_->maxTextBytes.load(
 void KXCSService::setMaxTextBytes(std::size_t bytes) { core_->maxTextBytes.store(bytes); }
 
 uint64_t KXCSService::unreadCount() const { return core_->conversation.unread(); }
+
+KXCSServiceResult KXCSService::setTyping(bool typing) {
+  const State now = core_->snapshot().state;
+  if (!running(now) || now == State::Connecting) {
+    core_->typing.forget();
+    return Result::NotConnected;
+  }
+  if (typing) {
+    core_->typing.keystroke();
+  } else {
+    core_->typing.stop();
+  }
+  return Result::Done;
+}
 
 void KXCSService::markRead() {
   if (!core_->conversation.markRead()) return;

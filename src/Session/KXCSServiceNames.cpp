@@ -121,6 +121,8 @@ const char* KXCSService::deliveryName(KXCSDelivery delivery) {
       return "Failed";
     case enum_t::Unconfirmed:
       return "Unconfirmed";
+    case enum_t::Read:
+      return "Read";
   }
   return "?";
 }

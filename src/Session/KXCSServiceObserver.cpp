@@ -11,5 +11,6 @@ void KXCSServiceObserver::onMessageLeft(bool, int64_t) {}
 void KXCSServiceObserver::onMessage(const KXCSConversationMessage&) {}
 void KXCSServiceObserver::onMessageDelivery(const KXCSConversationMessage&) {}
 void KXCSServiceObserver::onUnreadCountChanged(uint64_t) {}
+void KXCSServiceObserver::onDeskTyping(bool) {}
 
 }  // namespace quor

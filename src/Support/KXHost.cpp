@@ -51,6 +51,15 @@ void KXHost::markRead(const std::string& kefuId) {
   });
 }
 
+void KXHost::sendTyping(const std::string& kefuId, bool typing) {
+  auto core = KXCoreClient::sharedCoreClient();
+  if (!core) return;
+  KXCallbackGuard::host(false, [&] {
+    core->sendTypingStatus(KXConversationTypeCustomerService, kefuId, typing);
+    return true;
+  });
+}
+
 std::shared_ptr<KXMessage> KXHost::insertIncoming(const KXString& kefuId,
                                                   std::shared_ptr<KXMessageContent> content) {
   auto core = KXCoreClient::sharedCoreClient();

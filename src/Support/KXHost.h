@@ -26,6 +26,8 @@ class KXHost {
   static bool isUnconfirmed(int64_t errorCode);
   // The host's markConversationRead() for the desk's conversation.
   static void markRead(const std::string& kefuId);
+  // The host's sendTypingStatus() for the desk's conversation.
+  static void sendTyping(const std::string& kefuId, bool typing);
   // Stores a local message of the desk's conversation as received from the desk, read; returns
   // its record, or null.
   static std::shared_ptr<KXMessage> insertIncoming(const KXString& kefuId,

@@ -60,21 +60,28 @@ class XmppPush : public XmppOnEachServer {
     ASSERT_TRUE(phone->waitUntilOnline(kPatience));
   }
 
-  // The desk's account, writing customer-service messages to Alice and counting hers.
-  void deskSends(const std::string& objectName, const std::string& body) {
+  // The desk's account, writing customer-service messages to Alice and counting hers (with the
+  // stanza ids they came under).
+  QuorXmppHost& desk() {
     if (!deskAccount) {
       const QuorXmppOptions options = accountOptions(deskLocalPart(), "desk-pw");
       deskAccount = bareHost(deskLocalPart(), &options);
-      deskAccount->setWireObserver([this](const QuorXmppPayload&, bool fromClient) {
-        if (!fromClient) ++deskHeard;
+      deskAccount->setWireObserver([this](const QuorXmppPayload& payload, bool fromClient) {
+        if (fromClient) return;
+        std::lock_guard<std::mutex> lock(mutex);
+        deskStanzas.push_back(payload.stanzaId);
+        ++deskHeard;
       });
-      ASSERT_TRUE(deskAccount->waitUntilOnline(kPatience));
+      EXPECT_TRUE(deskAccount->waitUntilOnline(kPatience));
     }
+    return *deskAccount;
+  }
+  void deskSends(const std::string& objectName, const std::string& body) {
     QuorXmppPayload payload;
     payload.peer = server->jid("alice");
     payload.objectName = objectName;
     payload.body = body;
-    deskAccount->connection().send(payload, nullptr);
+    desk().connection().send(payload, nullptr);
   }
   void deskSays(const std::string& text) {
     deskSends("KX:TxtMsg", "{\"content\":\"" + text + "\"}");
@@ -123,9 +130,12 @@ class XmppPush : public XmppOnEachServer {
   }
 
   std::mutex mutex;
+  // Modules the hosts below may call until they are gone.
+  QuorRecordingModule appSignals, deskSignals;
   std::vector<QuorPushNotification> notifications;
   std::vector<std::string> arrived;
   std::atomic<int> deskHeard{0};
+  std::vector<std::string> deskStanzas;  // under mutex
   std::unique_ptr<QuorPushService> push;
   std::shared_ptr<QuorXmppHost> phone;
   std::shared_ptr<QuorXmppHost> deskAccount;
@@ -329,6 +339,43 @@ TEST_P(XmppPush, TwoDevicesOfTheAccountShowTheSameConversationAndReadIt) {
   EXPECT_THAT(phoneHeard.read(), ::testing::IsEmpty());
   phoneApp->logout();
   tablet->logout();
+}
+
+TEST_P(XmppPush, TypingAndReadMarkersTravelBothWaysAndAreNeverLines) {
+  phone = appHost();
+  phone->loadExtensionModule(appSignals);
+  desk().loadExtensionModule(deskSignals);
+  ASSERT_TRUE(phone->waitUntilOnline(kPatience));
+  const std::string alice = server->jid("alice");
+
+  // The customer types, then stops: the desk's account hears both, in order.
+  phone->sendTypingStatus(KXConversationTypeCustomerService, std::string("quor-shop"), true);
+  phone->sendTypingStatus(KXConversationTypeCustomerService, std::string("quor-shop"), false);
+  EXPECT_TRUE(waitFor([&] { return deskSignals.signals().size() == 2; }, kPatience));
+  EXPECT_THAT(deskSignals.signals(), ::testing::ElementsAre("alice typing", "alice stopped"));
+
+  // The customer's line reaches the desk; the desk types and then reads it.
+  std::atomic<int64_t> sentId{0};
+  phone->sendMessage(
+      KXConversationTypeCustomerService, std::string("quor-shop"),
+      KXTextMessage::messageWithContent(std::string("my parcel?")), std::nullopt, std::nullopt,
+      [&](int64_t id) { sentId = id; }, nullptr);
+  ASSERT_TRUE(waitFor([&] { return sentId != 0 && deskHeard == 1; }, kPatience));
+  desk().connection().sendChatState(alice, true);
+  std::string stanzaId;
+  {
+    std::lock_guard<std::mutex> lock(mutex);
+    stanzaId = deskStanzas.back();
+  }
+  desk().connection().sendReadMarker(alice, "an id nobody sent");
+  desk().connection().sendReadMarker(alice, stanzaId);
+  const std::vector<std::string> heard = {"quor-shop typing",
+                                          "quor-shop read " + std::to_string(sentId)};
+  EXPECT_TRUE(waitFor([&] { return appSignals.signals() == heard; }, kPatience))
+      << ::testing::PrintToString(appSignals.signals());
+  // Neither is a line of the conversation, nor offered to the modules as a message.
+  EXPECT_THAT(linesOf(*phone), ::testing::ElementsAre("sent my parcel?"));
+  EXPECT_THAT(appSignals.offered(), ::testing::IsEmpty());
 }
 
 QUOR_INSTANTIATE_ON_EACH_SERVER(XmppPush);

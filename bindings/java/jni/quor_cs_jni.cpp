@@ -23,7 +23,8 @@ pthread_key_t attachedKey;
 struct Classes {
   jclass byteArray, quorCS, status, observer, host;
   jmethodID post, statusFromNative;
-  jmethodID stateChanged, ratingRequested, evaluationSettings, messageLeft, message, unread;
+  jmethodID stateChanged, ratingRequested, evaluationSettings, messageLeft, message, unread,
+      deskTyping;
   jmethodID send, insertIncoming, deliverLocal, registerType, log, suspendWhenLeave;
 } java;
 
@@ -139,6 +140,13 @@ void onUnreadCountChanged(void* user, uint64_t unread) {
   env->CallVoidMethod(bridgeOf(user), java.unread, static_cast<jlong>(unread));
 }
 
+void onDeskTyping(void* user, int typing) {
+  JNIEnv* env = currentEnv();
+  if (!env) return;
+  LocalFrame frame(env);
+  env->CallVoidMethod(bridgeOf(user), java.deskTyping, typing ? JNI_TRUE : JNI_FALSE);
+}
+
 void releaseObserver(void* user) {
   if (JNIEnv* env = currentEnv()) env->DeleteGlobalRef(bridgeOf(user));
 }
@@ -247,6 +255,7 @@ bool lookUp(JNIEnv* env) {
   java.messageLeft = env->GetMethodID(java.observer, "messageLeft", "(ZJ)V");
   java.message = env->GetMethodID(java.observer, "message", "(ZJII[B[BJJJ)V");
   java.unread = env->GetMethodID(java.observer, "unreadCountChanged", "(J)V");
+  java.deskTyping = env->GetMethodID(java.observer, "deskTyping", "(Z)V");
   java.send = env->GetMethodID(java.host, "send", "([B[B[BJ)V");
   java.insertIncoming = env->GetMethodID(java.host, "insertIncoming", "([B[B[B[B)J");
   java.deliverLocal = env->GetMethodID(java.host, "deliverLocal", "(J[B[B[B)V");
@@ -294,6 +303,7 @@ NATIVE(jlong, serviceCreate)(JNIEnv* env, jclass, jbyteArray deskId, jobject bri
   observer.on_message_delivery = onMessageDelivery;
   observer.on_unread_count_changed = onUnreadCountChanged;
   observer.release = releaseObserver;
+  observer.on_desk_typing = onDeskTyping;
   quor_cs_service* service = quor_cs_service_create(Text(env, deskId).get(), &observer);
   if (!service) env->DeleteGlobalRef(static_cast<jobject>(observer.user));
   return toLong(service);
@@ -354,6 +364,9 @@ NATIVE(jlong, serviceUnreadCount)(JNIEnv*, jclass, jlong service) {
 }
 NATIVE(void, serviceMarkRead)(JNIEnv*, jclass, jlong service) {
   quor_cs_service_mark_read(handle<quor_cs_service>(service));
+}
+NATIVE(jint, serviceSetTyping)(JNIEnv*, jclass, jlong service, jboolean typing) {
+  return quor_cs_service_set_typing(handle<quor_cs_service>(service), typing ? 1 : 0);
 }
 NATIVE(jobject, serviceStatus)(JNIEnv* env, jclass, jlong service) {
   quor_cs_status status{};

@@ -104,13 +104,15 @@ class Author(_CEnum):
 
 class Delivery(_CEnum):
     """How far a line got. FAILED: it cannot have arrived. UNCONFIRMED: written, may have
-    arrived; sent once more under its id by itself, and SENT when that is confirmed."""
+    arrived; sent once more under its id by itself, and SENT when that is confirmed. READ: sent,
+    and the desk read it."""
     UNKNOWN = -1
     RECEIVED = 0
     SENDING = 1
     SENT = 2
     FAILED = 3
     UNCONFIRMED = 4
+    READ = 5
 
 
 class XmppStatus(_CEnum):
@@ -201,6 +203,7 @@ class Observer:
     def on_message(self, message: Message) -> None: ...
     def on_message_delivery(self, message: Message) -> None: ...
     def on_unread_count_changed(self, unread: int) -> None: ...
+    def on_desk_typing(self, typing: bool) -> None: ...
 
 
 def version() -> str:
@@ -313,6 +316,11 @@ def _on_unread_count_changed(user, unread):
     ffi.from_handle(user)._observer.on_unread_count_changed(unread)
 
 
+@ffi.callback("void(void*, int)", onerror=_report)
+def _on_desk_typing(user, typing):
+    ffi.from_handle(user)._observer.on_desk_typing(bool(typing))
+
+
 class Service:
     """One service with one desk. Call it on your main thread; close() it (or use `with`)."""
 
@@ -329,6 +337,7 @@ class Service:
         functions.on_message = _on_message
         functions.on_message_delivery = _on_message_delivery
         functions.on_unread_count_changed = _on_unread_count_changed
+        functions.on_desk_typing = _on_desk_typing
         self._service = lib.quor_cs_service_create(desk_id.encode("utf-8"), functions)
         if self._service == ffi.NULL:
             raise RuntimeError(f"quor_cs: a service for desk {desk_id!r} is open already: "
@@ -422,6 +431,12 @@ class Service:
 
     def mark_read(self) -> None:
         lib.quor_cs_service_mark_read(self._live())
+
+    def set_typing(self, typing: bool) -> None:
+        """The customer is typing (True, at each change of the input) or left it (False): the
+        desk hears "typing" at most once per 5 s, and "stopped" after 5 s without a keystroke.
+        Raises Refused(NOT_CONNECTED) when the service does not run."""
+        _check(lib.quor_cs_service_set_typing(self._live(), 1 if typing else 0))
 
     @property
     def status(self) -> Status:

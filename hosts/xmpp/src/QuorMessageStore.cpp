@@ -297,6 +297,15 @@ std::optional<QuorStoredMessage> QuorMessageStore::find(int64_t id) const {
   return std::move(found.front());
 }
 
+std::optional<int64_t> QuorMessageStore::findSent(const std::string& stanzaId) const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  writeQueued();
+  Statement select(database_, "SELECT id FROM messages WHERE origin = ?");
+  select.bind(1, std::optional<std::string>("sent " + stanzaId));
+  if (!select || sqlite3_step(select.get()) != SQLITE_ROW) return std::nullopt;
+  return sqlite3_column_int64(select.get(), 0);
+}
+
 std::vector<QuorStoredMessage> QuorMessageStore::unsent() const {
   std::lock_guard<std::mutex> lock(mutex_);
   return unsent_;

@@ -170,6 +170,8 @@ class QuorXmppConnection::Network : private QuorXmlStream::Handler {
     if (socket_ >= 0) lose("the server ended the stream");
   }
   void onMessage(const QuorXmlElement& message);
+  // A live message that carries no payload: a peer's read marker or chat state, if any.
+  void signalFrom(const QuorXmlElement& message);
   // A message forwarded by the server (an archive's result, a carbon copy): false when it is
   // none to take.
   bool readForwarded(const QuorXmlElement& inner, QuorXmppPayload* payload) const;
@@ -320,6 +322,10 @@ void QuorXmppConnection::queryArchive(const std::string& after) {
 
 void QuorXmppConnection::sendReadMarker(const std::string& peer, const std::string& stanzaId) {
   sendRaw(QuorXmppStanza::displayedMarker(peer, stanzaId)->toXml());
+}
+
+void QuorXmppConnection::sendChatState(const std::string& peer, bool typing) {
+  sendRaw(QuorXmppStanza::chatState(peer, typing)->toXml());
 }
 
 void QuorXmppConnection::sendRaw(std::string xml) {
@@ -1191,6 +1197,15 @@ bool QuorXmppConnection::Network::readForwarded(const QuorXmlElement& inner,
   return !payload->peer.empty() && payload->peer != owner_.bareJid_;
 }
 
+void QuorXmppConnection::Network::signalFrom(const QuorXmlElement& message) {
+  const std::string peer = QuorXmppStanza::bareJid(message.attribute("from"));
+  if (peer.empty() || peer == owner_.bareJid_ || peer == owner_.domain_) return;
+  const std::string read = QuorXmppStanza::displayedId(message);
+  if (!read.empty()) owner_.events_.onDisplayed(peer, read);
+  if (const auto typing = QuorXmppStanza::readChatState(message))
+    owner_.events_.onChatState(peer, *typing);
+}
+
 void QuorXmppConnection::Network::onMessage(const QuorXmlElement& message) {
   const std::string& type = message.attribute("type");
   const std::string& id = message.attribute("id");
@@ -1240,7 +1255,10 @@ void QuorXmppConnection::Network::onMessage(const QuorXmlElement& message) {
     payload.offline = true;
     if (payload.stamp == 0) payload.stamp = archiveStamp;
   } else {
-    if (!QuorXmppStanza::readPayload(message, &payload)) return;
+    if (!QuorXmppStanza::readPayload(message, &payload)) {
+      signalFrom(message);
+      return;
+    }
     payload.archiveId = QuorXmppStanza::archiveIdOf(message, owner_.bareJid_);
   }
   if (!barrierId_.empty()) {

@@ -251,6 +251,29 @@ void QuorXmppHost::onConversationRead(const std::string& peer) {
   });
 }
 
+void QuorXmppHost::sendTypingStatus(int32_t conversationType, const KXString& targetId,
+                                    bool typing) {
+  if (conversationType != KXConversationTypeCustomerService || !targetId) return;
+  connection_->sendChatState(jidOfDesk(*targetId), typing);
+}
+
+void QuorXmppHost::onChatState(const std::string& peer, bool typing) {
+  delivery_->post([this, deskId = QuorDeskJid::fromJid(peer, deskDomain_), typing] {
+    for (auto* module : loadedModules())
+      module->notifyTypingStatus(KXConversationTypeCustomerService, deskId, typing);
+  });
+}
+
+// The desk's read marker names a stanza this account sent; the modules hear its message id.
+void QuorXmppHost::onDisplayed(const std::string& peer, const std::string& stanzaId) {
+  delivery_->post([this, deskId = QuorDeskJid::fromJid(peer, deskDomain_), stanzaId] {
+    const auto messageId = store_->findSent(stanzaId);
+    if (!messageId) return;
+    for (auto* module : loadedModules())
+      module->notifyReadReceipt(KXConversationTypeCustomerService, deskId, *messageId);
+  });
+}
+
 void QuorXmppHost::onLog(int32_t level, const std::string& area, const std::string& text) {
   writeEntry({threadName(), level, 0, area, text});
 }

@@ -192,6 +192,27 @@ bool QuorXmppStanza::isDisplayedMarker(const QuorXmlElement& message) {
   return message.child("displayed", kChatMarkersNamespace) != nullptr;
 }
 
+std::string QuorXmppStanza::displayedId(const QuorXmlElement& message) {
+  const QuorXmlElement* marker = message.child("displayed", kChatMarkersNamespace);
+  return marker ? marker->attribute("id") : std::string();
+}
+
+std::unique_ptr<QuorXmlElement> QuorXmppStanza::chatState(const std::string& peer, bool typing) {
+  auto message = std::make_unique<QuorXmlElement>("message");
+  message->set("type", "chat").set("to", peer).set("id", uniqueId());
+  message->add(typing ? "composing" : "paused", kChatStatesNamespace);
+  message->add("no-store", kHintsNamespace);
+  return message;
+}
+
+std::optional<bool> QuorXmppStanza::readChatState(const QuorXmlElement& message) {
+  if (message.child("composing", kChatStatesNamespace)) return true;
+  for (const char* state : {"paused", "active", "inactive", "gone"}) {
+    if (message.child(state, kChatStatesNamespace)) return false;
+  }
+  return std::nullopt;
+}
+
 std::unique_ptr<QuorXmlElement> QuorXmppStanza::carbonsEnable(const std::string& id) {
   auto iq = std::make_unique<QuorXmlElement>("iq");
   iq->set("type", "set").set("id", id);

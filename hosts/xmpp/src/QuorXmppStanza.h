@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "QuorXmlElement.h"
@@ -18,6 +19,8 @@ class QuorXmppStanza {
   static constexpr const char* kClientStateNamespace = "urn:xmpp:csi:0";
   static constexpr const char* kCarbonsNamespace = "urn:xmpp:carbons:2";
   static constexpr const char* kChatMarkersNamespace = "urn:xmpp:chat-markers:0";
+  static constexpr const char* kChatStatesNamespace = "http://jabber.org/protocol/chatstates";
+  static constexpr const char* kHintsNamespace = "urn:xmpp:hints";
 
   static std::string bareJid(const std::string& jid);
   static std::string domainOf(const std::string& jid);
@@ -50,6 +53,15 @@ class QuorXmppStanza {
   static std::unique_ptr<QuorXmlElement> displayedMarker(const std::string& peer,
                                                          const std::string& id);
   static bool isDisplayedMarker(const QuorXmlElement& message);
+  // The message id a displayed marker names; "" when the message is none.
+  static std::string displayedId(const QuorXmlElement& message);
+  // <message type='chat' to=PEER id=...><composing|paused xmlns=chatstates/><no-store
+  // xmlns='urn:xmpp:hints'/></message>: the sender is typing or stopped (XEP-0085), a signal
+  // that no archive keeps (XEP-0334).
+  static std::unique_ptr<QuorXmlElement> chatState(const std::string& peer, bool typing);
+  // The chat state a message carries: composing is typing (true); paused, active, inactive and
+  // gone are not (false); none: nullopt.
+  static std::optional<bool> readChatState(const QuorXmlElement& message);
   // <iq type='set' id=ID><enable xmlns='urn:xmpp:carbons:2'/></iq>
   static std::unique_ptr<QuorXmlElement> carbonsEnable(const std::string& id);
   // The end of such a query's answer: whether the archive has no more, and the page's last id.

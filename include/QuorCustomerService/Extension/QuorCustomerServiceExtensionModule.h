@@ -39,6 +39,9 @@ class QUOR_CS_EXPORT QuorCustomerServiceExtensionModule : public QuorIMLibExtens
   void setDeviceToken(const KXString& deviceToken) override;
   // A customer-service conversation read elsewhere: its service's unread count goes to 0.
   void notifyConversationRead(int32_t conversationType, const KXString& targetId) override;
+  void notifyTypingStatus(int32_t conversationType, const KXString& targetId, bool typing) override;
+  void notifyReadReceipt(int32_t conversationType, const KXString& targetId,
+                         int64_t messageId) override;
 
   QuorCustomerServiceExtensionModule(const QuorCustomerServiceExtensionModule&) = delete;
   QuorCustomerServiceExtensionModule& operator=(const QuorCustomerServiceExtensionModule&) = delete;

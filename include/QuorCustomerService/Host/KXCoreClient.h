@@ -79,6 +79,10 @@ class QUOR_CS_EXPORT KXCoreClient {
   // newest line. A host that shares read state tells the account's other devices (which hand it
   // to their modules' notifyConversationRead()) and may tell the other side. Nothing by default.
   virtual void markConversationRead(int32_t conversationType, const KXString& targetId);
+  // Optional: the customer is typing in the conversation `targetId` (`typing`), or stopped
+  // (false). A host that carries chat states tells the other side; nothing is stored. The
+  // library throttles the calls. Nothing by default.
+  virtual void sendTypingStatus(int32_t conversationType, const KXString& targetId, bool typing);
 };
 
 }  // namespace quor

@@ -40,6 +40,13 @@ class QUOR_CS_EXPORT QuorIMLibExtensionModule {
   // Optional: another device of the account read the conversation `targetId` of
   // `conversationType` (a host that shares read markers calls it). Does nothing by default.
   virtual void notifyConversationRead(int32_t conversationType, const KXString& targetId);
+  // Optional: the other side of the conversation `targetId` is typing (`typing`), or stopped
+  // (false). Does nothing by default.
+  virtual void notifyTypingStatus(int32_t conversationType, const KXString& targetId, bool typing);
+  // Optional: the other side of the conversation `targetId` read this host's message
+  // `messageId` (the id its send reported) and what was sent before it. Does nothing by default.
+  virtual void notifyReadReceipt(int32_t conversationType, const KXString& targetId,
+                                 int64_t messageId);
 };
 
 }  // namespace quor

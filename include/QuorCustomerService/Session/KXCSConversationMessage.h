@@ -19,8 +19,9 @@ enum class KXCSMessageAuthor {
 // Where a line stands. The desk's lines are Received; the customer's are Sending until the
 // host reports the send, then Sent (the server took it), Failed (it cannot have arrived), or
 // Unconfirmed (it was written and may still arrive: the link went before the server confirmed
-// it; it is sent once more under its id, and becomes Sent when that is confirmed).
-enum class KXCSDelivery { Received, Sending, Sent, Failed, Unconfirmed };
+// it; it is sent once more under its id, and becomes Sent when that is confirmed). A Sent line
+// becomes Read when the desk read it (from a host that carries read receipts).
+enum class KXCSDelivery { Received, Sending, Sent, Failed, Unconfirmed, Read };
 
 // One line of the conversation, as the observer gets it. A plain value.
 struct KXCSConversationMessage {

@@ -100,6 +100,11 @@ class QUOR_CS_EXPORT KXCSService {
   // was not 0). While the service runs, the host hears it too (markConversationRead), so that
   // a host that shares read state sets the count to 0 on the account's other devices.
   void markRead();
+  // The customer is typing (true, at each change of the input) or left the input (false). The
+  // desk hears "typing" when typing begins (at most once per 5 s), and "stopped" after 5 s
+  // without a keystroke or at a false; a sent line needs no "stopped". Nothing is stored or
+  // counted. NotConnected (and nothing sent) as for sendText().
+  KXCSServiceResult setTyping(bool typing);
 
   // The enumerators' names, for logs and tests: "Connecting", "DeskEnded", "GroupNotOffered";
   // "?" for a value outside the enum. Also as toString() and operator<< below.

@@ -31,10 +31,13 @@ class QUOR_CS_EXPORT KXCSServiceObserver {
   // sendText() sends them (Sending).
   virtual void onMessage(const KXCSConversationMessage& message);
   // A customer's line was sent or failed: its sequence again, with Sent (and the host's message
-  // id) or Failed (and the host's error code).
+  // id) or Failed (and the host's error code); later Read when the desk read it.
   virtual void onMessageDelivery(const KXCSConversationMessage& message);
   // The number of the desk's lines received since the app last called markRead() changed.
   virtual void onUnreadCountChanged(uint64_t unread);
+  // The desk (its agent or robot) is typing, or stopped: "the agent is typing". False again when
+  // a line of the desk arrives and when the service ends. Only from a host that carries typing.
+  virtual void onDeskTyping(bool typing);
 };
 
 }  // namespace quor

@@ -183,6 +183,18 @@ void QuorLoopbackHost::markConversationRead(int32_t conversationType, const KXSt
   markedRead_.push_back(*targetId);
 }
 
+std::vector<std::string> QuorLoopbackHost::typingTold() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return typingTold_;
+}
+
+void QuorLoopbackHost::sendTypingStatus(int32_t conversationType, const KXString& targetId,
+                                        bool typing) {
+  if (conversationType != KXConversationTypeCustomerService || !targetId) return;
+  std::lock_guard<std::mutex> lock(mutex_);
+  typingTold_.push_back(*targetId + (typing ? " typing" : " stopped"));
+}
+
 void QuorLoopbackHost::registerMessageType(const KXMessageContentType& type) {
   QuorHostBase::registerMessageType(type);
   if (auto watcher = observer()) watcher->onRegister(type);

@@ -93,6 +93,8 @@ class QuorMessageStore {
   std::vector<QuorStoredMessage> unsent() const;
   // The message stored under `id`, if any.
   std::optional<QuorStoredMessage> find(int64_t id) const;
+  // The id of the message this account sent under the stanza id `stanzaId`, if any.
+  std::optional<int64_t> findSent(const std::string& stanzaId) const;
   // This device's resource for the account: made once, then kept.
   const std::string& deviceResource() const { return deviceResource_; }
   // The archive id of the last message taken (QuorArchiveCatchUp's place); "" before the first.

@@ -52,6 +52,10 @@ class QuorXmppConnection {
     virtual void onArchiveEnd(bool /*complete*/, const std::string& /*lastId*/) {}
     // Another device of the account read the conversation with `peer` (its read marker).
     virtual void onConversationRead(const std::string& /*peer*/) {}
+    // `peer` is typing (true) or stopped (its chat state, XEP-0085).
+    virtual void onChatState(const std::string& /*peer*/, bool /*typing*/) {}
+    // `peer` read this account's messages up to the one sent as `stanzaId` (its read marker).
+    virtual void onDisplayed(const std::string& /*peer*/, const std::string& /*stanzaId*/) {}
   };
   // errorCode 0 means sent, with the server's stamp in ms.
   using Outcome = std::function<void(int64_t errorCode, int64_t stamp)>;
@@ -101,6 +105,8 @@ class QuorXmppConnection {
   // Tells `peer` and the account's other devices (through carbons) that the conversation was
   // read up to the message `stanzaId` (XEP-0333 displayed), when online; nothing otherwise.
   void sendReadMarker(const std::string& peer, const std::string& stanzaId);
+  // Tells `peer` that this account is typing or stopped (XEP-0085), when online; never archived.
+  void sendChatState(const std::string& peer, bool typing);
   // Writes one raw stanza on the stream when online (for tests that play a hostile peer).
   void sendRaw(std::string xml);
 

@@ -161,6 +161,8 @@ class QuorXmppHost : public QuorHostBase, private QuorXmppConnection::Events {
   // and, as a carbon copy, to the account's other devices, whose modules hear
   // notifyConversationRead(). Nothing when offline or when nothing came from the desk yet.
   void markConversationRead(int32_t conversationType, const KXString& targetId) override;
+  // The customer's chat state (XEP-0085) to the desk; nothing when offline.
+  void sendTypingStatus(int32_t conversationType, const KXString& targetId, bool typing) override;
 
  protected:
   void transmit(QuorOutgoingSend send, std::shared_ptr<QuorPendingSend> pending) override;
@@ -176,6 +178,8 @@ class QuorXmppHost : public QuorHostBase, private QuorXmppConnection::Events {
   void onLog(int32_t level, const std::string& area, const std::string& text) override;
   void onArchiveEnd(bool complete, const std::string& lastId) override;
   void onConversationRead(const std::string& peer) override;
+  void onChatState(const std::string& peer, bool typing) override;
+  void onDisplayed(const std::string& peer, const std::string& stanzaId) override;
 
   void deliver(const QuorXmppPayload& payload);
   // On the delivery thread: a line the account sent from elsewhere (another device, an earlier

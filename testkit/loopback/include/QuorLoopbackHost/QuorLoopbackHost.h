@@ -55,6 +55,9 @@ class QuorLoopbackHost : public QuorHostBase {
   std::vector<std::shared_ptr<KXMessage>> conversation(const std::string& targetId) const;
   // The conversations the library marked read (markConversationRead), by target id, in order.
   std::vector<std::string> markedRead() const;
+  // The typing states the library told (sendTypingStatus), as "TARGET typing" or
+  // "TARGET stopped", in order.
+  std::vector<std::string> typingTold() const;
 
   // Waits until the host and delivery threads have nothing left to do (the main run loop is
   // left alone).
@@ -73,6 +76,7 @@ class QuorLoopbackHost : public QuorHostBase {
   void onReceiveFakeMessage(std::shared_ptr<KXMessage> message) override;
   void registerMessageType(const KXMessageContentType& type) override;
   void markConversationRead(int32_t conversationType, const KXString& targetId) override;
+  void sendTypingStatus(int32_t conversationType, const KXString& targetId, bool typing) override;
 
  protected:
   void transmit(QuorOutgoingSend send, std::shared_ptr<QuorPendingSend> pending) override;
@@ -94,6 +98,7 @@ class QuorLoopbackHost : public QuorHostBase {
   std::shared_ptr<QuorLoopbackObserver> observer_;
   std::map<std::string, std::vector<std::shared_ptr<KXMessage>>> conversations_;
   std::vector<std::string> markedRead_;
+  std::vector<std::string> typingTold_;
   std::deque<std::shared_ptr<WaitingSend>> waiting_;
   std::string currentUserId_ = "customer";
   // Local messages (inserts) number apart from sends, so that send ids run 1, 2, 3 ...

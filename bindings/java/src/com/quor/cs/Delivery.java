@@ -3,7 +3,7 @@ package com.quor.cs;
 /**
  * How far a line got: received from the desk, or the customer's sending, sent (the server took
  * it), failed (it cannot have arrived) or unconfirmed (written, may have arrived: sent once more
- * under its id by itself, and SENT when that is confirmed).
+ * under its id by itself, and SENT when that is confirmed), or read (sent, and the desk read it).
  */
 public enum Delivery {
   RECEIVED,
@@ -11,6 +11,7 @@ public enum Delivery {
   SENT,
   FAILED,
   UNCONFIRMED,
+  READ,
   /** A value of a newer library that this one does not know. */
   UNKNOWN;
 

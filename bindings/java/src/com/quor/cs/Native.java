@@ -55,6 +55,8 @@ final class Native {
 
   static native void serviceMarkRead(long service);
 
+  static native int serviceSetTyping(long service, boolean typing);
+
   static native Status serviceStatus(long service);
 
   static native long hostInstall(HostBridge host);

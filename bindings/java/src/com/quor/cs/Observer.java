@@ -26,4 +26,7 @@ public interface Observer {
   default void onMessageDelivery(@NotNull Message message) {}
 
   default void onUnreadCountChanged(long unread) {}
+
+  /** The desk is typing, or stopped (also when its line arrives and at the end). */
+  default void onDeskTyping(boolean typing) {}
 }

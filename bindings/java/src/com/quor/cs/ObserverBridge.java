@@ -63,4 +63,12 @@ final class ObserverBridge {
       QuorCS.report(thrown);
     }
   }
+
+  void deskTyping(boolean typing) {
+    try {
+      observer.onDeskTyping(typing);
+    } catch (Throwable thrown) {
+      QuorCS.report(thrown);
+    }
+  }
 }

@@ -116,6 +116,15 @@ public final class Service extends NativeHandle {
     Native.serviceMarkRead(live());
   }
 
+  /**
+   * The customer is typing (true, at each change of the input) or left the input (false): the
+   * desk hears "typing" at most once per 5 s, and "stopped" after 5 s without a keystroke.
+   * Throws RefusedException (NOT_CONNECTED) when the service does not run.
+   */
+  public void setTyping(boolean typing) {
+    Native.check(Native.serviceSetTyping(live(), typing));
+  }
+
   /** The last state reported (or about to be). */
   public @NotNull Status status() {
     return Native.serviceStatus(live());

@@ -25,6 +25,7 @@ class SupportSession(deskId: String) : AutoCloseable {
     private val lines = ArrayList<SupportLine>()
     private val mutableConversation = MutableStateFlow<List<SupportLine>>(LinesSoFar(lines, 0))
     private val mutableUnread = MutableStateFlow(0L)
+    private val mutableDeskTyping = MutableStateFlow(false)
     private val service: SupportService
 
     init {
@@ -50,6 +51,10 @@ class SupportSession(deskId: String) : AutoCloseable {
             override fun onUnreadCountChanged(unread: Long) {
                 mutableUnread.value = unread
             }
+
+            override fun onDeskTyping(typing: Boolean) {
+                mutableDeskTyping.value = typing
+            }
         }
         service = SupportService(deskId, observer)
         mutableStatus = MutableStateFlow(service.status())
@@ -67,6 +72,9 @@ class SupportSession(deskId: String) : AutoCloseable {
 
     /** The desk's lines not yet marked read. */
     val unreadCount: StateFlow<Long> = mutableUnread.asStateFlow()
+
+    /** Whether the desk (its agent or robot) is typing: "the agent is typing". */
+    val deskTyping: StateFlow<Boolean> = mutableDeskTyping.asStateFlow()
 
     /** The largest encoded text [sendText] sends. */
     var maxTextBytes: Long
@@ -102,6 +110,9 @@ class SupportSession(deskId: String) : AutoCloseable {
         service.rateRobot(resolved, knowledgeId, suggestion)
 
     fun markRead() = service.markRead()
+
+    /** The customer is typing (at each change of the input) or left it; throttled by the library. */
+    fun setTyping(typing: Boolean) = service.setTyping(typing)
 
     fun end() = service.end()
 
