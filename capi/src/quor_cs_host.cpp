@@ -66,6 +66,22 @@ class CHost : public QuorHostBase {
     return f_.suspend_when_leave && f_.suspend_when_leave(f_.user) != 0;
   }
 
+  void markConversationRead(int32_t conversationType, const KXString& targetId) override {
+    if (f_.mark_conversation_read && conversationType == KXConversationTypeCustomerService)
+      f_.mark_conversation_read(f_.user, orEmpty(targetId));
+  }
+
+  void sendTypingStatus(int32_t conversationType, const KXString& targetId, bool typing) override {
+    if (f_.send_typing_status && conversationType == KXConversationTypeCustomerService)
+      f_.send_typing_status(f_.user, orEmpty(targetId), typing ? 1 : 0);
+  }
+
+  // Hands a signal of the other side (or of another device) to every loaded module.
+  template <class Tell>
+  void tellModules(Tell tell) {
+    for (auto* module : loadedModules()) tell(*module);
+  }
+
  protected:
   void transmit(QuorOutgoingSend send, std::shared_ptr<QuorPendingSend> pending) override {
     if (!f_.send) {
@@ -89,6 +105,23 @@ struct quor_cs_host {
 };
 
 quor::QuorHostBase& quor::capi::hostBaseOf(quor_cs_host& host) { return *host.host; }
+
+namespace quor::capi {
+namespace {
+
+// Runs `tell` on each module of `host` for the conversation `target_id`.
+template <class Tell>
+int tellModules(quor_cs_host* host, const char* target_id, Tell tell) {
+  if (!host || !target_id) return QUOR_CS_ERROR_ARGUMENT;
+  return quor::capi::guarded([&] {
+    const quor::KXString target = std::string(target_id);
+    host->host->tellModules([&](quor::QuorIMLibExtensionModule& module) { tell(module, target); });
+    return QUOR_CS_OK;
+  });
+}
+
+}  // namespace
+}  // namespace quor::capi
 
 extern "C" {
 
@@ -136,6 +169,27 @@ int quor_cs_host_receive(quor_cs_host* host, const char* object_name, const char
     const bool taken = host->host->take(received) || host->host->isSignalType(received.objectName);
     if (held) *held = taken ? 1 : 0;
     return QUOR_CS_OK;
+  });
+}
+
+int quor_cs_host_notify_typing(quor_cs_host* host, const char* target_id, int typing) {
+  return quor::capi::tellModules(
+      host, target_id, [typing](auto& module, const quor::KXString& target) {
+        module.notifyTypingStatus(quor::KXConversationTypeCustomerService, target, typing != 0);
+      });
+}
+
+int quor_cs_host_notify_read_receipt(quor_cs_host* host, const char* target_id,
+                                     int64_t message_id) {
+  return quor::capi::tellModules(
+      host, target_id, [message_id](auto& module, const quor::KXString& target) {
+        module.notifyReadReceipt(quor::KXConversationTypeCustomerService, target, message_id);
+      });
+}
+
+int quor_cs_host_notify_conversation_read(quor_cs_host* host, const char* target_id) {
+  return quor::capi::tellModules(host, target_id, [](auto& module, const quor::KXString& target) {
+    module.notifyConversationRead(quor::KXConversationTypeCustomerService, target);
   });
 }
 

@@ -306,6 +306,12 @@ typedef struct quor_cs_host_functions {
   void (*log)(void* user, int level, const char* tag, const char* text);
   /* The local setting csSuspendWhenLeave: non-zero sends a suspend when a service stops. */
   int (*suspend_when_leave)(void* user);
+  /* Optional: the app read `target_id`'s conversation up to its newest line (mark_read while
+   * the service runs); a host that shares read state tells the account's other devices. */
+  void (*mark_conversation_read)(void* user, const char* target_id);
+  /* Optional: the customer is typing (1) or stopped (0), throttled by the library; tell the
+   * desk, store nothing. */
+  void (*send_typing_status)(void* user, const char* target_id, int typing);
 } quor_cs_host_functions;
 
 /* Installs the host (copied) as the library's core client, logger and settings, with the
@@ -324,6 +330,14 @@ QUOR_CS_C_API int quor_cs_host_receive(quor_cs_host* host, const char* object_na
                                        const char* body, size_t body_length, const char* target_id,
                                        const char* sender_id, int64_t sent_time, int offline,
                                        int* held);
+/* What the other side and the account's other devices signal, from any thread; none is a
+ * message, none is stored. The desk is typing (non-zero) or stopped; the desk read this host's
+ * message `message_id` (the id its send completed with) and the earlier ones; another device of
+ * the account read `target_id`'s conversation. */
+QUOR_CS_C_API int quor_cs_host_notify_typing(quor_cs_host* host, const char* target_id, int typing);
+QUOR_CS_C_API int quor_cs_host_notify_read_receipt(quor_cs_host* host, const char* target_id,
+                                                   int64_t message_id);
+QUOR_CS_C_API int quor_cs_host_notify_conversation_read(quor_cs_host* host, const char* target_id);
 /* Runs the main-thread work waiting in the host's queue on the calling thread; how many ran. */
 QUOR_CS_C_API size_t quor_cs_host_run_main(quor_cs_host* host);
 QUOR_CS_C_API void quor_cs_send_succeeded(quor_cs_send* send, int64_t message_id,

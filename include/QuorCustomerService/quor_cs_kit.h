@@ -43,6 +43,12 @@ QUOR_CS_KIT_API int quor_cs_kit_desk_end(quor_cs_kit* kit, const char* text, int
 /* The desk invites the customer to leave a message, with its text: a line whose author is
  * QUOR_CS_AUTHOR_LEAVE_MESSAGE_INVITATION. */
 QUOR_CS_KIT_API int quor_cs_kit_desk_invite_leave_message(quor_cs_kit* kit, const char* text);
+/* The desk is typing (non-zero) or stopped; the desk read the customer's lines so far. */
+QUOR_CS_KIT_API int quor_cs_kit_desk_typing(quor_cs_kit* kit, int typing);
+QUOR_CS_KIT_API int quor_cs_kit_desk_read(quor_cs_kit* kit);
+/* What the library last told the desk of the customer's typing: 1 typing, 0 stopped, -1 nothing
+ * yet. */
+QUOR_CS_KIT_API int quor_cs_kit_customer_typing(const quor_cs_kit* kit);
 
 #ifdef __cplusplus
 }

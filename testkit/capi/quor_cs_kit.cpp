@@ -23,6 +23,8 @@ struct quor_cs_kit {
   std::string deskId;
   std::unique_ptr<quor::QuorWorkerThread> thread;
   std::atomic<int64_t> lastMessageId{0};
+  std::atomic<int64_t> lastSentId{0};   // the customer's newest message
+  std::atomic<int> customerTyping{-1};  // what the library told last: -1 nothing yet
   std::mutex clockMutex;
   int64_t lastTime = 0;
 
@@ -58,10 +60,15 @@ void send(void* user, const char* target, const char* objectName, const char* bo
   if (body) wire.body = textOf(body, length);
   kit->thread->post([kit, wire, pending]() mutable {
     wire.messageId = ++kit->lastMessageId;
+    kit->lastSentId = wire.messageId;
     wire.sentTime = kit->nextTime();
     quor_cs_send_succeeded(pending, wire.messageId, wire.sentTime);
     kit->desk->onMessageFromClient(wire);
   });
+}
+
+void sendTypingStatus(void* user, const char*, int typing) {
+  static_cast<quor_cs_kit*>(user)->customerTyping = typing ? 1 : 0;
 }
 
 int64_t insertIncoming(void* user, const char*, const char*, const char*, const char*, size_t) {
@@ -119,6 +126,7 @@ quor_cs_kit* quor_cs_kit_create(const char* profile_json, char** error) {
     functions.user = kit.get();
     functions.send = send;
     functions.insert_incoming = insertIncoming;
+    functions.send_typing_status = sendTypingStatus;
     kit->host = quor_cs_host_install(&functions);
     if (!kit->host) {
       give(error, "another kit or host is installed: destroy it first");
@@ -149,6 +157,23 @@ void quor_cs_kit_settle(quor_cs_kit* kit) {
     kit->thread->waitIdle();
     if (ran == 0 && kit->thread->finished() == before) return;
   }
+}
+
+int quor_cs_kit_desk_typing(quor_cs_kit* kit, int typing) {
+  if (!kit) return QUOR_CS_ERROR_ARGUMENT;
+  return onKitThread(
+      kit, [kit, typing] { quor_cs_host_notify_typing(kit->host, kit->deskId.c_str(), typing); });
+}
+
+int quor_cs_kit_desk_read(quor_cs_kit* kit) {
+  if (!kit) return QUOR_CS_ERROR_ARGUMENT;
+  return onKitThread(kit, [kit] {
+    quor_cs_host_notify_read_receipt(kit->host, kit->deskId.c_str(), kit->lastSentId.load());
+  });
+}
+
+int quor_cs_kit_customer_typing(const quor_cs_kit* kit) {
+  return kit ? kit->customerTyping.load() : -1;
 }
 
 int quor_cs_kit_desk_say(quor_cs_kit* kit, const char* text) {

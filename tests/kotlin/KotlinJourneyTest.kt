@@ -79,6 +79,12 @@ class KotlinJourneyTest {
                 assertEquals(Author.CUSTOMER, lines[1].author)
                 assertEquals(Delivery.SENT, lines[1].delivery) // updated in place
                 assertEquals(2L, session.unreadCount.value)
+                kit.deskTyping(true)
+                kit.settle()
+                assertTrue(session.deskTyping.value)
+                kit.deskRead()
+                kit.settle()
+                assertEquals(Delivery.READ, session.conversation.value[1].delivery)
                 kit.deskInviteLeaveMessage("Leave us a message")
                 kit.settle()
                 assertEquals(Author.LEAVE_MESSAGE_INVITATION, session.conversation.value.last().author)

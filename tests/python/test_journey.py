@@ -9,6 +9,7 @@ import quor_cs
 class Screen(quor_cs.Observer):
     def __init__(self):
         self.states, self.lines, self.unread, self.dialog, self.sent = [], [], None, None, 0
+        self.read, self.desk_typing = 0, []
 
     def on_state_changed(self, status):
         self.states.append(status.state)
@@ -19,6 +20,10 @@ class Screen(quor_cs.Observer):
 
     def on_message_delivery(self, message):
         self.sent += message.delivery == quor_cs.Delivery.SENT
+        self.read += message.delivery == quor_cs.Delivery.READ
+
+    def on_desk_typing(self, typing):
+        self.desk_typing.append(typing)
 
     def on_unread_count_changed(self, unread):
         self.unread = unread
@@ -51,6 +56,16 @@ def test_a_journey_with_a_group_the_agent_a_rating_and_the_desks_end(kit):
         service.mark_read()
         kit.settle()
         assert screen.unread == 0
+        # Typing both ways, and the desk reads the customer's line.
+        assert kit.customer_typing is None
+        service.set_typing(True)
+        assert kit.customer_typing is True
+        service.set_typing(False)
+        assert kit.customer_typing is False
+        kit.desk_typing(True)
+        kit.desk_read()
+        kit.settle()
+        assert screen.desk_typing == [True] and screen.read == 1
 
         service.ask_for_agent()
         kit.settle()

@@ -32,3 +32,12 @@ NATIVE(jint, kitDeskEnd)(JNIEnv* env, jclass, jlong kit, jbyteArray text, jint c
 NATIVE(jint, kitDeskInviteLeaveMessage)(JNIEnv* env, jclass, jlong kit, jbyteArray text) {
   return quor_cs_kit_desk_invite_leave_message(handle<quor_cs_kit>(kit), Text(env, text).get());
 }
+NATIVE(jint, kitDeskTyping)(JNIEnv*, jclass, jlong kit, jboolean typing) {
+  return quor_cs_kit_desk_typing(handle<quor_cs_kit>(kit), typing ? 1 : 0);
+}
+NATIVE(jint, kitDeskRead)(JNIEnv*, jclass, jlong kit) {
+  return quor_cs_kit_desk_read(handle<quor_cs_kit>(kit));
+}
+NATIVE(jint, kitCustomerTyping)(JNIEnv*, jclass, jlong kit) {
+  return quor_cs_kit_customer_typing(handle<quor_cs_kit>(kit));
+}

@@ -485,6 +485,20 @@ class Kit:
         """The desk invites a message: a line by Author.LEAVE_MESSAGE_INVITATION."""
         _check(kit_lib().quor_cs_kit_desk_invite_leave_message(self._live(), _utf8(text)))
 
+    def desk_typing(self, typing: bool) -> None:
+        """The desk is typing, or stopped."""
+        _check(kit_lib().quor_cs_kit_desk_typing(self._live(), 1 if typing else 0))
+
+    def desk_read(self) -> None:
+        """The desk read the customer's lines so far: they become Delivery.READ."""
+        _check(kit_lib().quor_cs_kit_desk_read(self._live()))
+
+    @property
+    def customer_typing(self) -> Optional[bool]:
+        """What the library last told the desk: True typing, False stopped, None nothing yet."""
+        told = kit_lib().quor_cs_kit_customer_typing(self._live())
+        return None if told < 0 else told == 1
+
     def close(self) -> None:
         if self._kit is not None:
             kit_lib().quor_cs_kit_destroy(self._kit)

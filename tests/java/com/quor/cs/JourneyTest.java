@@ -57,6 +57,14 @@ public class JourneyTest {
       service.markRead();
       kit.settle();
       assertEquals(0, screen.unread);
+      // Typing both ways, and the desk reads the customer's line.
+      service.setTyping(true);
+      assertEquals(Boolean.TRUE, kit.customerTyping());
+      kit.deskTyping(true);
+      kit.deskRead();
+      kit.settle();
+      assertEquals(Collections.singletonList(true), screen.deskTyping);
+      assertEquals(1, screen.read);
 
       service.askForAgent();
       kit.settle();

@@ -11,6 +11,8 @@ class Screen implements Observer {
   String dialog;
   long unread = -1;
   int sent;
+  int read;
+  final List<Boolean> deskTyping = new ArrayList<>();
   int calls;
 
   @Override
@@ -30,6 +32,13 @@ class Screen implements Observer {
   public void onMessageDelivery(Message message) {
     ++calls;
     if (message.delivery == Delivery.SENT) ++sent;
+    if (message.delivery == Delivery.READ) ++read;
+  }
+
+  @Override
+  public void onDeskTyping(boolean typing) {
+    ++calls;
+    deskTyping.add(typing);
   }
 
   @Override

@@ -59,6 +59,22 @@ public final class Kit extends NativeHandle {
     Native.check(KitNative.kitDeskInviteLeaveMessage(live(), Utf8.bytes(text)));
   }
 
+  /** The desk is typing, or stopped. */
+  public void deskTyping(boolean typing) {
+    Native.check(KitNative.kitDeskTyping(live(), typing));
+  }
+
+  /** The desk read the customer's lines so far: they become READ. */
+  public void deskRead() {
+    Native.check(KitNative.kitDeskRead(live()));
+  }
+
+  /** What the library last told the desk: true typing, false stopped, null nothing yet. */
+  public @Nullable Boolean customerTyping() {
+    int told = KitNative.kitCustomerTyping(live());
+    return told < 0 ? null : told == 1;
+  }
+
   @Override
   void destroy(long handle) {
     KitNative.kitDestroy(handle);

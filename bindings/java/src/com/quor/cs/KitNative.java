@@ -30,4 +30,10 @@ final class KitNative {
   static native int kitDeskEnd(long kit, byte[] text, int code);
 
   static native int kitDeskInviteLeaveMessage(long kit, byte[] text);
+
+  static native int kitDeskTyping(long kit, boolean typing);
+
+  static native int kitDeskRead(long kit);
+
+  static native int kitCustomerTyping(long kit);
 }
