@@ -226,5 +226,36 @@ TEST_F(DeskConsoleServed, AgentsPassCustomersOnNoteReadForThemselvesAndSearchAft
   EXPECT_THAT(found("100%"), ::testing::IsEmpty());  // a wildcard is a character
 }
 
+TEST_F(DeskConsoleServed, TypingAndReadTravelBetweenTheCustomerAndTheServingAgentOnly) {
+  say("KX:CsHs", R"({"userInfo":{"name":"Mei"}})");
+  say("KX:TxtMsg", R"({"content":"where is my order?"})");
+  ASSERT_TRUE(eventually([&] { return mei_->answered() == 1; }));
+  // The robot "typed" its answer.
+  EXPECT_THAT(mei_->signals(), ::testing::ElementsAre("typing"));
+  say("KX:CsCha", R"({"groupid":"sales"})");
+  ASSERT_TRUE(eventually([&] { return mei().value("state", "") == "waiting"; }));
+  ASSERT_EQ(act("Ada", "take").first, 200);
+
+  // The customer types: the page shows it until her line comes.
+  mei_->connection().sendChatState("shop@localhost", true);
+  ASSERT_TRUE(eventually([&] { return mei().value("typing", false); })) << mei().dump();
+  mei_->send("shop@localhost", "KX:TxtMsg", R"({"content":"hello?"})", "mei-7");
+  ASSERT_TRUE(eventually([&] { return !mei().value("typing", true); }));
+
+  // The serving agent types and reads; another agent's typing goes nowhere.
+  EXPECT_EQ(act("Bo", "typing", "", {{"typing", true}}).first, 409);
+  EXPECT_EQ(act("Ada", "typing", "", {{"typing", true}}).first, 200);
+  EXPECT_EQ(act("Ada", "read").first, 200);
+  const std::vector<std::string> heard = {"typing", "typing", "read mei-7"};
+  EXPECT_TRUE(eventually([&] { return mei_->signals() == heard; }))
+      << ::testing::PrintToString(mei_->signals());
+
+  // The customer read the agent's lines: the page shows them read; none of it is a line.
+  const std::size_t lines = get("/api/conversation?customer=mei@localhost")["lines"].size();
+  mei_->connection().sendReadMarker("shop@localhost", "an-answer");
+  EXPECT_TRUE(eventually([&] { return mei().value("seenAt", int64_t{0}) > 0; }));
+  EXPECT_EQ(get("/api/conversation?customer=mei@localhost")["lines"].size(), lines);
+}
+
 }  // namespace
 }  // namespace quor::test

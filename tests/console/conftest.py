@@ -104,10 +104,12 @@ def desk(server_port, tmp_path_factory):
 
 
 class Screen:
-    """What a customer's app has shown: its states, lines, last status and rating request."""
+    """What a customer's app has shown: its states, lines, last status and rating request, each
+    line's delivery (by sequence) and the desk's typing."""
 
     def __init__(self):
         self.states, self.lines, self.last, self.dialog = [], [], None, None
+        self.deliveries, self.desk_typing = {}, []
 
 
 class Status:
@@ -152,6 +154,12 @@ class Customer:
     def leave_message(self, values):
         self._order(do="leave", values=values)
 
+    def set_typing(self, typing):
+        self._order(do="typing", typing=typing)
+
+    def mark_read(self):
+        self._order(do="read")
+
     def settle(self, seconds=0.3):
         # Takes in what the customer's app reported within `seconds` (read from the pipe itself:
         # a buffered reader would hold lines that select() cannot see).
@@ -176,6 +184,10 @@ class Customer:
             self.screen.lines.append((quor_cs.Author(news["line"][0]), news["line"][1]))
         elif "dialog" in news:
             self.screen.dialog = news["dialog"]
+        elif "delivery" in news:
+            self.screen.deliveries[news["delivery"][0]] = quor_cs.Delivery(news["delivery"][1])
+        elif "deskTyping" in news:
+            self.screen.desk_typing.append(news["deskTyping"])
         elif "error" in news:
             raise AssertionError(f"the customer's app: {news['error']}")
 

@@ -6,9 +6,9 @@ app sees on its standard output, one JSON object a line.
     customer.py ACCOUNT NAME SERVER_PORT
     in:  {"do": "ask"} {"do": "group", "id": "sales"} {"do": "say", "text": "..."}
          {"do": "rate", "stars": 5, "suggestion": "..."} {"do": "leave", "values": {...}}
-         {"do": "quit"}
+         {"do": "typing", "typing": true} {"do": "read"} {"do": "quit"}
     out: {"state": 3, "reason": 0, "text": ""} {"line": [AUTHOR, "text"]} {"dialog": "id"}
-         {"error": "..."}
+         {"delivery": [SEQUENCE, DELIVERY]} {"deskTyping": true} {"error": "..."}
 """
 import json
 import os
@@ -27,6 +27,12 @@ class Reporter(quor_cs.Observer):
 
     def on_rating_requested(self, dialog_id):
         report({"dialog": dialog_id or "asked"})
+
+    def on_message_delivery(self, message):
+        report({"delivery": [message.sequence, int(message.delivery)]})
+
+    def on_desk_typing(self, typing):
+        report({"deskTyping": typing})
 
 
 def report(news):
@@ -51,6 +57,8 @@ def main():
         "say": lambda order: service.send_text(order["text"]),
         "rate": lambda order: service.rate_agent(order["stars"], order.get("suggestion")),
         "leave": lambda order: service.leave_message(order["values"]),
+        "typing": lambda order: service.set_typing(order["typing"]),
+        "read": lambda order: service.mark_read(),
     }
     pending = b""
     while True:

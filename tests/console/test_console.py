@@ -73,13 +73,26 @@ def test_an_agent_takes_a_waiting_customer_chats_gets_a_rating_and_ends(desk, cu
     assert not bo.find_element(By.ID, "say").is_displayed()
     shot(bo, "console-taken-by-another")
 
+    # Typing both ways: the app hears the agent's, the page shows the customer's (below).
     ada.find_element(By.ID, "say-text").send_keys("Your parcel leaves today.")
+    assert mei.until(lambda: mei.screen.desk_typing[-1:] == [True])
     ada.find_element(By.ID, "say").submit()
     assert mei.until(lambda: (quor_cs.Author.AGENT, "Your parcel leaves today.")
                      in mei.screen.lines)
+    assert mei.until(lambda: mei.screen.desk_typing[-1:] == [False])
     mei.service.send_text("谢谢! 📦")
     mei.settle()
     wait(ada, lambda: "谢谢! 📦" in " ".join(lines(ada)))
+    # Read both ways: the agent has the conversation open, so the customer's lines are read; the
+    # customer reads the agent's.
+    assert mei.until(lambda: quor_cs.Delivery.READ in mei.screen.deliveries.values())
+    mei.service.mark_read()
+    wait(ada, lambda: ada.find_elements(By.CSS_SELECTOR, "#lines li.agent .seen"))
+    mei.service.set_typing(True)
+    wait(ada, lambda: ada.find_element(By.ID, "customer-typing").text == "Mei is typing…")
+    shot(ada, "console-typing-read")
+    mei.service.send_text("One more thing")  # her line ends her typing
+    wait(ada, lambda: ada.find_element(By.ID, "customer-typing").text == "")
 
     click(ada, "ask-rating")
     assert mei.until(lambda: mei.screen.dialog)

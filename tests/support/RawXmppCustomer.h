@@ -12,7 +12,7 @@
 
 namespace quor::test {
 
-// What it is answered: one copy of each send.
+// What it is answered (one copy of each send), and the desk's signals.
 class RawXmppCustomer : private QuorXmppConnection::Events {
  public:
   explicit RawXmppCustomer(QuorXmppOptions options) : connection_(std::move(options), *this) {
@@ -25,12 +25,19 @@ class RawXmppCustomer : private QuorXmppConnection::Events {
     return answers_;
   }
   std::size_t answered() { return answers().size(); }
-  // Sends one message of the customer-service wire to `desk`.
-  void send(const std::string& desk, const std::string& objectName, const std::string& body) {
+  // The desk's typing and read markers, in order: "typing", "stopped", "read STANZA-ID".
+  std::vector<std::string> signals() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return signals_;
+  }
+  // Sends one message of the customer-service wire to `desk` (under `stanzaId` when given).
+  void send(const std::string& desk, const std::string& objectName, const std::string& body,
+            const std::string& stanzaId = "") {
     QuorXmppPayload payload;
     payload.peer = desk;
     payload.objectName = objectName;
     payload.body = body;
+    payload.stanzaId = stanzaId;
     connection_.send(std::move(payload), nullptr);
   }
 
@@ -45,9 +52,19 @@ class RawXmppCustomer : private QuorXmppConnection::Events {
     ++answers_[body.value("content", "")];
   }
 
+  void onChatState(const std::string&, bool typing) override {
+    std::lock_guard<std::mutex> lock(mutex_);
+    signals_.push_back(typing ? "typing" : "stopped");
+  }
+  void onDisplayed(const std::string&, const std::string& stanzaId) override {
+    std::lock_guard<std::mutex> lock(mutex_);
+    signals_.push_back("read " + stanzaId);
+  }
+
   QuorRecentPayloads seen_;
   std::mutex mutex_;
   std::map<std::string, int> answers_;
+  std::vector<std::string> signals_;
   QuorXmppConnection connection_;
 };
 

@@ -208,6 +208,7 @@ void QuorConsoleBoard::recordFromCustomer(Customer& customer, const QuorDeskStor
     addEvent(customer, now, "started", "started a service");
   } else if (type == KXTextMessage::getObjectName()) {
     ++customer.written;
+    customer.typing = false;  // the line ends the typing; its event carries the view
     Line line{now, "customer", name, KXJsonMembers::text(body, "content")};
     line.stamp = record.stamp;
     addLine(customer, std::move(line));
@@ -314,6 +315,28 @@ std::string QuorConsoleBoard::nameOf(const std::string& id) const {
   return found == customers_.end() ? "" : displayName(found->second.userInfo, id);
 }
 
+std::string QuorConsoleBoard::servedBy(const std::string& id) const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  const auto found = customers_.find(id);
+  return found == customers_.end() || found->second.state != "agent" ? "" : found->second.agent;
+}
+
+void QuorConsoleBoard::typing(const std::string& id, bool typing) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  const auto found = customers_.find(id);
+  if (found == customers_.end() || found->second.typing == typing) return;
+  found->second.typing = typing;
+  publish({{"typing", {{"customer", id}, {"typing", typing}}}});
+}
+
+void QuorConsoleBoard::seen(const std::string& id, int64_t at) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  const auto found = customers_.find(id);
+  if (found == customers_.end() || at <= found->second.seenAt) return;
+  found->second.seenAt = at;
+  publish({{"seen", {{"customer", id}, {"at", at}}}});
+}
+
 void QuorConsoleBoard::publish(KXDictionary event) {
   event["seq"] = ++seq_;
   events_.push_back(event.dump(-1, ' ', false, KXDictionary::error_handler_t::replace));
@@ -336,7 +359,9 @@ KXDictionary QuorConsoleBoard::view(const Customer& customer, bool withInfo,
                         {"rating", customer.rating},
                         {"waitingSince", customer.waitingSince},
                         {"lastActive", customer.lastActive},
-                        {"written", customer.written}};
+                        {"written", customer.written},
+                        {"typing", customer.typing},
+                        {"seenAt", customer.seenAt}};
   // Events are one for all agents: what an agent read comes with a state or a conversation, and
   // then in "read" events.
   if (!agent.empty()) {

@@ -114,6 +114,9 @@ bool QuorDeskConsole::start(std::string* error) {
   // The board starts from what the desk kept, then follows it live.
   desk_.store().eachRecord([this](const QuorDeskStore::Record& record) { board_.record(record); });
   desk_.servedByPeople([this](const QuorDeskStore::Record& record) { board_.record(record); });
+  desk_.watchSignals(
+      {[this](const std::string& customer, bool typing) { board_.typing(customer, typing); },
+       [this](const std::string& customer) { board_.seen(customer, QuorConsoleBoard::now()); }});
   auto listening = std::make_shared<std::atomic<bool>>(true);
   thread_ = std::thread([this, listening] {
     server_->listen_after_bind();
@@ -130,6 +133,7 @@ bool QuorDeskConsole::start(std::string* error) {
 void QuorDeskConsole::stop() {
   if (!server_) return;
   desk_.servedByPeople(nullptr);
+  desk_.watchSignals({});
   board_.close();
   server_->stop();
   if (thread_.joinable()) thread_.join();
@@ -313,6 +317,14 @@ std::string QuorDeskConsole::act(const std::string& agent, const KXDictionary& r
     return "";
   }
   if (what == "note") return note(agent, customer, said);
+  if (what == "typing") {
+    // Only the serving agent's typing reaches the customer; it is never kept.
+    if (board_.servedBy(customer) != agent) return "take the customer first";
+    const auto typing = request.find("typing");
+    desk_.sendTyping(customer,
+                     typing != request.end() && typing->is_boolean() && typing->get<bool>());
+    return "";
+  }
   if (what == "pass") return pass(agent, customer, request);
   // The desk decides, one step at a time: one agent wins a Take, and only the agent who took a
   // customer writes to them, hands them back or ends their service.
@@ -361,6 +373,7 @@ void QuorDeskConsole::read(const std::string& agent, const std::string& customer
   if (written == 0 || board_.readBy(customer, agent) >= written) return;
   desk_.keep({customer, QuorConsoleBoard::now(), false, QuorConsoleBoard::kRead,
               KXDictionary({{"upTo", written}}).dump(), "", agent});
+  desk_.sendRead(customer);  // the customer's app shows their lines read
 }
 
 std::string QuorDeskConsole::note(const std::string& agent, const std::string& customer,

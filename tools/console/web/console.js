@@ -240,8 +240,17 @@ function eventText(line) {
   return said;
 }
 
-function lineItem(line) {
+// The desk's lines (the agent's, the robot's, automatic ones) the customer read: marked "read".
+const fromDesk = (who) => who === "agent" || who === "robot" || who === "desk";
+
+function markSeen(item, seenAt) {
+  if (!fromDesk(item.className) || item.querySelector(".seen") || Number(item.dataset.time) > seenAt) return;
+  item.append(element("span", t("seen"), "seen"));
+}
+
+function lineItem(line, seenAt = 0) {
   const item = element("li", undefined, line.who);
+  item.dataset.time = line.time;
   const when = element("time", clock(line.time), "quiet");
   when.dateTime = new Date(line.time).toISOString();
   when.title = line.stamp ? t("sentReceived", { sent: clock(line.stamp), received: clock(line.time) })
@@ -255,6 +264,7 @@ function lineItem(line) {
   const head = element("span", who, "who");
   head.append(when);
   item.append(head, document.createTextNode(line.text));
+  markSeen(item, seenAt);
   return item;
 }
 
@@ -264,6 +274,7 @@ function renderHead(c) {
     (c.rating ? ` · ${c.rating}` : "");
   $("customer-state").className = `state ${c.state}`;
   $("customer-waited").textContent = c.state === "waiting" && c.waitingSince ? t("hasWaited", { time: waited(c) }) : "";
+  $("customer-typing").textContent = c.typing ? t("isTyping", { name: c.name }) : "";
   const info = document.createDocumentFragment();
   info.append(element("dt", t("address")), element("dd", c.id));
   for (const section of ["userInfo", "contactInfo", "requestInfo"]) {
@@ -287,6 +298,7 @@ function showConversation(id) {
 
 async function open(id, { keepText = false } = {}) {
   const other = id !== openId;
+  if (other) stopTyping();
   showConversation(id);
   if (other && !keepText) {
     // What was typed for one customer never goes to the next.
@@ -300,7 +312,7 @@ async function open(id, { keepText = false } = {}) {
   if (!found) return closeConversation();
   customers.set(id, { ...customers.get(id), ...found.customer });
   renderHead(found.customer);
-  $("lines").replaceChildren(...found.lines.map(lineItem));
+  $("lines").replaceChildren(...found.lines.map((line) => lineItem(line, found.customer.seenAt)));
   $("lines").scrollTop = $("lines").scrollHeight;
   renderList();
   if (unread(found.customer)) act("read");
@@ -308,6 +320,7 @@ async function open(id, { keepText = false } = {}) {
 
 function closeConversation() {
   const was = openId;
+  stopTyping();
   showConversation(null);
   renderList();
   requestAnimationFrame(() =>
@@ -376,6 +389,16 @@ function apply(event) {
     if (event.gone === openId) closeConversation();
     renderList();
   }
+  if (event.typing && customers.has(event.typing.customer)) {
+    const c = customers.get(event.typing.customer);
+    c.typing = event.typing.typing;
+    if (c.id === openId) renderHead(c);
+  }
+  if (event.seen && customers.has(event.seen.customer)) {
+    const c = customers.get(event.seen.customer);
+    c.seenAt = event.seen.at;
+    if (c.id === openId) for (const item of $("lines").children) markSeen(item, c.seenAt);
+  }
   if (event.read && event.read.agent === agent && customers.has(event.read.customer)) {
     customers.get(event.read.customer).read = event.read.upTo;
     renderList();
@@ -395,7 +418,7 @@ function apply(event) {
     if (c.id === openId) {
       renderHead(c);
       if (event.line) {
-        $("lines").append(lineItem(event.line));
+        $("lines").append(lineItem(event.line, c.seenAt));
         $("lines").scrollTop = $("lines").scrollHeight;
         if (event.line.who === "customer" && !document.hidden) act("read");
       }
@@ -613,6 +636,30 @@ $("logout").addEventListener("click", async () => {
   await post("/api/logout", {});
   loggedOut();
 });
+// The agent's typing, as the customer's app hears it: "typing" when it begins (at most once per
+// 5 s), "stopped" after 5 s without a key or when the agent leaves the customer; a sent line
+// needs no "stopped".
+const typing = { told: false, at: 0, customer: null, pause: null };
+
+function typingTo(customer, now) {
+  post("/api/act", { customer, do: "typing", typing: now }).catch(() => {});
+}
+
+function stopTyping({ tell = true } = {}) {
+  clearTimeout(typing.pause);
+  if (typing.told && tell) typingTo(typing.customer, false);
+  typing.told = false;
+}
+
+$("say-text").addEventListener("input", () => {
+  if (!openId || !mine(customers.get(openId) || {})) return;
+  if (typing.customer !== openId) stopTyping();
+  clearTimeout(typing.pause);
+  typing.pause = setTimeout(stopTyping, 5000);
+  if (typing.told || Date.now() - typing.at < 5000) return;
+  Object.assign(typing, { told: true, at: Date.now(), customer: openId });
+  typingTo(openId, true);
+});
 $("say").addEventListener("submit", async (event) => {
   event.preventDefault();
   const text = $("say-text").value;
@@ -620,6 +667,7 @@ $("say").addEventListener("submit", async (event) => {
     $("action-error").textContent = t("nothingToSend");
     return;
   }
+  stopTyping({ tell: false });
   if (await act("say", { text })) $("say-text").value = "";
 });
 $("note").addEventListener("submit", async (event) => {

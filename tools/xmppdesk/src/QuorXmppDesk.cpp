@@ -1,10 +1,12 @@
 #include "QuorXmppDesk/QuorXmppDesk.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <iterator>
 #include <nlohmann/json.hpp>
 
+#include "QuorCustomerService/Host/KXTextMessage.h"
 #include "QuorXmppHost/QuorDeskJid.h"
 #include "QuorXmppHost/QuorRecentPayloads.h"
 #include "QuorXmppHost/QuorXmppErrors.h"
@@ -109,6 +111,35 @@ void QuorXmppDesk::watchByPeople(QuorDeskSimulator& desk) {
                                    : QuorDeskSimulator::Watch());
 }
 
+void QuorXmppDesk::watchSignals(SignalWatch watch) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  signalWatch_ = std::move(watch);
+}
+
+void QuorXmppDesk::sendTyping(const std::string& customerJid, bool typing) {
+  connection_->sendChatState(customerJid, typing);
+}
+
+void QuorXmppDesk::sendRead(const std::string& customerJid) {
+  std::string newest;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    const auto session = sessions_.find(customerJid);
+    if (session != sessions_.end()) newest = session->second.newestStanza;
+  }
+  if (!newest.empty()) connection_->sendReadMarker(customerJid, newest);
+}
+
+void QuorXmppDesk::onChatState(const std::string& peer, bool typing) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  if (signalWatch_.typing && sessions_.count(peer)) signalWatch_.typing(peer, typing);
+}
+
+void QuorXmppDesk::onDisplayed(const std::string& peer, const std::string&) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  if (signalWatch_.read && sessions_.count(peer)) signalWatch_.read(peer);
+}
+
 std::size_t QuorXmppDesk::customerCount() const {
   std::lock_guard<std::mutex> lock(mutex_);
   return sessions_.size();
@@ -166,7 +197,7 @@ std::shared_ptr<QuorDeskSimulator> QuorXmppDesk::sessionFor(const std::string& c
   std::lock_guard<std::mutex> lock(mutex_);
   watchByPeople(*desk);
   byActivity_.push_back(customerJid);
-  sessions_[customerJid] = {desk, now, std::prev(byActivity_.end())};
+  sessions_[customerJid] = {desk, now, std::prev(byActivity_.end()), {}};
   forgetOld(now);
   return desk;
 }
@@ -307,7 +338,16 @@ void QuorXmppDesk::onPayload(QuorXmppPayload payload) {
       return std::string();
     });
     answers.swap(unwritten_);
+    std::lock_guard<std::mutex> lock(mutex_);
+    const auto session = sessions_.find(payload.peer);
+    if (session != sessions_.end() && !payload.stanzaId.empty())
+      session->second.newestStanza = payload.stanzaId;
   }
+  // The robot "types" its answer: the customer's app shows it until the text arrives.
+  const bool texts = std::any_of(answers.begin(), answers.end(), [](const auto& answer) {
+    return answer.objectName == KXTextMessage::getObjectName();
+  });
+  if (texts && !payload.offline) connection_->sendChatState(payload.peer, true);
   for (auto& answer : answers) write(std::move(answer));
 }
 

@@ -65,6 +65,16 @@ class QuorConsoleBoard {
   uint64_t readBy(const std::string& customer, const std::string& agent) const;
   // The customer's name as the board knows it ("" when it does not).
   std::string nameOf(const std::string& customer) const;
+  // The agent who serves the customer ("" when none, or for a customer the board does not know).
+  std::string servedBy(const std::string& customer) const;
+
+  // Signals, not lines (the desk stores neither): the customer is typing or stopped (their line
+  // also ends it), and the customer read the desk's lines up to `at` (ms since the epoch). Each
+  // change is an event: {"typing": {"customer", "typing"}}, {"seen": {"customer", "at"}}; the
+  // customer's view carries "typing" and "seenAt". Nothing for a customer the board does not
+  // know.
+  void typing(const std::string& customer, bool typing);
+  void seen(const std::string& customer, int64_t at);
 
   // {"seq", "now", "customers": [...], "inbox": [...]}: everything a page starts from, with
   // what `agent` has read of each customer ("read").
@@ -97,7 +107,9 @@ class QuorConsoleBoard {
     std::string state = "robot";  // "robot", "waiting", "agent", "ended"
     std::string group, agent, rating;
     int64_t waitingSince = 0, lastActive = 0;
-    uint64_t written = 0;                                // the customer's lines, ever
+    uint64_t written = 0;  // the customer's lines, ever
+    bool typing = false;
+    int64_t seenAt = 0;  // the customer read the desk's lines up to this time
     std::unordered_map<std::string, uint64_t> readUpTo;  // per agent
     std::deque<Line> lines;
     std::size_t infoBytes = 0, linesBytes = 0;

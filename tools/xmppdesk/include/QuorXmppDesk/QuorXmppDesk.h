@@ -91,6 +91,21 @@ class QuorXmppDesk : private QuorXmppConnection::Events {
   // inside a step's change.
   void keep(QuorDeskStore::Record record);
 
+  // Signals that are not messages, never stored: a customer typing or stopped, and a customer
+  // who read the desk's lines (their read marker) go to `typing` and `read`, on the network
+  // thread, for customers the desk serves in memory; they must not call the desk. An empty watch
+  // stops them.
+  struct SignalWatch {
+    std::function<void(const std::string& customerJid, bool typing)> typing;
+    std::function<void(const std::string& customerJid)> read;
+  };
+  void watchSignals(SignalWatch watch);
+  // A person of the desk is typing to `customerJid` (or stopped), and read the customer's
+  // messages up to the newest one this run took; nothing when offline or, for the read, when
+  // nothing came from the customer in this run.
+  void sendTyping(const std::string& customerJid, bool typing);
+  void sendRead(const std::string& customerJid);
+
   // How many customers the desk serves in memory now; whether it serves `customerJid`.
   std::size_t customerCount() const;
   bool serves(const std::string& customerJid) const;
@@ -100,6 +115,8 @@ class QuorXmppDesk : private QuorXmppConnection::Events {
   void onPayload(QuorXmppPayload payload) override;
   void onArchiveEnd(bool complete, const std::string& lastId) override;
   void onLog(int32_t level, const std::string& area, const std::string& text) override;
+  void onChatState(const std::string& peer, bool typing) override;
+  void onDisplayed(const std::string& peer, const std::string& stanzaId) override;
 
   // Under steps_: a step on the session of `customerJid`, made when `create` and unknown.
   std::string stepLocked(const std::string& customerJid, bool create, const Change& change);
@@ -119,6 +136,7 @@ class QuorXmppDesk : private QuorXmppConnection::Events {
     std::shared_ptr<QuorDeskSimulator> desk;
     std::chrono::steady_clock::time_point lastActive;
     std::list<std::string>::iterator inOrder;
+    std::string newestStanza;  // the customer's newest message this run took
   };
 
   const KXDictionary profile_;
@@ -137,6 +155,7 @@ class QuorXmppDesk : private QuorXmppConnection::Events {
   LogSink logSink_;
   int32_t logMaxLevel_ = 0;
   PeopleWatch peopleWatch_;
+  SignalWatch signalWatch_;
   std::unique_ptr<QuorXmppConnection> connection_;
 };
 
