@@ -12,6 +12,7 @@
 #include "QuorXmlStream.h"
 #include "QuorXmppHost/QuorArchiveCatchUp.h"
 #include "QuorXmppHost/QuorPushNotification.h"
+#include "QuorXmppStanza.h"
 
 namespace quor::test {
 namespace {
@@ -102,6 +103,56 @@ TEST(XmlElement, AChainAMillionDeepIsFreedWithoutRecursion) {
   QuorXmlElement* tip = root.get();
   for (int i = 0; i < 1000000; ++i) tip = &tip->add("a");
   root.reset();
+}
+
+// A stanza read from its text.
+std::unique_ptr<QuorXmlElement> stanzaOf(const std::string& xml) {
+  struct Keep : Reader {
+    std::unique_ptr<QuorXmlElement> kept;
+    void onStanza(std::unique_ptr<QuorXmlElement> stanza) override { kept = std::move(stanza); }
+  } keep;
+  QuorXmlStream stream(keep, {});
+  const std::string wire = std::string(kHeader) + xml;
+  EXPECT_TRUE(stream.feed(wire.data(), wire.size()));
+  return std::move(keep.kept);
+}
+
+TEST(UploadSlot, TakesOnlyWhatTheProtocolAllowsOnThePut) {
+  const std::string slot = "<iq type='result' id='s'><slot xmlns='urn:xmpp:http:upload:0'>";
+  struct Case {
+    std::string xml;
+    bool read;
+    std::string headers;  // "name=value;..."
+  } cases[] = {
+      {slot + "<put url='https://u/p'><header name='Authorization'>Basic x</header><header "
+              "name='Host'>evil</header><header name='Cookie'>a&#13;&#10;X: y</header>"
+              "</put><get url='https://u/g'/></slot></iq>",
+       true, "Authorization=Basic x;"},
+      {slot + "<put url='https://u/p'/></slot></iq>", false, ""},
+      {slot + "<put url=''/><get url='https://u/g'/></slot></iq>", false, ""},
+      {"<iq type='result' id='s'/>", false, ""},
+  };
+  for (const auto& c : cases) {
+    QuorXmppUploadSlot read;
+    EXPECT_EQ(QuorXmppStanza::readUploadSlot(*stanzaOf(c.xml), &read), c.read) << c.xml;
+    std::string headers;
+    for (const auto& [name, value] : read.headers) headers += name + "=" + value + ";";
+    EXPECT_EQ(headers, c.headers) << c.xml;
+  }
+  EXPECT_EQ(QuorXmppStanza::errorReason(
+                *stanzaOf("<iq type='error'><error type='modify'><not-acceptable "
+                          "xmlns='urn:ietf:params:xml:ns:xmpp-stanzas'/><text>File too large</text>"
+                          "<file-too-large xmlns='urn:xmpp:http:upload:0'/></error></iq>")),
+            "not-acceptable file-too-large: File too large");
+  EXPECT_EQ(QuorXmppStanza::formValue(
+                *stanzaOf("<iq type='result'><query><x xmlns='jabber:x:data'><field "
+                          "var='FORM_TYPE'><value>other</value></field><field "
+                          "var='max-file-size'><value>1</value></field></x><x "
+                          "xmlns='jabber:x:data'><field var='FORM_TYPE'><value>urn:xmpp:http:"
+                          "upload:0</value></field><field var='max-file-size'><value>5</value>"
+                          "</field></x></query></iq>"),
+                QuorXmppStanza::kUploadNamespace, "max-file-size"),
+            "5");
 }
 
 TEST(SaslClient, ScramSha1AgreesWithTheStandardsExample) {

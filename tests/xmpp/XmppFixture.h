@@ -220,10 +220,13 @@ class XmppOnEachServer : public XmppFixture,
     QuorPrivateServer::Options options;
     options.software = GetParam();
     options.accounts = {{"alice", "alice-pw"}, {deskLocalPart(), "desk-pw"}};
+    configure(options);
     std::string error;
     server = QuorPrivateServer::start(options, &error);
     ASSERT_TRUE(server) << error;
   }
+  // A suite's own server options.
+  virtual void configure(QuorPrivateServer::Options& /*options*/) {}
 
  public:
   static std::string nameOf(const ::testing::TestParamInfo<QuorPrivateServer::Software>& info) {

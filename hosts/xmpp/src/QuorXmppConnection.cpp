@@ -42,6 +42,11 @@ constexpr const char* kBindId = "quor-bind";
 constexpr const char* kSessionId = "quor-session";
 constexpr const char* kDiscoId = "quor-disco";
 constexpr const char* kCarbonsId = "quor-carbons";
+constexpr const char* kItemsId = "quor-items";
+constexpr const char* kSlotPrefix = "quor-slot-";
+constexpr const char* kServiceInfoPrefix = "quor-service-";
+// The server's services looked at for an upload service: a server lists a handful.
+constexpr std::size_t kServicesProbed = 16;
 constexpr const char* kPingId = "quor-ping";
 constexpr const char* kPushEnableIdPrefix = "quor-push-";
 constexpr const char* kBarrierIdPrefix = "quor-barrier-";
@@ -211,6 +216,8 @@ class QuorXmppConnection::Network : private QuorXmlStream::Handler {
   std::vector<std::pair<std::string, int64_t>> afterBarrier_;
   std::deque<QuorXmppPayload> heldPayloads_;
   std::string barrierId_;
+  // The server's services asked for their features this login, by the query's number.
+  std::vector<std::string> services_;
   uint64_t barriers_ = 0;
   // The largest message to write: the option's, or less when the server announces less.
   std::size_t sendLimit_ = 0;
@@ -275,6 +282,7 @@ void QuorXmppConnection::stop(bool leaveAccount) {
   for (auto& outgoing : left) {
     if (outgoing.outcome) outgoing.outcome(QuorXmppErrorStopped, 0);
   }
+  failSlotWaits("stopped");
   // Stopped: start() may connect again.
   std::lock_guard<std::mutex> lock(mutex_);
   thread_ = std::thread();
@@ -322,6 +330,34 @@ void QuorXmppConnection::queryArchive(const std::string& after) {
 
 void QuorXmppConnection::sendReadMarker(const std::string& peer, const std::string& stanzaId) {
   sendRaw(QuorXmppStanza::displayedMarker(peer, stanzaId)->toXml());
+}
+
+QuorXmppConnection::UploadService QuorXmppConnection::uploadService() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return upload_;
+}
+
+void QuorXmppConnection::requestUploadSlot(const std::string& name, uint64_t size,
+                                           const std::string& type, SlotDone done) {
+  const UploadService service = uploadService();
+  if (service.jid.empty()) return done({}, "the server offers no upload service");
+  if (status() != QuorXmppConnectionStatus::Connected) return done({}, "not online");
+  const std::string id = kSlotPrefix + QuorXmppStanza::uniqueId();
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (stopping_) return done({}, "stopped");
+    slotWaits_.emplace(id, std::move(done));
+  }
+  sendRaw(QuorXmppStanza::uploadSlotRequest(service.jid, id, name, size, type)->toXml());
+}
+
+void QuorXmppConnection::failSlotWaits(const std::string& reason) {
+  std::map<std::string, SlotDone> waiting;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    waiting.swap(slotWaits_);
+  }
+  for (auto& entry : waiting) entry.second({}, reason);
 }
 
 void QuorXmppConnection::sendChatState(const std::string& peer, bool typing) {
@@ -576,6 +612,7 @@ void QuorXmppConnection::Network::lose(std::string why, QuorXmppConnectionStatus
   const bool wasOnline = phase_ == Phase::Online && !suspended();
   closeSocket();
   owner_.events_.onLog(wasOnline ? 3 : 4, "xmpp", "connection lost: " + why);
+  owner_.failSlotWaits("connection lost");  // the server answers no request of that link
   nextAttempt_ = Clock::now() + backoff_;
   backoff_ = std::min(backoff_ * 2, options_.reconnectLongest);
   // What the server acknowledged it has: without the answer to the ping, it succeeds as
@@ -1116,6 +1153,21 @@ void QuorXmppConnection::Network::onIq(const QuorXmlElement& iq) {
     writeStanza(answer.toXml());
     return;
   }
+  if (id.rfind(kSlotPrefix, 0) == 0) {
+    SlotDone done;
+    {
+      std::lock_guard<std::mutex> lock(owner_.mutex_);
+      const auto waiting = owner_.slotWaits_.find(id);
+      if (waiting == owner_.slotWaits_.end()) return;
+      done = std::move(waiting->second);
+      owner_.slotWaits_.erase(waiting);
+    }
+    QuorXmppUploadSlot slot;
+    if (type == "result" && QuorXmppStanza::readUploadSlot(iq, &slot)) return done(slot, "");
+    const std::string reason = QuorXmppStanza::errorReason(iq);
+    done({}, reason.empty() ? "the upload service gave no slot" : reason);
+    return;
+  }
   if (!barrierId_.empty() && id == barrierId_) {
     passBarrier();
   } else if (!pushEnableId_.empty() && id == pushEnableId_ && isFromServerOrSelf(iq)) {
@@ -1176,6 +1228,26 @@ void QuorXmppConnection::Network::onIq(const QuorXmlElement& iq) {
                                  "stamped with this machine's clock");
     }
     goOnline();
+    // Its services, for the one that takes uploads.
+    writeStanza(QuorXmppStanza::discoItemsQuery(owner_.domain_, kItemsId)->toXml());
+  } else if (id == kItemsId && type == "result" && isFromServerOrSelf(iq)) {
+    services_ = QuorXmppStanza::discoItems(iq, kServicesProbed);
+    for (std::size_t i = 0; i < services_.size(); ++i) {
+      writeStanza(
+          QuorXmppStanza::discoInfoQuery(services_[i], kServiceInfoPrefix + std::to_string(i))
+              ->toXml());
+    }
+  } else if (id.rfind(kServiceInfoPrefix, 0) == 0 && type == "result" &&
+             std::find(services_.begin(), services_.end(), iq.attribute("from")) !=
+                 services_.end() &&
+             QuorXmppStanza::hasFeature(iq, QuorXmppStanza::kUploadNamespace)) {
+    UploadService found;
+    found.jid = QuorXmppStanza::bareJid(iq.attribute("from"));
+    const std::string limit =
+        QuorXmppStanza::formValue(iq, QuorXmppStanza::kUploadNamespace, "max-file-size");
+    found.maxBytes = std::strtoull(limit.c_str(), nullptr, 10);
+    std::lock_guard<std::mutex> lock(owner_.mutex_);
+    owner_.upload_ = std::move(found);
   }
 }
 

@@ -314,6 +314,94 @@ bool QuorXmppStanza::hasFeature(const QuorXmlElement& result, const std::string&
   return false;
 }
 
+std::unique_ptr<QuorXmlElement> QuorXmppStanza::discoItemsQuery(const std::string& to,
+                                                                const std::string& id) {
+  auto iq = std::make_unique<QuorXmlElement>("iq");
+  iq->set("type", "get").set("to", to).set("id", id);
+  iq->add("query", "http://jabber.org/protocol/disco#items");
+  return iq;
+}
+
+std::vector<std::string> QuorXmppStanza::discoItems(const QuorXmlElement& result,
+                                                    std::size_t most) {
+  std::vector<std::string> items;
+  const QuorXmlElement* query = result.child("query");
+  if (!query) return items;
+  for (const auto& child : query->children()) {
+    if (items.size() >= most) break;
+    if (child->localName() == "item" && !child->attribute("jid").empty())
+      items.push_back(child->attribute("jid"));
+  }
+  return items;
+}
+
+std::string QuorXmppStanza::formValue(const QuorXmlElement& result, const std::string& formType,
+                                      const std::string& var) {
+  const QuorXmlElement* query = result.child("query");
+  if (!query) return "";
+  for (const auto& form : query->children()) {
+    if (form->localName() != "x" || form->attribute("xmlns") != "jabber:x:data") continue;
+    std::string type, value;
+    for (const auto& field : form->children()) {
+      if (field->localName() != "field") continue;
+      const QuorXmlElement* given = field->child("value");
+      if (!given) continue;
+      if (field->attribute("var") == "FORM_TYPE") type = given->text();
+      if (field->attribute("var") == var) value = given->text();
+    }
+    if (type == formType) return value;
+  }
+  return "";
+}
+
+std::unique_ptr<QuorXmlElement> QuorXmppStanza::uploadSlotRequest(const std::string& service,
+                                                                  const std::string& id,
+                                                                  const std::string& name,
+                                                                  uint64_t size,
+                                                                  const std::string& type) {
+  auto iq = std::make_unique<QuorXmlElement>("iq");
+  iq->set("type", "get").set("to", service).set("id", id);
+  auto& request = iq->add("request", kUploadNamespace);
+  request.set("filename", name).set("size", std::to_string(size));
+  if (!type.empty()) request.set("content-type", type);
+  return iq;
+}
+
+bool QuorXmppStanza::readUploadSlot(const QuorXmlElement& result, QuorXmppUploadSlot* slot) {
+  const QuorXmlElement* given = result.child("slot", kUploadNamespace);
+  const QuorXmlElement* put = given ? given->child("put") : nullptr;
+  const QuorXmlElement* get = given ? given->child("get") : nullptr;
+  if (!put || !get || put->attribute("url").empty() || get->attribute("url").empty()) return false;
+  slot->putUrl = put->attribute("url");
+  slot->getUrl = get->attribute("url");
+  slot->headers.clear();
+  for (const auto& header : put->children()) {
+    // Only the headers the protocol allows on the PUT; no line breaks into the request.
+    const std::string& name = header->attribute("name");
+    const bool allowed = name == "Authorization" || name == "Cookie" || name == "Expires";
+    if (header->localName() == "header" && allowed &&
+        header->text().find_first_of("\r\n") == std::string::npos) {
+      slot->headers.emplace_back(name, header->text());
+    }
+  }
+  return true;
+}
+
+std::string QuorXmppStanza::errorReason(const QuorXmlElement& stanza) {
+  const QuorXmlElement* error = stanza.child("error");
+  if (!error) return "";
+  // The defined condition, then an application's own ("not-acceptable file-too-large").
+  std::string condition, text;
+  for (const auto& child : error->children()) {
+    if (child->localName() == "text") {
+      text = child->text();
+    } else {
+      condition += (condition.empty() ? "" : " ") + child->localName();
+    }
+  }
+  return text.empty() ? condition : condition + ": " + text;
+}
+
 int64_t QuorXmppStanza::parseDateTime(const std::string& text) {
   std::tm parts{};
   int year, month, day, hour, minute, second, consumed = 0;

@@ -5,11 +5,13 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "QuorXmlElement.h"
 
 #include "QuorXmppHost/QuorXmppOptions.h"
 #include "QuorXmppHost/QuorXmppPayload.h"
+#include "QuorXmppHost/QuorXmppUploadSlot.h"
 
 namespace quor {
 
@@ -21,6 +23,7 @@ class QuorXmppStanza {
   static constexpr const char* kChatMarkersNamespace = "urn:xmpp:chat-markers:0";
   static constexpr const char* kChatStatesNamespace = "http://jabber.org/protocol/chatstates";
   static constexpr const char* kHintsNamespace = "urn:xmpp:hints";
+  static constexpr const char* kUploadNamespace = "urn:xmpp:http:upload:0";
 
   static std::string bareJid(const std::string& jid);
   static std::string domainOf(const std::string& jid);
@@ -84,6 +87,26 @@ class QuorXmppStanza {
   static std::unique_ptr<QuorXmlElement> discoInfoQuery(const std::string& to,
                                                         const std::string& id);
   static bool hasFeature(const QuorXmlElement& discoResult, const std::string& feature);
+  // <iq type='get' to=TO id=ID><query xmlns='...disco#items'/></iq>, and the item JIDs of its
+  // result (at most `most`).
+  static std::unique_ptr<QuorXmlElement> discoItemsQuery(const std::string& to,
+                                                         const std::string& id);
+  static std::vector<std::string> discoItems(const QuorXmlElement& result, std::size_t most);
+  // The value of the field `var` in a disco#info result's extended form of type `formType`
+  // (XEP-0128); "" when none.
+  static std::string formValue(const QuorXmlElement& discoResult, const std::string& formType,
+                               const std::string& var);
+  // <iq type='get' to=SERVICE id=ID><request xmlns='urn:xmpp:http:upload:0' filename=NAME
+  // size=SIZE content-type=TYPE/></iq>: a slot for one file (XEP-0363).
+  static std::unique_ptr<QuorXmlElement> uploadSlotRequest(const std::string& service,
+                                                           const std::string& id,
+                                                           const std::string& name, uint64_t size,
+                                                           const std::string& type);
+  // The slot of a result: false when it names no PUT and GET URL. An error's reason: its
+  // conditions' names and text ("not-acceptable file-too-large: File too large"), "" when
+  // none.
+  static bool readUploadSlot(const QuorXmlElement& result, QuorXmppUploadSlot* slot);
+  static std::string errorReason(const QuorXmlElement& stanza);
 
   // An XEP-0082 date-time ("2026-11-23T05:29:30Z", with optional fraction and offset) in ms
   // since the epoch; 0 when it is not one.

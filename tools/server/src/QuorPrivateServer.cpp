@@ -167,6 +167,7 @@ std::unique_ptr<QuorPrivateServer> QuorPrivateServer::start(Options options, std
   for (int attempt = 0; attempt < kPortAttempts; ++attempt) {
     server->port_ = freePort();
     if (server->options_.pushComponent) server->componentPort_ = freePort();
+    if (server->options_.fileShare) server->httpPort_ = freePort();
     if (server->launch(&reason)) return server;
   }
   if (error)
@@ -241,7 +242,11 @@ bool QuorPrivateServer::writeConfiguration(std::string* error) const {
          << "interfaces = { \"127.0.0.1\" }\n"
          << "c2s_ports = { " << port_ << " }\n"
          << "c2s_direct_tls_ports = { }\nlegacy_ssl_ports = { }\n"
-         << "s2s_ports = { }\nhttp_ports = { }\nhttps_ports = { }\n"
+         << "s2s_ports = { }\nhttps_ports = { }\n"
+         << "http_ports = { " << (options_.fileShare ? std::to_string(httpPort_) : "") << " }\n"
+         << "http_interfaces = { \"127.0.0.1\" }\n"
+         // Requests name 127.0.0.1, not upload.DOMAIN: they go to the upload service.
+         << "http_default_host = " << luaString(uploadDomain()) << "\n"
          << "modules_enabled = { \"roster\", \"saslauth\", \"disco\", \"ping\", \"offline\", "
             "\"smacks\", \"mam\", \"carbons\", \"csi_simple\", \"cloud_notify\""
          << (options_.tls ? ", \"tls\"" : "") << modules << " }\n"
@@ -264,6 +269,13 @@ bool QuorPrivateServer::writeConfiguration(std::string* error) const {
   if (options_.pushComponent) {
     config << "Component " << luaString(pushDomain()) << "\n"
            << "  component_secret = " << luaString(componentSecret_) << "\n";
+  }
+  if (options_.fileShare) {
+    // The URLs it hands out name the loopback address: upload.DOMAIN need not resolve.
+    config << "Component " << luaString(uploadDomain()) << " \"http_file_share\"\n"
+           << "  http_external_url = "
+           << luaString("http://127.0.0.1:" + std::to_string(httpPort_) + "/") << "\n"
+           << "  http_file_share_size_limit = " << options_.fileShareLimit << "\n";
   }
   if (!config.flush()) {
     if (error) *error = "cannot write the configuration";
@@ -293,6 +305,13 @@ bool QuorPrivateServer::writeEjabberdConfiguration(const std::string& directory,
            << "    hosts:\n      \"" << pushDomain() << "\":\n        password: \""
            << componentSecret_ << "\"\n";
   }
+  const bool fileShare = options_.fileShare && directory == directory_;
+  if (fileShare) {
+    config << "  - port: " << httpPort_ << "\n"
+           << "    ip: \"127.0.0.1\"\n"
+           << "    module: ejabberd_http\n"
+           << "    request_handlers:\n      /upload: mod_http_upload\n";
+  }
   config << "auth_method: internal\n"
          << "auth_password_format: scram\n"
          << "acl:\n  local:\n    user_regexp: \"\"\n"
@@ -303,6 +322,12 @@ bool QuorPrivateServer::writeEjabberdConfiguration(const std::string& directory,
          << "  mod_roster: {}\n  mod_mam:\n    default: always\n"
          << "  mod_carboncopy: {}\n  mod_client_state: {}\n  mod_push:\n    include_sender: true\n"
          << "  mod_push_keepalive: {}\n";
+  if (fileShare) {
+    config << "  mod_http_upload:\n    host: \"" << uploadDomain() << "\"\n"
+           << "    put_url: \"http://127.0.0.1:" << httpPort_ << "/upload\"\n"
+           << "    docroot: \"" << directory << "/upload\"\n"
+           << "    max_size: " << options_.fileShareLimit << "\n";
+  }
   if (failed || !config.flush()) {
     if (error) *error = "cannot write the configuration";
     return false;

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -13,6 +14,7 @@
 
 #include "QuorXmppHost/QuorXmppOptions.h"
 #include "QuorXmppHost/QuorXmppPayload.h"
+#include "QuorXmppHost/QuorXmppUploadSlot.h"
 
 namespace quor {
 
@@ -120,6 +122,21 @@ class QuorXmppConnection {
   const std::string& resource() const { return resource_; }
   // Whether the server confirms sends (its stamping module is loaded); known once online.
   bool serverStamps() const { return serverStamps_.load(); }
+  // The server's HTTP upload service (XEP-0363), learned from its service discovery after each
+  // login: its JID ("" while none is known) and the largest file it takes, in bytes (0 when it
+  // names no limit).
+  struct UploadService {
+    std::string jid;
+    uint64_t maxBytes = 0;
+  };
+  UploadService uploadService() const;
+  // Asks the upload service for a slot for one file; `done` gets the slot, or the reason it has
+  // none ("" when it has one), once, on the network thread (or this one when there is no
+  // upload service, or the connection is not online): the service's refusal
+  // ("file-too-large: ..."), a lost link, a stop.
+  using SlotDone = std::function<void(const QuorXmppUploadSlot& slot, const std::string& error)>;
+  void requestUploadSlot(const std::string& name, uint64_t size, const std::string& type,
+                         SlotDone done);
 
  private:
   class Network;
@@ -149,7 +166,11 @@ class QuorXmppConnection {
   std::deque<Outgoing> outbox_;
   bool stopping_ = false;
   bool leaving_ = false;
-  QuorXmppPush push_;  // under mutex_
+  QuorXmppPush push_;                          // under mutex_
+  UploadService upload_;                       // under mutex_
+  std::map<std::string, SlotDone> slotWaits_;  // under mutex_: by the request's id
+  // Ends every slot request still waiting with `reason`.
+  void failSlotWaits(const std::string& reason);
   int wakeFd_ = -1;
   std::unique_ptr<Network> network_;
   std::thread thread_;

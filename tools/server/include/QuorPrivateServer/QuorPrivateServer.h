@@ -49,6 +49,11 @@ class QuorPrivateServer {
     // (Prosody's mod_cloud_notify, ejabberd's mod_push) sends it a notification for what
     // arrives for a sleeping device. On the first node of a cluster only.
     bool pushComponent = true;
+    // HTTP file upload (XEP-0363) at upload.DOMAIN, served over HTTP on a loopback port of its
+    // own: Prosody's mod_http_file_share, ejabberd's mod_http_upload; files up to
+    // fileShareLimit bytes. On the first node of a cluster only.
+    bool fileShare = false;
+    std::size_t fileShareLimit = 1024 * 1024;
     // The Prosody executable and the directory that holds mod_quor_cs_stamp.lua.
     std::string prosody = "prosody";
     std::string moduleDirectory;
@@ -72,6 +77,9 @@ class QuorPrivateServer {
   std::string pushDomain() const { return "push." + options_.domain; }
   int componentPort() const { return componentPort_; }
   const std::string& componentSecret() const { return componentSecret_; }
+  // The upload service's domain and its HTTP port (fileShare).
+  std::string uploadDomain() const { return "upload." + options_.domain; }
+  int httpPort() const { return httpPort_; }
   bool running() const { return server_ && server_->running(); }
   // The server process's id while it runs, else 0.
   pid_t pid() const { return server_ ? server_->pid() : 0; }
@@ -108,6 +116,7 @@ class QuorPrivateServer {
   std::string directory_;
   int port_ = 0;
   int componentPort_ = 0;
+  int httpPort_ = 0;
   std::string componentSecret_;
   std::size_t accountCount_ = 0;
   std::unique_ptr<QuorChildProcess> server_;
