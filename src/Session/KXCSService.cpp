@@ -506,6 +506,7 @@ KXCSServiceResult KXCSService::start(std::shared_ptr<KXCustomerServiceInfo> info
     // The app ended a start whose handshake is still on its way: its answer serves this one.
     adopt = core.handshakes.adoptEnded();
   }
+  core.typing.forget();  // what an earlier service's desk heard is over
   KXCSServiceStatus connecting;
   connecting.state = State::Connecting;
   core.move(connecting);
