@@ -75,7 +75,9 @@ TEST_P(XmppFiles, AFileGoesUpThroughASlotAndComesBackWholeAndTheLimitHolds) {
     lastSent = sent;
     total = of;
   };
+  ::testing::internal::CaptureStdout();
   EXPECT_EQ(QuorHttpUpload::put(slot, path, options), "");
+  EXPECT_EQ(::testing::internal::GetCapturedStdout(), "") << "the service's answer is the host's";
   EXPECT_EQ(total, 200u * 1000);
   EXPECT_EQ(lastSent, total);
 
