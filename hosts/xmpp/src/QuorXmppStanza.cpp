@@ -297,12 +297,22 @@ std::unique_ptr<QuorXmlElement> QuorXmppStanza::pushDisable(const std::string& i
   return iq;
 }
 
-std::unique_ptr<QuorXmlElement> QuorXmppStanza::discoInfoQuery(const std::string& to,
-                                                               const std::string& id) {
+namespace {
+
+// <iq type='get' to=TO id=ID><query xmlns=NAMESPACE/></iq>: a service discovery question.
+std::unique_ptr<QuorXmlElement> discoQuery(const std::string& to, const std::string& id,
+                                           const char* xmlns) {
   auto iq = std::make_unique<QuorXmlElement>("iq");
   iq->set("type", "get").set("to", to).set("id", id);
-  iq->add("query", "http://jabber.org/protocol/disco#info");
+  iq->add("query", xmlns);
   return iq;
+}
+
+}  // namespace
+
+std::unique_ptr<QuorXmlElement> QuorXmppStanza::discoInfoQuery(const std::string& to,
+                                                               const std::string& id) {
+  return discoQuery(to, id, "http://jabber.org/protocol/disco#info");
 }
 
 bool QuorXmppStanza::hasFeature(const QuorXmlElement& result, const std::string& feature) {
@@ -316,10 +326,7 @@ bool QuorXmppStanza::hasFeature(const QuorXmlElement& result, const std::string&
 
 std::unique_ptr<QuorXmlElement> QuorXmppStanza::discoItemsQuery(const std::string& to,
                                                                 const std::string& id) {
-  auto iq = std::make_unique<QuorXmlElement>("iq");
-  iq->set("type", "get").set("to", to).set("id", id);
-  iq->add("query", "http://jabber.org/protocol/disco#items");
-  return iq;
+  return discoQuery(to, id, "http://jabber.org/protocol/disco#items");
 }
 
 std::vector<std::string> QuorXmppStanza::discoItems(const QuorXmlElement& result,
