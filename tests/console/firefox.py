@@ -246,8 +246,12 @@ class FirefoxDriver:
             raise WebDriverException(details.get("text"))
         value = result["result"]
         if value["type"] == "array":
-            return [Element(self, item["sharedId"]) for item in value["value"]]
-        return value.get("value")
+            return [self._plain(item) for item in value["value"]]
+        return self._plain(value)
+
+    def _plain(self, value):
+        # A node comes back as an element; numbers, strings and booleans as themselves.
+        return Element(self, value["sharedId"]) if "sharedId" in value else value.get("value")
 
     def _first(self, found, value):
         if not found:
