@@ -1,5 +1,5 @@
 // A file's upload through the XMPP host's path (a slot from the server's upload service, then
-// QuorHttpUpload's PUT read from disk), on Prosody and ejabberd side by side: the throughput of
+// QuorHttpTransfer's PUT read from disk), on Prosody and ejabberd side by side: the throughput of
 // a 10 MB file against a plain libcurl PUT of the same bytes from memory to the same service in
 // the same run (budget: at least 80%), and the resident memory while a 100 MB file goes up
 // against the process's before it started (budget: within 2 MB).
@@ -19,7 +19,7 @@
 #include <thread>
 #include <vector>
 
-#include "QuorHttpUpload.h"
+#include "QuorHttpTransfer.h"
 #include "QuorPrivateServer/QuorPrivateServer.h"
 #include "QuorXmppHost/QuorXmppConnection.h"
 
@@ -125,9 +125,9 @@ bool measure(QuorPrivateServer::Software software, const char* name) {
   for (int round = 0; round < 5; ++round) {
     auto start = Clock::now();
     const auto slot = slotFor(connection, bytes.size());
-    QuorHttpUpload::Options put;
+    QuorHttpTransfer::Options put;
     put.contentType = "application/octet-stream";
-    if (!QuorHttpUpload::put(slot, ten, put).empty()) return false;
+    if (!QuorHttpTransfer::put(slot, ten, put).empty()) return false;
     host.push_back(std::chrono::duration<double>(Clock::now() - start).count());
     const auto plainSlot = slotFor(connection, bytes.size());
     start = Clock::now();
@@ -154,8 +154,8 @@ bool measure(QuorPrivateServer::Software software, const char* name) {
       std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
   });
-  QuorHttpUpload::Options put;
-  const std::string result = QuorHttpUpload::put(slot, hundred, put);
+  QuorHttpTransfer::Options put;
+  const std::string result = QuorHttpTransfer::put(slot, hundred, put);
   done = true;
   sampler.join();
   std::filesystem::remove(hundred);

@@ -2,6 +2,8 @@
 // paths, against the desk simulator on the loopback host.
 #include <gmock/gmock.h>
 
+#include <filesystem>
+#include <fstream>
 #include <map>
 #include <thread>
 
@@ -38,7 +40,20 @@ class Recorder : public KXCSServiceObserver {
   }
   // Lines as "3 Robot: text", deliveries as "3 Sent", unread counts as "unread 2".
   void onMessage(const KXCSConversationMessage& m) override {
-    lines.push_back(std::to_string(m.sequence) + " " + toString(m.author) + ": " + m.text);
+    lines.push_back(std::to_string(m.sequence) + " " + toString(m.author) + ": " + m.text +
+                    (m.file
+                         ? "file " + m.file->name + " " + m.file->mimeType + " " +
+                               std::to_string(m.file->width) + "x" + std::to_string(m.file->height)
+                         : ""));
+  }
+  // Only a transfer's end: how often progress comes is the library's to thin out.
+  void onFileProgress(uint64_t sequence, uint64_t done, uint64_t total) override {
+    if (done == total) lines.push_back(std::to_string(sequence) + " moved " + std::to_string(done));
+  }
+  void onFileDownloaded(uint64_t sequence, const KXCSFile& file, int64_t code) override {
+    lines.push_back(std::to_string(sequence) + " downloaded " + file.mimeType + " " +
+                    std::to_string(code));
+    saved[sequence] = file.localPath;
   }
   void onMessageDelivery(const KXCSConversationMessage& m) override {
     lines.push_back(std::to_string(m.sequence) + " " + toString(m.delivery));
@@ -55,7 +70,8 @@ class Recorder : public KXCSServiceObserver {
   std::vector<std::string> takeLines() { return std::exchange(lines, {}); }
 
   std::vector<std::string> states, ratings, left, lines;
-  std::map<uint64_t, int64_t> idOf;  // a Sent line's host message id, by sequence
+  std::map<uint64_t, int64_t> idOf;       // a Sent line's host message id, by sequence
+  std::map<uint64_t, std::string> saved;  // a downloaded file's path, by sequence
   std::function<void(const KXCSServiceStatus&)> onChange;
 };
 
@@ -640,6 +656,114 @@ TEST_F(SessionApi, TypingAndReadTravelOnlyWhileTheServiceRuns) {
   host->settle();
   EXPECT_THAT(recorder->takeLines(), ElementsAre());
   EXPECT_EQ(told().size(), 2u);
+}
+
+// This process's own directory for the files of a test, emptied when the test ends.
+std::string filesDirectory() {
+  return ::testing::TempDir() + "/quor-cs-files-" + std::to_string(::getpid());
+}
+
+// A file of `bytes` in that directory.
+std::string fileWith(const std::string& name, const std::string& bytes) {
+  std::filesystem::create_directories(filesDirectory());
+  const std::string path = filesDirectory() + "/" + name;
+  std::ofstream(path, std::ios::binary | std::ios::trunc) << bytes;
+  return path;
+}
+
+// A PNG's signature and header (640 x 480), padded to `size` bytes.
+std::string pngOf(std::size_t size) {
+  std::string png("\x89PNG\r\n\x1a\n\0\0\0\x0dIHDR\0\0\x02\x80\0\0\x01\xe0", 24);
+  png.resize(size, 'x');
+  return png;
+}
+
+TEST_F(SessionApi, FilesGoUpWithProgressComeDownOnDemandAndRefusalsComeAtOnce) {
+  auto simulator = desk(R"({"evaluation": null})");
+  service = open(simulator->deskId());
+  recorder->takeLines();
+  struct Cleanup {
+    ~Cleanup() { std::filesystem::remove_all(filesDirectory()); }
+  } cleanup;
+  const std::string picture = fileWith("parcel.png", pngOf(200 * 1000));
+  EXPECT_EQ(service->sendFile({picture, "", ""}), Result::FilesNotOffered);
+  host->setMaxFileBytes(300 * 1000);
+  EXPECT_EQ(KXCSService::maxFileBytes(), 300u * 1000);
+
+  const struct {
+    KXCSFileToSend file;
+    Result result;
+  } refused[] = {
+      {{"", "", ""}, Result::FileUnreadable},
+      {{filesDirectory(), "", ""}, Result::FileUnreadable},
+      {{fileWith("empty.png", ""), "", ""}, Result::FileUnreadable},
+      {{fileWith("huge.png", pngOf(300 * 1000 + 1)), "", ""}, Result::TooLarge},
+      {{picture, "", "image/svg+xml"}, Result::TypeNotAccepted},
+      {{fileWith("page.png", "<html><script>"), "", ""}, Result::TypeNotAccepted},
+      {{picture, "\xff.png", ""}, Result::InvalidText},
+  };
+  for (const auto& each : refused) {
+    SCOPED_TRACE(each.file.path + " " + each.file.mimeType);
+    EXPECT_EQ(service->sendFile(each.file), each.result);
+  }
+  host->settle();
+  EXPECT_THAT(recorder->takeLines(), ElementsAre()) << "nothing was sent";
+
+  // A picture: its type and pixel size from its bytes, its progress, one outcome; the host
+  // keeps its bytes.
+  ASSERT_EQ(service->sendFile({picture, "parcel.png", ""}), Result::Done);
+  host->settle();
+  EXPECT_THAT(recorder->takeLines(), ElementsAre("2 Customer: file parcel.png image/png 640x480",
+                                                 "2 moved 200000", "2 Sent"));
+  EXPECT_EQ(host->fileAt("loopback://files/1"), pngOf(200 * 1000));
+
+  // Cancelled while it waits: Failed, once; a retry uploads it again.
+  host->holdUploads(true);
+  ASSERT_EQ(service->sendFile({picture, "parcel.png", "image/png"}), Result::Done);
+  EXPECT_EQ(service->cancelFile(3), Result::Done);
+  EXPECT_EQ(service->cancelFile(99), Result::NoSuchFile);
+  host->holdUploads(false);
+  host->settle();
+  EXPECT_THAT(recorder->takeLines(),
+              ElementsAre("3 Customer: file parcel.png image/png 640x480", "3 Failed"));
+  EXPECT_EQ(service->retry(3), Result::Done);
+  host->settle();
+  EXPECT_THAT(recorder->takeLines(), ElementsAre("3 Sending", "3 moved 200000", "3 Sent"));
+
+  // The desk's files come as lines and are fetched only when asked, into the cache, under a
+  // safe name; a "picture" whose bytes are a page is not shown as a picture.
+  const std::string cache = filesDirectory() + "/cache";
+  host->setFileCacheDirectory(cache);
+  const auto deskFile = [&](const std::string& name, const std::string& type,
+                            const std::string& bytes) {
+    KXFileMessage file;
+    file.setName(name);
+    file.setMimeType(type);
+    file.setSize(bytes.size());
+    file.setUrl(host->keepFile(bytes));
+    QuorWireMessage message;
+    message.objectName = "KX:FileMsg";
+    message.targetId = simulator->deskId();
+    message.senderUserId = simulator->deskId();
+    message.body = file.encode();
+    host->receive(message);
+    host->settle();
+  };
+  deskFile("../../invoice.gif", "image/gif", std::string("GIF89a\x02\0\x03\0rest", 14));
+  deskFile("cat.png", "image/png", "<svg onload=alert(1)>");
+  EXPECT_THAT(recorder->takeLines(),
+              ElementsAre("4 Robot: file ../../invoice.gif image/gif 0x0", "unread 2",
+                          "5 Robot: file cat.png image/png 0x0", "unread 3"));
+  EXPECT_FALSE(std::filesystem::exists(cache));
+  EXPECT_EQ(service->downloadFile(2), Result::NoSuchFile);  // the customer's own
+  EXPECT_EQ(service->downloadFile(4), Result::Done);
+  EXPECT_EQ(service->downloadFile(5), Result::Done);
+  host->settle();
+  EXPECT_THAT(recorder->takeLines(),
+              ElementsAre("4 moved 14", "4 downloaded image/gif 0", "5 moved 21",
+                          "5 downloaded application/octet-stream 0"));
+  EXPECT_EQ(std::filesystem::path(recorder->saved[4]).parent_path(), cache);
+  EXPECT_NE(recorder->saved[4].find("invoice.gif"), std::string::npos);
 }
 
 }  // namespace

@@ -53,6 +53,7 @@ QUOR_CS_SAME(QUOR_CS_EMPTY_TEXT, KXCSServiceResult::EmptyText);
 QUOR_CS_SAME(QUOR_CS_INVALID_TEXT, KXCSServiceResult::InvalidText);
 QUOR_CS_SAME(QUOR_CS_TOO_LARGE, KXCSServiceResult::TooLarge);
 QUOR_CS_SAME(QUOR_CS_NOT_RETRYABLE, KXCSServiceResult::NotRetryable);
+QUOR_CS_SAME(QUOR_CS_NO_SUCH_FILE, KXCSServiceResult::NoSuchFile);
 
 // A status with the storage its C view points into.
 struct StatusView {

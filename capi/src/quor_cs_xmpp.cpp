@@ -20,6 +20,7 @@ QUOR_CS_SAME(QUOR_CS_XMPP_ERROR_NO_SUCH_RECIPIENT, quor::QuorXmppErrorNoSuchReci
 QUOR_CS_SAME(QUOR_CS_XMPP_ERROR_NOT_SENDABLE, quor::QuorXmppErrorNotSendable);
 QUOR_CS_SAME(QUOR_CS_XMPP_ERROR_STOPPED, quor::QuorXmppErrorStopped);
 QUOR_CS_SAME(QUOR_CS_XMPP_ERROR_TOO_LARGE, quor::QuorXmppErrorTooLarge);
+QUOR_CS_SAME(QUOR_CS_XMPP_ERROR_DOWNLOAD_FAILED, quor::QuorXmppErrorDownloadFailed);
 QUOR_CS_SAME(QUOR_CS_APP_FOREGROUND, quor::QuorAppState::Foreground);
 QUOR_CS_SAME(QUOR_CS_APP_BACKGROUND, quor::QuorAppState::Background);
 QUOR_CS_SAME(QUOR_CS_APP_SUSPENDED, quor::QuorAppState::Suspended);

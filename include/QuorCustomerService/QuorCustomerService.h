@@ -10,6 +10,7 @@
 #include "QuorCustomerService/Extension/KXCustomerServiceReceiveMessageDelegate.h"
 #include "QuorCustomerService/Extension/QuorCustomerServiceExtensionModule.h"
 #include "QuorCustomerService/Host/KXCoreClient.h"
+#include "QuorCustomerService/Host/KXFileMessage.h"
 #include "QuorCustomerService/Host/KXFwLog.h"
 #include "QuorCustomerService/Host/KXHostConstants.h"
 #include "QuorCustomerService/Host/KXInformationNotificationMessage.h"

@@ -76,6 +76,10 @@ typedef enum quor_cs_result {
   QUOR_CS_INVALID_TEXT = 13,      /* a text that is not UTF-8 */
   QUOR_CS_TOO_LARGE = 14,         /* send_text over the service's max_text_bytes once encoded */
   QUOR_CS_NOT_RETRYABLE = 15,     /* retry of a line that is not failed or unconfirmed */
+  QUOR_CS_FILES_NOT_OFFERED = 16, /* the host carries no files (or not now) */
+  QUOR_CS_FILE_UNREADABLE = 17,   /* not a readable, non-empty file */
+  QUOR_CS_TYPE_NOT_ACCEPTED = 18, /* a file type outside the accepted types */
+  QUOR_CS_NO_SUCH_FILE = 19,      /* no such file transfer on that line */
   QUOR_CS_ERROR_ARGUMENT = -1,    /* a required pointer is NULL, or a JSON text does not parse */
   QUOR_CS_ERROR_MEMORY = -2,      /* memory ran out */
   QUOR_CS_ERROR_INTERNAL = -3,    /* anything else; logged */
@@ -386,7 +390,10 @@ typedef enum quor_cs_xmpp_error {
   QUOR_CS_XMPP_ERROR_NO_SUCH_RECIPIENT = 31005, /* the recipient does not exist or cannot take it */
   QUOR_CS_XMPP_ERROR_NOT_SENDABLE = 31006,      /* no body, not XML text, no JID for the target */
   QUOR_CS_XMPP_ERROR_STOPPED = 31007,           /* the host was destroyed or logged out meanwhile */
-  QUOR_CS_XMPP_ERROR_TOO_LARGE = 31008          /* larger than the server takes: not written */
+  QUOR_CS_XMPP_ERROR_TOO_LARGE = 31008,         /* larger than the server takes: not written */
+  QUOR_CS_XMPP_ERROR_UPLOAD_FAILED = 31009,  /* a file not sent: no upload service, a failed PUT */
+  QUOR_CS_XMPP_ERROR_CANCELLED = 31010,      /* a file's transfer was cancelled */
+  QUOR_CS_XMPP_ERROR_DOWNLOAD_FAILED = 31011 /* a received file could not be fetched */
 } quor_cs_xmpp_error;
 /* Where the app stands in its platform's life cycle (docs/push.md). */
 typedef enum quor_cs_app_state {

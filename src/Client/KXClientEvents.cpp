@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "QuorCustomerService/Host/KXFileMessage.h"
 #include "QuorCustomerService/Host/KXHostConstants.h"
 #include "QuorCustomerService/Host/KXInformationNotificationMessage.h"
 #include "QuorCustomerService/Host/KXTextMessage.h"
@@ -44,6 +45,7 @@ void KXClientEvents::conversationMessage(const std::shared_ptr<KXMessage>& messa
   if (!message || message->conversationType() != KXConversationTypeCustomerService) return;
   const auto* content = message->content().get();
   if (!dynamic_cast<const KXTextMessage*>(content) &&
+      !dynamic_cast<const KXFileMessage*>(content) &&
       !dynamic_cast<const KXInformationNotificationMessage*>(content) &&
       !dynamic_cast<const KXCSPullLeaveMessage*>(content)) {
     return;

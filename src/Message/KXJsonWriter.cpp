@@ -26,4 +26,21 @@ void KXJsonWriter::putIdentifiers(KXDictionary& object, const KXCSServiceIdentif
   putString(object, "pid", ids.pid);
 }
 
+void KXJsonWriter::putSender(KXDictionary& object, const std::shared_ptr<KXUserInfo>& sender) {
+  if (!sender) return;
+  KXDictionary user = KXDictionary::object();
+  putString(user, "id", sender->userId());
+  putString(user, "name", sender->name());
+  putString(user, "portrait", sender->portraitUri());
+  object["user"] = std::move(user);
+}
+
+std::shared_ptr<KXUserInfo> KXJsonWriter::readSender(const KXDictionary& object) {
+  const KXDictionary* user = KXJsonReader::object(KXJsonReader::find(&object, "user"));
+  if (!user) return nullptr;
+  return std::make_shared<KXUserInfo>(KXJsonReader::string(*user, "id"),
+                                      KXJsonReader::string(*user, "name"),
+                                      KXJsonReader::string(*user, "portrait"));
+}
+
 }  // namespace quor

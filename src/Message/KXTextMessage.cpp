@@ -19,13 +19,7 @@ std::shared_ptr<KXTextMessage> KXTextMessage::messageWithContent(KXString conten
 KXData KXTextMessage::encode() {
   KXDictionary body = KXDictionary::object();
   KXJsonWriter::putString(body, "content", content_);
-  if (const auto& sender = senderUserInfo()) {
-    KXDictionary user = KXDictionary::object();
-    KXJsonWriter::putString(user, "id", sender->userId());
-    KXJsonWriter::putString(user, "name", sender->name());
-    KXJsonWriter::putString(user, "portrait", sender->portraitUri());
-    body["user"] = std::move(user);
-  }
+  KXJsonWriter::putSender(body, senderUserInfo());
   return KXJsonWriter::write(body);
 }
 
@@ -33,11 +27,7 @@ void KXTextMessage::decodeWithData(const KXData& data) {
   if (!data) return;
   if (const auto body = KXJsonReader::parseObject(*data)) {
     content_ = KXJsonReader::string(*body, "content");
-    if (const KXDictionary* user = KXJsonReader::object(KXJsonReader::find(&*body, "user"))) {
-      setSenderUserInfo(std::make_shared<KXUserInfo>(KXJsonReader::string(*user, "id"),
-                                                     KXJsonReader::string(*user, "name"),
-                                                     KXJsonReader::string(*user, "portrait")));
-    }
+    if (auto sender = KXJsonWriter::readSender(*body)) setSenderUserInfo(std::move(sender));
   }
 }
 

@@ -1,8 +1,10 @@
 #include "Session/KXCSConversation.h"
 
+#include "QuorCustomerService/Host/KXFileMessage.h"
 #include "QuorCustomerService/Host/KXInformationNotificationMessage.h"
 #include "QuorCustomerService/Host/KXTextMessage.h"
 #include "QuorCustomerService/Message/KXCSPullLeaveMessage.h"
+#include "Session/KXCSFileLines.h"
 
 namespace quor {
 
@@ -13,6 +15,8 @@ KXCSConversationMessage KXCSConversation::received(const KXMessage& message, boo
   const KXMessageContent* content = message.content().get();
   if (const auto* text = dynamic_cast<const KXTextMessage*>(content)) {
     line.text = text->content().value_or("");
+  } else if (const auto* file = dynamic_cast<const KXFileMessage*>(content)) {
+    line.file = KXCSFileLines::lineFile(*file);
   } else if (const auto* notice = dynamic_cast<const KXInformationNotificationMessage*>(content)) {
     line.author = KXCSMessageAuthor::Notice;
     line.text = notice->message().value_or("");

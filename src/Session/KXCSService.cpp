@@ -11,6 +11,8 @@
 #include "QuorCustomerService/Host/KXTextMessage.h"
 #include "QuorCustomerService/KXCustomerServiceClient.h"
 #include "Session/KXCSConversation.h"
+#include "Session/KXCSFileLines.h"
+#include "Session/KXCSFileType.h"
 #include "Session/KXCSHandshakes.h"
 #include "Session/KXCSLeaveMessageForm.h"
 #include "Session/KXCSSentLines.h"
@@ -337,6 +339,9 @@ class KXCSService::Core : public std::enable_shared_from_this<Core>,
     if (!running(now)) return;
     deskTypingChanged(false);  // the desk's line ends its typing
     const KXCSConversationMessage line = conversation.received(message, now == State::Agent);
+    if (line.file)
+      files.received(line.sequence,
+                     std::dynamic_pointer_cast<const KXFileMessage>(message.content()));
     const uint64_t unread = conversation.unread();
     tell([line, unread](KXCSServiceObserver& w) {
       w.onMessage(line);
@@ -358,6 +363,35 @@ class KXCSService::Core : public std::enable_shared_from_this<Core>,
     return {outcome.once([report](int64_t messageId) { report(true, messageId, messageId); }),
             outcome.once(
                 [report](int64_t code, int64_t messageId) { report(false, code, messageId); })};
+  }
+
+  // The progress of line `sequence`'s transfer, thinned out, to the observer.
+  KXCoreClient::ProgressBlock progressOf(uint64_t sequence) {
+    return [weak = weak_from_this(), sequence](uint64_t done, uint64_t total) {
+      auto core = weak.lock();
+      if (!core || !core->files.progressed(sequence, done, total)) return;
+      core->tell([=](KXCSServiceObserver& w) { w.onFileProgress(sequence, done, total); });
+    };
+  }
+
+  // Uploads and sends the customer's file line `sequence` as attempt `attempt`.
+  void upload(uint64_t sequence, uint64_t attempt, std::shared_ptr<KXFileMessage> content) {
+    auto cancel = files.begin(sequence);
+    if (!cancel) cancel = std::make_shared<std::atomic<bool>>(false);
+    auto [success, error] = outcomeOf(sequence, attempt);
+    const auto ended = [weak = weak_from_this(), sequence] {
+      if (auto core = weak.lock()) core->files.end(sequence);
+    };
+    KXHost::sendFile(
+        deskId, std::move(content), std::move(cancel), progressOf(sequence),
+        [success = std::move(success), ended](int64_t messageId) {
+          ended();
+          success(messageId);
+        },
+        [error = std::move(error), ended](int64_t code, int64_t messageId) {
+          ended();
+          error(code, messageId);
+        });
   }
 
   // The desk typing or stopped, on the main thread: told while the service runs, once a change.
@@ -461,6 +495,7 @@ class KXCSService::Core : public std::enable_shared_from_this<Core>,
   KXCSConversation conversation;
   KXCSUnsettledLines unsettled;
   KXCSSentLines sentLines;  // main thread
+  KXCSFileLines files;
   KXCSTyping typing;        // main thread
   bool deskTyping = false;  // under mutex
   std::atomic<std::size_t> maxTextBytes{KXCSService::kDefaultMaxTextBytes};
@@ -707,6 +742,10 @@ KXCSServiceResult KXCSService::retry(uint64_t sequence) {
   auto [success, error] = core_->outcomeOf(sequence, attempt);
   if (before.messageId != 0 && KXHost::resend(before.messageId, success, error))
     return Result::Done;
+  if (before.delivery == KXCSDelivery::Failed && before.file) {
+    core_->upload(sequence, attempt, KXCSFileLines::contentOf(*before.file));
+    return Result::Done;
+  }
   if (before.delivery == KXCSDelivery::Failed) {
     // The host cannot send it under its id; it never arrived, so a new copy is no second one.
     KXHost::send(core_->deskId, KXTextMessage::messageWithContent(before.text), std::move(success),
@@ -717,6 +756,61 @@ KXCSServiceResult KXCSService::retry(uint64_t sequence) {
   core_->tell([before](KXCSServiceObserver& w) { w.onMessageDelivery(before); });
   return Result::NotRetryable;
 }
+
+KXCSServiceResult KXCSService::sendFile(const KXCSFileToSend& file) {
+  const State now = core_->snapshot().state;
+  if (!running(now) || now == State::Connecting) return Result::NotConnected;
+  if (!KXCoreClient::sharedCoreClient()) return Result::NotConnected;
+  std::shared_ptr<KXFileMessage> content;
+  const Result checked = core_->files.prepare(file, KXHost::maxFileBytes(), &content);
+  if (checked != Result::Done) return checked;
+  KXCSConversationMessage line = core_->conversation.sending("");
+  line.file = KXCSFileLines::lineFile(*content);
+  core_->unsettled.add(line);
+  core_->tell([line](KXCSServiceObserver& w) { w.onMessage(line); });
+  core_->upload(line.sequence, 0, std::move(content));
+  core_->typing.forget();
+  return Result::Done;
+}
+
+KXCSServiceResult KXCSService::cancelFile(uint64_t sequence) {
+  return core_->files.cancel(sequence) ? Result::Done : Result::NoSuchFile;
+}
+
+KXCSServiceResult KXCSService::downloadFile(uint64_t sequence) {
+  auto content = core_->files.receivedFile(sequence);
+  if (!content) return Result::NoSuchFile;
+  auto cancel = core_->files.begin(sequence);
+  if (!cancel) return Result::Done;  // already on its way
+  const KXSendOutcome outcome;
+  auto done = [weak = std::weak_ptr<Core>(core_), sequence, content](const std::string& path,
+                                                                     int64_t code) {
+    KXCSFile file = KXCSFileLines::lineFile(*content);
+    if (code == 0 && path.empty()) code = -1;
+    if (code == 0) {
+      // Read on the host's thread: at most the file's first 64 KiB.
+      file.mimeType = KXCSFileType::trusted(file.mimeType, KXCSFileType::sniff(path));
+      file.localPath = path;
+    }
+    auto core = weak.lock();
+    if (!core) return;
+    core->files.end(sequence);
+    core->tell([sequence, file, code](KXCSServiceObserver& w) {
+      w.onFileDownloaded(sequence, file, code);
+    });
+  };
+  KXHost::download(std::move(content), std::move(cancel), core_->progressOf(sequence),
+                   outcome.once(std::move(done)));
+  return Result::Done;
+}
+
+void KXCSService::setAcceptedFileTypes(std::vector<std::string> types) {
+  core_->files.setAccepted(std::move(types));
+}
+
+std::vector<std::string> KXCSService::acceptedFileTypes() const { return core_->files.accepted(); }
+
+uint64_t KXCSService::maxFileBytes() { return KXHost::maxFileBytes(); }
 
 std::size_t KXCSService::maxTextBytes() const { return core_->maxTextBytes.load(); }
 

@@ -87,6 +87,14 @@ const char* KXCSService::resultName(KXCSServiceResult result) {
       return "TooLarge";
     case enum_t::NotRetryable:
       return "NotRetryable";
+    case enum_t::FilesNotOffered:
+      return "FilesNotOffered";
+    case enum_t::FileUnreadable:
+      return "FileUnreadable";
+    case enum_t::TypeNotAccepted:
+      return "TypeNotAccepted";
+    case enum_t::NoSuchFile:
+      return "NoSuchFile";
   }
   return "?";  // a value outside the enum (a cast from a number)
 }

@@ -12,5 +12,7 @@ void KXCSServiceObserver::onMessage(const KXCSConversationMessage&) {}
 void KXCSServiceObserver::onMessageDelivery(const KXCSConversationMessage&) {}
 void KXCSServiceObserver::onUnreadCountChanged(uint64_t) {}
 void KXCSServiceObserver::onDeskTyping(bool) {}
+void KXCSServiceObserver::onFileProgress(uint64_t, uint64_t, uint64_t) {}
+void KXCSServiceObserver::onFileDownloaded(uint64_t, const KXCSFile&, int64_t) {}
 
 }  // namespace quor

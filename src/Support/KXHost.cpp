@@ -1,5 +1,6 @@
 #include "Support/KXHost.h"
 
+#include "QuorCustomerService/Host/KXFileMessage.h"
 #include "QuorCustomerService/Host/KXHostConstants.h"
 #include "QuorCustomerService/Host/KXLocalConfiguration.h"
 #include "Support/KXCallbackGuard.h"
@@ -58,6 +59,40 @@ void KXHost::sendTyping(const std::string& kefuId, bool typing) {
     core->sendTypingStatus(KXConversationTypeCustomerService, kefuId, typing);
     return true;
   });
+}
+
+uint64_t KXHost::maxFileBytes() {
+  auto core = KXCoreClient::sharedCoreClient();
+  if (!core) return 0;
+  return KXCallbackGuard::host(uint64_t{0}, [&] { return core->maxFileBytes(); });
+}
+
+void KXHost::sendFile(const std::string& kefuId, std::shared_ptr<KXFileMessage> content,
+                      std::shared_ptr<const std::atomic<bool>> cancel,
+                      KXCoreClient::ProgressBlock progress, KXCoreClient::SuccessBlock success,
+                      KXCoreClient::ErrorBlock error) {
+  auto core = KXCoreClient::sharedCoreClient();
+  const bool called =
+      core && KXCallbackGuard::host(false, [&] {
+        core->sendFileMessage(KXConversationTypeCustomerService, kefuId, std::move(content),
+                              std::move(cancel), std::move(progress), success, error);
+        return true;
+      });
+  // The closures are once-only (KXSendOutcome): a host that threw after calling one is not
+  // reported twice.
+  if (!called && error) error(-1, 0);
+}
+
+void KXHost::download(std::shared_ptr<const KXFileMessage> content,
+                      std::shared_ptr<const std::atomic<bool>> cancel,
+                      KXCoreClient::ProgressBlock progress, KXCoreClient::DownloadBlock done) {
+  auto core = KXCoreClient::sharedCoreClient();
+  const bool called =
+      core && KXCallbackGuard::host(false, [&] {
+        core->downloadFile(std::move(content), std::move(cancel), std::move(progress), done);
+        return true;
+      });
+  if (!called && done) done("", -1);
 }
 
 std::shared_ptr<KXMessage> KXHost::insertIncoming(const KXString& kefuId,

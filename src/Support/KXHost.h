@@ -28,6 +28,18 @@ class KXHost {
   static void markRead(const std::string& kefuId);
   // The host's sendTypingStatus() for the desk's conversation.
   static void sendTyping(const std::string& kefuId, bool typing);
+  // The host's maxFileBytes(); 0 without a host or when it threw.
+  static uint64_t maxFileBytes();
+  // The host's sendFileMessage() to the desk; a host that threw or is missing gets `error`
+  // called with -1, so the line never stays Sending.
+  static void sendFile(const std::string& kefuId, std::shared_ptr<KXFileMessage> content,
+                       std::shared_ptr<const std::atomic<bool>> cancel,
+                       KXCoreClient::ProgressBlock progress, KXCoreClient::SuccessBlock success,
+                       KXCoreClient::ErrorBlock error);
+  // The host's downloadFile(); `done` with -1 as above.
+  static void download(std::shared_ptr<const KXFileMessage> content,
+                       std::shared_ptr<const std::atomic<bool>> cancel,
+                       KXCoreClient::ProgressBlock progress, KXCoreClient::DownloadBlock done);
   // Stores a local message of the desk's conversation as received from the desk, read; returns
   // its record, or null.
   static std::shared_ptr<KXMessage> insertIncoming(const KXString& kefuId,

@@ -25,7 +25,7 @@ case "$wheel" in *manylinux*) ;; *) echo "auditwheel did not make a manylinux wh
 "$work/app/bin/pip" install -q --disable-pip-version-check --no-deps --no-index "$wheel"
 cd "$work"
 env -i "$work/app/bin/python" -c "import quor_cs, sys; assert quor_cs.__file__.startswith('$work/app/'), quor_cs.__file__"
-env -i PYTHONDONTWRITEBYTECODE=1 "$work/app/bin/python" -m pytest -q -p no:cacheprovider "$tests/test_journey.py"
+env -i PYTHONDONTWRITEBYTECODE=1 "$work/app/bin/python" -m pytest -q -p no:cacheprovider --basetemp="$work/pytest" "$tests/test_journey.py"
 
 after=$(cd "$source" && find . -newer "$work" -print | sort)
 if [ "$before" != "$after" ]; then

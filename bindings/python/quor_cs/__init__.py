@@ -66,6 +66,10 @@ class Result(_CEnum):
     INVALID_TEXT = 13  # a text with no UTF-8 form (a lone surrogate)
     TOO_LARGE = 14  # send_text over max_text_bytes once encoded
     NOT_RETRYABLE = 15  # retry() of a line that is not FAILED or UNCONFIRMED
+    FILES_NOT_OFFERED = 16  # the host carries no files (or not now)
+    FILE_UNREADABLE = 17  # not a readable, non-empty file
+    TYPE_NOT_ACCEPTED = 18  # a file type outside the accepted types
+    NO_SUCH_FILE = 19  # no such file transfer on that line
 
 
 class State(_CEnum):
@@ -145,6 +149,9 @@ class XmppError(_CEnum):
     NOT_SENDABLE = 31006  # it could not be written
     STOPPED = 31007  # the host was closed or logged out while it waited
     TOO_LARGE = 31008  # larger than the server takes: never written
+    UPLOAD_FAILED = 31009  # a file was not sent: no upload service, a refused slot, a failed PUT
+    CANCELLED = 31010  # the file's transfer was cancelled (or the host stopped during it)
+    DOWNLOAD_FAILED = 31011  # a received file could not be fetched; nothing left in the cache
 
 
 class Refused(Exception):

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 
+#include "QuorCustomerService/Host/KXFileMessage.h"
 #include "QuorCustomerService/Host/KXHostConstants.h"
 #include "QuorCustomerService/Host/KXInformationNotificationMessage.h"
 #include "QuorCustomerService/Host/KXTextMessage.h"
@@ -194,6 +195,7 @@ void QuorHostBase::writeEntry(const QuorLogEntry& entry) {
 
 void QuorHostBase::registerHostTypes() {
   QuorHostBase::registerMessageType(KXMessageContentType::of<KXTextMessage>());
+  QuorHostBase::registerMessageType(KXMessageContentType::of<KXFileMessage>());
   QuorHostBase::registerMessageType(KXMessageContentType::of<KXInformationNotificationMessage>());
 }
 

@@ -1,8 +1,10 @@
 #include "QuorXmppHost/QuorXmppHost.h"
 
 #include <chrono>
+#include <filesystem>
 
 #include "QuorCustomerService/Host/KXHostConstants.h"
+#include "QuorHttpTransfer.h"
 #include "QuorServiceRecord.h"
 #include "QuorXmppHost/QuorDeskJid.h"
 #include "QuorXmppHost/QuorXmppErrors.h"
@@ -10,6 +12,19 @@
 
 namespace quor {
 namespace {
+
+// One transfer's options on the files thread: the link's certificate rule, and an end when the
+// app cancels or the host stops.
+QuorHttpTransfer::Options transferOptions(const QuorXmppOptions& link,
+                                          const std::atomic<bool>& stopping,
+                                          std::shared_ptr<const std::atomic<bool>> cancel,
+                                          KXCoreClient::ProgressBlock progress) {
+  QuorHttpTransfer::Options options;
+  options.trustSelfSignedCertificate = link.trustSelfSignedCertificate;
+  options.cancelled = [&stopping, cancel] { return stopping.load() || (cancel && cancel->load()); };
+  options.progress = std::move(progress);
+  return options;
+}
 
 bool isStored(const std::shared_ptr<KXMessageContent>& content) {
   return content && (content->messagePersistentFlag() & KXMessagePersistentFlagIsPersisted);
@@ -33,7 +48,8 @@ QuorXmppHost::QuorXmppHost(Options options, std::unique_ptr<QuorMessageStore> st
     : options_(std::move(options)),
       store_(std::move(store)),
       unsent_(store_->unsent()),
-      delivery_(std::make_unique<QuorWorkerThread>("delivery")) {
+      delivery_(std::make_unique<QuorWorkerThread>("delivery")),
+      files_(std::make_unique<QuorWorkerThread>("files")) {
   connection_ = std::make_unique<QuorXmppConnection>(
       options_.connection, static_cast<QuorXmppConnection::Events&>(*this));
   bareJid_ = connection_->bareJid();
@@ -46,6 +62,9 @@ QuorXmppHost::~QuorXmppHost() {
   // Stopped first: the sends still waiting fail through the delivery thread, which then finishes
   // its work (a closure may still send; the stopped connection refuses it) before it ends.
   connection_->stop();
+  // A transfer that runs ends now; what waits fails through the delivery thread.
+  stopping_ = true;
+  files_.reset();
   delivery_.reset();
   connection_.reset();
 }
@@ -103,6 +122,86 @@ void QuorXmppHost::transmit(QuorOutgoingSend send, std::shared_ptr<QuorPendingSe
   delivery_->post([this, payload, pending] {
     writeQueuedSends();
     carry(payload, pending, false);
+  });
+}
+
+uint64_t QuorXmppHost::maxFileBytes() const {
+  const auto service = connection_->uploadService();
+  if (service.jid.empty()) return 0;
+  // A service that names no limit still has one; the largest file the library lets go.
+  return service.maxBytes > 0 ? service.maxBytes : kDefaultMaxFileBytes;
+}
+
+void QuorXmppHost::sendFileMessage(int32_t conversationType, const KXString& targetId,
+                                   std::shared_ptr<KXFileMessage> content,
+                                   std::shared_ptr<const std::atomic<bool>> cancel,
+                                   ProgressBlock progress, SuccessBlock success, ErrorBlock error) {
+  const auto fail = [this, error](int64_t code) {
+    delivery_->post([error, code] {
+      if (error) error(code, 0);
+    });
+  };
+  if (!content || !targetId || jidOfDesk(*targetId).empty()) return fail(QuorXmppErrorNotSendable);
+  if (maxFileBytes() == 0) return fail(QuorXmppErrorUploadFailed);
+  auto upload = [this, conversationType, targetId, content, cancel, progress, success, error,
+                 fail](const QuorXmppUploadSlot& slot) {
+    auto options = transferOptions(options_.connection, stopping_, cancel, progress);
+    options.contentType = content->mimeType();
+    const std::string failed = QuorHttpTransfer::put(slot, content->localPath(), options);
+    if (failed == "cancelled") return fail(QuorXmppErrorCancelled);
+    if (!failed.empty()) {
+      onLog(KXLogLevelError, "files", "upload of " + content->name() + " failed: " + failed);
+      return fail(QuorXmppErrorUploadFailed);
+    }
+    content->setUrl(slot.getUrl);
+    sendMessage(conversationType, targetId, content, std::nullopt, std::nullopt, success, error);
+  };
+  // The service puts the name in the file's URL: only a safe one (the message keeps the name).
+  connection_->requestUploadSlot(
+      QuorFileCache::safeName(content->name()), content->size(), content->mimeType(),
+      [this, upload, fail, cancel](const QuorXmppUploadSlot& slot, const std::string& reason) {
+        if (reason.empty() && !(cancel && cancel->load())) {
+          files_->post([upload, slot] { upload(slot); });
+        } else if (cancel && cancel->load()) {
+          fail(QuorXmppErrorCancelled);
+        } else {
+          onLog(KXLogLevelError, "files", "no upload slot: " + reason);
+          fail(connection_->status() == QuorXmppConnectionStatus::Connected
+                   ? QuorXmppErrorUploadFailed
+                   : QuorXmppErrorNotOnline);
+        }
+      });
+}
+
+void QuorXmppHost::downloadFile(std::shared_ptr<const KXFileMessage> content,
+                                std::shared_ptr<const std::atomic<bool>> cancel,
+                                ProgressBlock progress, DownloadBlock done) {
+  if (!done) return;
+  std::string directory = options_.fileCacheDirectory;
+  if (directory.empty() && options_.storePath != ":memory:")
+    directory = options_.storePath + ".files";
+  if (!content || directory.empty()) return done("", QuorXmppErrorDownloadFailed);
+  files_->post([this, content, cancel, progress, done, directory] {
+    const std::string path = QuorFileCache(directory).pathFor(content->url(), content->name());
+    std::error_code failed;
+    // Whole already: a file is never changed under its URL.
+    if (content->size() > 0 && std::filesystem::file_size(path, failed) == content->size() &&
+        !failed) {
+      return done(path, 0);
+    }
+    std::filesystem::create_directories(directory, failed);
+    auto options = transferOptions(options_.connection, stopping_, cancel, progress);
+    options.maxBytes = content->size() > 0 ? content->size() : kDefaultMaxFileBytes;
+    const std::string part = path + ".part";
+    const std::string reason = QuorHttpTransfer::get(content->url(), part, options);
+    if (reason == "cancelled") return done("", QuorXmppErrorCancelled);
+    if (reason.empty()) std::filesystem::rename(part, path, failed);
+    if (!reason.empty() || failed) {
+      std::filesystem::remove(part, failed);
+      onLog(KXLogLevelError, "files", "download of " + content->name() + " failed: " + reason);
+      return done("", QuorXmppErrorDownloadFailed);
+    }
+    done(path, 0);
   });
 }
 

@@ -1,9 +1,11 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
 
+#include "QuorCustomerService/Host/KXFileMessage.h"
 #include "QuorCustomerService/Host/KXMessage.h"
 #include "QuorCustomerService/Host/KXMessageContentType.h"
 #include "QuorCustomerService/Host/KXTypes.h"
@@ -83,6 +85,30 @@ class QUOR_CS_EXPORT KXCoreClient {
   // (false). A host that carries chat states tells the other side; nothing is stored. The
   // library throttles the calls. Nothing by default.
   virtual void sendTypingStatus(int32_t conversationType, const KXString& targetId, bool typing);
+
+  // Optional: files. A host that overrides none carries no files (maxFileBytes() 0), and the
+  // session API refuses them before anything is sent.
+  //
+  // How far a transfer got, in bytes; called on any thread, often: the library thins it out.
+  using ProgressBlock = std::function<void(uint64_t done, uint64_t total)>;
+  // A download's end: the path of the saved file ("" on failure), or the host's error code.
+  using DownloadBlock = std::function<void(const std::string& path, int64_t errorCode)>;
+  // The largest file this host can send now, in bytes (its server's upload limit); 0: none.
+  virtual uint64_t maxFileBytes() const;
+  // Uploads content->localPath() (name, type and size set, url empty) to where the other side
+  // can fetch it, sets the url and sends the content as sendMessage() would. Exactly one of
+  // `success` and `error` runs, once, also when `cancel` was set (the upload stops; an error
+  // closure with the host's code). By default `error` runs at once with code -1.
+  virtual void sendFileMessage(int32_t conversationType, const KXString& targetId,
+                               std::shared_ptr<KXFileMessage> content,
+                               std::shared_ptr<const std::atomic<bool>> cancel,
+                               ProgressBlock progress, SuccessBlock success, ErrorBlock error);
+  // Fetches a received file (content->url()) into the host's file cache, under a name made
+  // from content->name() that stays inside the cache; `done` runs once (also after `cancel`).
+  // By default `done` runs at once with code -1.
+  virtual void downloadFile(std::shared_ptr<const KXFileMessage> content,
+                            std::shared_ptr<const std::atomic<bool>> cancel, ProgressBlock progress,
+                            DownloadBlock done);
 };
 
 }  // namespace quor

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 namespace quor {
@@ -23,6 +24,18 @@ enum class KXCSMessageAuthor {
 // becomes Read when the desk read it (from a host that carries read receipts).
 enum class KXCSDelivery { Received, Sending, Sent, Failed, Unconfirmed, Read };
 
+// The picture or other file of a line. A plain value.
+struct KXCSFile {
+  std::string name;      // as the sender gave it: show it, never use it as a path
+  std::string mimeType;  // as the sender gave it; a downloaded file's type is checked
+  uint64_t size = 0;     // in bytes
+  uint32_t width = 0;    // pixels, for a picture whose size is known; else 0
+  uint32_t height = 0;
+  std::string url;  // where it is fetched from; empty while the customer's file uploads
+  // The customer's file that was sent, or where downloadFile() saved a received one; else "".
+  std::string localPath;
+};
+
 // One line of the conversation, as the observer gets it. A plain value.
 struct KXCSConversationMessage {
   // The service's own number for the line: 1, 2, 3 ... in the order the lines were reported,
@@ -40,6 +53,8 @@ struct KXCSConversationMessage {
   int64_t messageId = 0;
   int64_t sentTime = 0;
   int64_t errorCode = 0;
+  // A line that is a picture or file (its text is then empty).
+  std::optional<KXCSFile> file;
 };
 
 }  // namespace quor

@@ -5,6 +5,7 @@
 #include <memory>
 #include <ostream>
 #include <string>
+#include <vector>
 
 #include "QuorCustomerService/Message/KXCustomerServiceInfo.h"
 #include "QuorCustomerService/QuorCustomerServiceExport.h"
@@ -105,6 +106,29 @@ class QUOR_CS_EXPORT KXCSService {
   // without a keystroke or at a false; a sent line needs no "stopped". Nothing is stored or
   // counted. NotConnected (and nothing sent) as for sendText().
   KXCSServiceResult setTyping(bool typing);
+
+  // Sends a picture or another file, read from `file.path` as it uploads through the host.
+  // Refused at once, with nothing sent: NotConnected as for sendText(); FilesNotOffered when
+  // the host carries no files (maxFileBytes() 0); FileUnreadable for a path that is not a
+  // readable, non-empty file; TooLarge over maxFileBytes(); TypeNotAccepted for a type outside
+  // acceptedFileTypes() (the type given, else the one the first bytes show); InvalidText for a
+  // name or type that is not UTF-8. Else the line comes to onMessage() at once (Sending, with
+  // its file), onFileProgress() as it uploads, and one outcome to onMessageDelivery().
+  KXCSServiceResult sendFile(const KXCSFileToSend& file);
+  // Stops the upload of line `sequence` (or a download of it): the line ends Failed with the
+  // host's code (a download: onFileDownloaded() with it). NoSuchFile when none runs.
+  KXCSServiceResult cancelFile(uint64_t sequence);
+  // Fetches the file of the desk's line `sequence` into the host's file cache (never by
+  // itself: the app decides, on a metered link too): onFileProgress(), then onFileDownloaded().
+  // NoSuchFile for a line without a file (or one of the oldest, past the 1,000 newest files);
+  // Done without a second transfer while one runs.
+  KXCSServiceResult downloadFile(uint64_t sequence);
+  // The MIME types sendFile() takes: exact ("application/pdf"), a kind ("image/*") or "*/*".
+  // By default JPEG, PNG, GIF and WebP pictures, PDF and plain text.
+  void setAcceptedFileTypes(std::vector<std::string> types);
+  std::vector<std::string> acceptedFileTypes() const;
+  // The largest file the host sends now, in bytes (its server's limit); 0: no files.
+  static uint64_t maxFileBytes();
 
   // The enumerators' names, for logs and tests: "Connecting", "DeskEnded", "GroupNotOffered";
   // "?" for a value outside the enum. Also as toString() and operator<< below.

@@ -38,6 +38,12 @@ class QUOR_CS_EXPORT KXCSServiceObserver {
   // The desk (its agent or robot) is typing, or stopped: "the agent is typing". False again when
   // a line of the desk arrives and when the service ends. Only from a host that carries typing.
   virtual void onDeskTyping(bool typing);
+  // A file of line `sequence` moves: the customer's upload, or a download (downloadFile()). At
+  // most about a hundred calls per transfer.
+  virtual void onFileProgress(uint64_t sequence, uint64_t done, uint64_t total);
+  // downloadFile() of line `sequence` ended: `file` with its localPath and the type its bytes
+  // show (a picture only when they are one), or `errorCode` (the host's) and an empty path.
+  virtual void onFileDownloaded(uint64_t sequence, const KXCSFile& file, int64_t errorCode);
 };
 
 }  // namespace quor

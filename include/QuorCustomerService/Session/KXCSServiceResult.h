@@ -28,6 +28,17 @@ enum class KXCSServiceResult {
   InvalidText,       // a text that is not valid UTF-8 (nothing could write it)
   TooLarge,          // sendText() with a text over maxTextBytes() once encoded
   NotRetryable,      // retry() of a line that is not Failed or Unconfirmed, or unknown
+  FilesNotOffered,   // sendFile() through a host that carries no files (or not now)
+  FileUnreadable,    // sendFile() of a path that is not a readable, non-empty file
+  TypeNotAccepted,   // sendFile() of a type outside acceptedFileTypes()
+  NoSuchFile,        // cancelFile() or downloadFile() of a line that has no such transfer
+};
+
+// A file the customer sends. A plain value.
+struct KXCSFileToSend {
+  std::string path;      // read from disk as it is sent
+  std::string name;      // shown to the desk; empty: the path's last part
+  std::string mimeType;  // empty: found from the file's first bytes
 };
 
 // The customer's answer about the robot. A plain value.

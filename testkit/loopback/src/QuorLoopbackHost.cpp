@@ -1,6 +1,10 @@
 #include "QuorLoopbackHost/QuorLoopbackHost.h"
 
 #include <algorithm>
+#include <filesystem>
+#include <fstream>
+
+#include "QuorHostBase/QuorFileCache.h"
 
 #include "QuorCustomerService/Host/KXHostConstants.h"
 
@@ -224,6 +228,86 @@ void QuorLoopbackHost::settle() {
     const uint64_t after = hostThread_->finished() + deliveryThread_->finished();
     if (ran == 0 && before == after && mainRunLoop().pendingCount() == 0) return;
   }
+}
+
+void QuorLoopbackHost::setFileCacheDirectory(std::string directory) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  fileCacheDirectory_ = std::move(directory);
+}
+
+void QuorLoopbackHost::holdUploads(bool held) {
+  std::vector<std::function<void()>> released;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    uploadsHeld_ = held;
+    if (!held) released.swap(heldUploads_);
+  }
+  for (auto& upload : released) hostThread_->post(std::move(upload));
+}
+
+std::string QuorLoopbackHost::fileAt(const std::string& url) const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  const auto at = files_.find(url);
+  return at == files_.end() ? "" : at->second;
+}
+
+std::string QuorLoopbackHost::keepFile(std::string bytes) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  const std::string url = "loopback://files/" + std::to_string(files_.size() + 1);
+  files_[url] = std::move(bytes);
+  return url;
+}
+
+void QuorLoopbackHost::sendFileMessage(int32_t conversationType, const KXString& targetId,
+                                       std::shared_ptr<KXFileMessage> content,
+                                       std::shared_ptr<const std::atomic<bool>> cancel,
+                                       ProgressBlock progress, SuccessBlock success,
+                                       ErrorBlock error) {
+  auto upload = [this, conversationType, targetId, content, cancel, progress, success, error] {
+    const auto fail = [&error](int64_t code) {
+      if (error) error(code, 0);
+    };
+    std::ifstream in(content ? content->localPath() : "", std::ios::binary);
+    if (!in) return fail(kFileFailed);
+    std::string bytes;
+    std::string piece(64 * 1024, '\0');
+    while (in.read(piece.data(), static_cast<std::streamsize>(piece.size())) || in.gcount() > 0) {
+      if (cancel && cancel->load()) return fail(kFileCancelled);
+      bytes.append(piece.data(), static_cast<std::size_t>(in.gcount()));
+      if (progress) progress(bytes.size(), content->size());
+    }
+    if (bytes.size() > maxFileBytes_.load()) return fail(kFileFailed);
+    content->setUrl(keepFile(std::move(bytes)));
+    sendMessage(conversationType, targetId, content, std::nullopt, std::nullopt, success, error);
+  };
+  std::lock_guard<std::mutex> lock(mutex_);
+  if (uploadsHeld_) {
+    heldUploads_.push_back(std::move(upload));
+  } else {
+    hostThread_->post(std::move(upload));
+  }
+}
+
+void QuorLoopbackHost::downloadFile(std::shared_ptr<const KXFileMessage> content,
+                                    std::shared_ptr<const std::atomic<bool>> cancel,
+                                    ProgressBlock progress, DownloadBlock done) {
+  hostThread_->post([this, content, cancel, progress, done] {
+    std::string directory;
+    {
+      std::lock_guard<std::mutex> lock(mutex_);
+      directory = fileCacheDirectory_;
+    }
+    const std::string bytes = content ? fileAt(content->url()) : "";
+    if (!done) return;
+    if (cancel && cancel->load()) return done("", kFileCancelled);
+    if (directory.empty() || bytes.empty()) return done("", kFileFailed);
+    std::error_code failed;
+    std::filesystem::create_directories(directory, failed);
+    const std::string path = QuorFileCache(directory).pathFor(content->url(), content->name());
+    std::ofstream(path, std::ios::binary | std::ios::trunc) << bytes;
+    if (progress) progress(bytes.size(), bytes.size());
+    done(path, 0);
+  });
 }
 
 }  // namespace quor

@@ -28,5 +28,13 @@ constexpr int64_t QuorXmppErrorStopped = 31007;
 // server's announced limit): it was never written, since a server ends the stream on it. Also
 // a message the server ended the stream on twice: it is not written a third time.
 constexpr int64_t QuorXmppErrorTooLarge = 31008;
+// A file was not sent: the server has no upload service or refused a slot for it, or the
+// upload failed (the log says why). Nothing was written to the link.
+constexpr int64_t QuorXmppErrorUploadFailed = 31009;
+// The app cancelled the file's transfer (or the host stopped during it); nothing was sent.
+constexpr int64_t QuorXmppErrorCancelled = 31010;
+// A received file could not be fetched (no file cache, the server's error, more bytes than
+// the message named, a full disk); nothing is left in the cache.
+constexpr int64_t QuorXmppErrorDownloadFailed = 31011;
 
 }  // namespace quor

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <functional>
@@ -10,6 +11,7 @@
 #include <vector>
 
 #include "QuorCustomerService/Session/KXCSServiceStatus.h"
+#include "QuorHostBase/QuorFileCache.h"
 #include "QuorHostBase/QuorHostBase.h"
 #include "QuorHostBase/QuorWorkerThread.h"
 #include "QuorXmppHost/QuorArchiveCatchUp.h"
@@ -80,6 +82,10 @@ class QuorXmppHost : public QuorHostBase, private QuorXmppConnection::Events {
     // The largest the store may grow, in bytes; 0: as large as the disk allows. A message that
     // does not fit is not stored (see setStoreErrorListener).
     int64_t storeLimitBytes = 0;
+    // Where received files are saved (QuorFileCache), created when needed; empty: beside the
+    // store ("<storePath>.files"), and no downloads with a store in memory. The host never
+    // downloads by itself.
+    std::string fileCacheDirectory;
   };
 
   // A host that is not yet connected, or null with the reason in `error` (the store did not
@@ -163,6 +169,25 @@ class QuorXmppHost : public QuorHostBase, private QuorXmppConnection::Events {
   void markConversationRead(int32_t conversationType, const KXString& targetId) override;
   // The customer's chat state (XEP-0085) to the desk; nothing when offline.
   void sendTypingStatus(int32_t conversationType, const KXString& targetId, bool typing) override;
+  // The server's upload limit (XEP-0363), once its service is known after a login; 0 without
+  // one (offline before the first login too).
+  uint64_t maxFileBytes() const override;
+  // Asks the upload service for a slot, PUTs the file on the "files" thread and sends the
+  // content with its URL as any stored send. The error closure gets QuorXmppErrorUploadFailed,
+  // QuorXmppErrorCancelled, or QuorXmppErrorNotOnline (the link was lost before the slot came),
+  // else a send's codes.
+  void sendFileMessage(int32_t conversationType, const KXString& targetId,
+                       std::shared_ptr<KXFileMessage> content,
+                       std::shared_ptr<const std::atomic<bool>> cancel, ProgressBlock progress,
+                       SuccessBlock success, ErrorBlock error) override;
+  // GETs the file into the file cache on the "files" thread (at most the size the message
+  // named); a file already there whole is not fetched again. QuorXmppErrorDownloadFailed or
+  // QuorXmppErrorCancelled on failure.
+  void downloadFile(std::shared_ptr<const KXFileMessage> content,
+                    std::shared_ptr<const std::atomic<bool>> cancel, ProgressBlock progress,
+                    DownloadBlock done) override;
+  // The largest file sent when the server's upload service names no limit.
+  static constexpr uint64_t kDefaultMaxFileBytes = 100 * 1024 * 1024;
 
  protected:
   void transmit(QuorOutgoingSend send, std::shared_ptr<QuorPendingSend> pending) override;
@@ -232,6 +257,10 @@ class QuorXmppHost : public QuorHostBase, private QuorXmppConnection::Events {
   // connection.
   std::unique_ptr<QuorWorkerThread> delivery_;
   std::unique_ptr<QuorXmppConnection> connection_;
+  // File transfers, one at a time, never on the network or delivery thread (an upload would
+  // hold up the link for its length); the destructor ends a running one (stopping_).
+  std::unique_ptr<QuorWorkerThread> files_;
+  std::atomic<bool> stopping_{false};
 };
 
 }  // namespace quor

@@ -59,6 +59,21 @@ class QuorLoopbackHost : public QuorHostBase {
   // "TARGET stopped", in order.
   std::vector<std::string> typingTold() const;
 
+  // Files, kept in memory under "loopback://files/N" URLs; none until setMaxFileBytes() (0
+  // carries none). An upload reads its file in 64 KiB pieces on the host thread, telling the
+  // progress and stopping at the cancel flag (kFileCancelled; an unreadable file
+  // kFileFailed), then sends the content as any send. While uploads are held they wait for
+  // holdUploads(false). Downloads write the kept bytes into the file cache directory under
+  // QuorFileCache's names; without one, or for an unknown URL, they fail (kFileFailed).
+  static constexpr int64_t kFileCancelled = 41001;
+  static constexpr int64_t kFileFailed = 41002;
+  void setMaxFileBytes(uint64_t bytes) { maxFileBytes_ = bytes; }
+  void setFileCacheDirectory(std::string directory);
+  void holdUploads(bool held);
+  // The bytes kept under `url` ("" for none), and bytes the peer offers, kept under a new URL.
+  std::string fileAt(const std::string& url) const;
+  std::string keepFile(std::string bytes);
+
   // Waits until the host and delivery threads have nothing left to do (the main run loop is
   // left alone).
   void waitForThreads();
@@ -77,6 +92,14 @@ class QuorLoopbackHost : public QuorHostBase {
   void registerMessageType(const KXMessageContentType& type) override;
   void markConversationRead(int32_t conversationType, const KXString& targetId) override;
   void sendTypingStatus(int32_t conversationType, const KXString& targetId, bool typing) override;
+  uint64_t maxFileBytes() const override { return maxFileBytes_; }
+  void sendFileMessage(int32_t conversationType, const KXString& targetId,
+                       std::shared_ptr<KXFileMessage> content,
+                       std::shared_ptr<const std::atomic<bool>> cancel, ProgressBlock progress,
+                       SuccessBlock success, ErrorBlock error) override;
+  void downloadFile(std::shared_ptr<const KXFileMessage> content,
+                    std::shared_ptr<const std::atomic<bool>> cancel, ProgressBlock progress,
+                    DownloadBlock done) override;
 
  protected:
   void transmit(QuorOutgoingSend send, std::shared_ptr<QuorPendingSend> pending) override;
@@ -105,6 +128,11 @@ class QuorLoopbackHost : public QuorHostBase {
   std::atomic<int64_t> nextLocalMessageId_{1000001};
   std::atomic<int64_t> clock_{1000};
   std::atomic<bool> autoConfirm_{true};
+  std::atomic<uint64_t> maxFileBytes_{0};
+  std::map<std::string, std::string> files_;  // under mutex_: bytes by URL
+  std::string fileCacheDirectory_;            // under mutex_
+  bool uploadsHeld_ = false;                  // under mutex_
+  std::vector<std::function<void()>> heldUploads_;
   // Declared last: their threads stop first, while everything they use still exists.
   std::unique_ptr<QuorWorkerThread> hostThread_;
   std::unique_ptr<QuorWorkerThread> deliveryThread_;

@@ -21,6 +21,14 @@ public enum Result {
   TOO_LARGE,
   /** retry of a line that is not FAILED or UNCONFIRMED. */
   NOT_RETRYABLE,
+  /** The host carries no files (or not now). */
+  FILES_NOT_OFFERED,
+  /** Not a readable, non-empty file. */
+  FILE_UNREADABLE,
+  /** A file type outside the accepted types. */
+  TYPE_NOT_ACCEPTED,
+  /** No such file transfer on that line. */
+  NO_SUCH_FILE,
   /** A value of a newer library that this one does not know. */
   UNKNOWN;
 

@@ -18,6 +18,12 @@ public enum XmppError {
   STOPPED(31007),
   /** Larger than the server takes: never written. */
   TOO_LARGE(31008),
+  /** A file was not sent: no upload service, a refused slot, a failed upload. */
+  UPLOAD_FAILED(31009),
+  /** The file's transfer was cancelled (or the host stopped during it). */
+  CANCELLED(31010),
+  /** A received file could not be fetched; nothing is left in the cache. */
+  DOWNLOAD_FAILED(31011),
   /** Another code: a newer library's, or another host's. */
   UNKNOWN(0);
 
