@@ -766,5 +766,49 @@ TEST_F(SessionApi, FilesGoUpWithProgressComeDownOnDemandAndRefusalsComeAtOnce) {
   EXPECT_NE(recorder->saved[4].find("invoice.gif"), std::string::npos);
 }
 
+TEST_F(SessionApi, TheBytesNotTheNameGiveAFilesTypeAndPixelSize) {
+  auto simulator = desk(R"({"evaluation": null})");
+  service = open(simulator->deskId());
+  host->setMaxFileBytes(1000);
+  service->setAcceptedFileTypes({"image/*", "application/pdf"});
+  recorder->takeLines();
+  struct Cleanup {
+    ~Cleanup() { std::filesystem::remove_all(filesDirectory()); }
+  } cleanup;
+  const auto bytes = [](std::initializer_list<int> values) {
+    std::string made;
+    for (int value : values) made += static_cast<char>(value);
+    return made;
+  };
+  // A JPEG with one segment before its frame (300 high, 400 wide), a WebP of the extended kind.
+  const std::string jpeg = bytes({0xFF, 0xD8, 0xFF, 0xE0, 0,    4, 0, 0, 0xFF, 0xC0, 0, 17,
+                                  8,    1,    0x2C, 1,    0x90, 3, 0, 0, 0,    0,    0, 0});
+  const std::string webp = "RIFF" + bytes({0, 0, 0, 0}) + "WEBPVP8X" +
+                           bytes({10, 0, 0, 0, 0, 0, 0, 0, 99, 0, 0, 49, 0, 0, 0, 0});
+  const struct {
+    std::string name;
+    std::string bytes;
+    std::string seen;  // "" refused
+  } files[] = {
+      {"a.png", pngOf(100), "image/png 640x480"},
+      {"a.txt", jpeg, "image/jpeg 400x300"},
+      {"a.jpg", std::string("GIF89a\x10\0\x20\0", 10) + "rest", "image/gif 16x32"},
+      {"a", webp, "image/webp 100x50"},
+      {"a.png", "%PDF-1.7", "application/pdf 0x0"},
+      {"a.png", "\x89PNG", ""},  // a signature cut short
+      {"a.gif", "GIF", ""},
+  };
+  for (const auto& file : files) {
+    SCOPED_TRACE(file.seen);
+    const Result result = service->sendFile({fileWith(file.name, file.bytes), "", ""});
+    EXPECT_EQ(result, file.seen.empty() ? Result::TypeNotAccepted : Result::Done);
+    host->settle();
+    if (file.seen.empty()) continue;
+    const auto lines = recorder->takeLines();
+    ASSERT_FALSE(lines.empty());
+    EXPECT_THAT(lines.front(), ::testing::EndsWith("file " + file.name + " " + file.seen));
+  }
+}
+
 }  // namespace
 }  // namespace quor
