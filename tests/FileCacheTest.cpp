@@ -36,8 +36,8 @@ TEST(FileCache, AHostileNameStaysInsideTheCache) {
     EXPECT_EQ(QuorFileCache::safeName(name.given), name.kept);
   }
   // Long names are cut at 100 bytes, never inside a character.
-  const std::string kept = QuorFileCache::safeName(std::string(40, 'a') + std::string(30, '\xe5') +
-                                                   "\xa5\xbd");
+  const std::string kept =
+      QuorFileCache::safeName(std::string(40, 'a') + std::string(30, '\xe5') + "\xa5\xbd");
   EXPECT_LE(kept.size(), 100u);
   const std::string chinese = QuorFileCache::safeName(std::string(2, 'a') + [] {
     std::string many;

@@ -8,6 +8,14 @@ struct quor_cs_send {
   std::shared_ptr<quor::QuorPendingSend> pending;
 };
 
+// A file's upload (then its message's send) or download, as the C host sees it.
+struct quor_cs_transfer {
+  std::shared_ptr<const std::atomic<bool>> cancel;
+  quor::KXCoreClient::ProgressBlock progress;
+  std::function<void(const std::string& urlOrPath)> done;
+  std::function<void(int64_t errorCode)> failed;
+};
+
 namespace quor::capi {
 namespace {
 
@@ -74,6 +82,50 @@ class CHost : public QuorHostBase {
   void sendTypingStatus(int32_t conversationType, const KXString& targetId, bool typing) override {
     if (f_.send_typing_status && conversationType == KXConversationTypeCustomerService)
       f_.send_typing_status(f_.user, orEmpty(targetId), typing ? 1 : 0);
+  }
+
+  uint64_t maxFileBytes() const override {
+    return f_.upload_file && f_.max_file_bytes ? f_.max_file_bytes(f_.user) : 0;
+  }
+
+  void sendFileMessage(int32_t conversationType, const KXString& targetId,
+                       std::shared_ptr<KXFileMessage> content,
+                       std::shared_ptr<const std::atomic<bool>> cancel, ProgressBlock progress,
+                       SuccessBlock success, ErrorBlock error) override {
+    if (!f_.upload_file || !content)
+      return KXCoreClient::sendFileMessage(conversationType, targetId, content, cancel, progress,
+                                           success, error);
+    auto* transfer = new quor_cs_transfer{std::move(cancel), std::move(progress), nullptr, nullptr};
+    std::weak_ptr<QuorHostBase> weak = weak_from_this();
+    transfer->done = [weak, conversationType, targetId, content, success,
+                      error](const std::string& url) {
+      auto host = weak.lock();
+      if (!host) return error ? error(-1, 0) : void();
+      content->setUrl(url);
+      host->sendMessage(conversationType, targetId, content, std::nullopt, std::nullopt, success,
+                        error);
+    };
+    transfer->failed = [error](int64_t code) {
+      if (error) error(code, 0);
+    };
+    f_.upload_file(f_.user, content->localPath().c_str(), content->name().c_str(),
+                   content->mimeType().c_str(), content->size(), transfer);
+  }
+
+  void downloadFile(std::shared_ptr<const KXFileMessage> content,
+                    std::shared_ptr<const std::atomic<bool>> cancel, ProgressBlock progress,
+                    DownloadBlock done) override {
+    if (!f_.download_file || !content)
+      return KXCoreClient::downloadFile(content, cancel, progress, done);
+    auto* transfer = new quor_cs_transfer{std::move(cancel), std::move(progress), nullptr, nullptr};
+    transfer->done = [done](const std::string& path) {
+      if (done) done(path, 0);
+    };
+    transfer->failed = [done](int64_t code) {
+      if (done) done("", code);
+    };
+    f_.download_file(f_.user, content->url().c_str(), content->name().c_str(), content->size(),
+                     transfer);
   }
 
   // Hands a signal of the other side (or of another device) to every loaded module.
@@ -208,6 +260,44 @@ void quor_cs_send_succeeded(quor_cs_send* send, int64_t message_id, int64_t sent
     return QUOR_CS_OK;
   });
   delete send;
+}
+
+void quor_cs_transfer_progress(quor_cs_transfer* transfer, uint64_t done, uint64_t total) {
+  if (!transfer || !transfer->progress) return;
+  quor::capi::guarded([&] {
+    transfer->progress(done, total);
+    return QUOR_CS_OK;
+  });
+}
+
+int quor_cs_transfer_cancelled(const quor_cs_transfer* transfer) {
+  return transfer && transfer->cancel && transfer->cancel->load() ? 1 : 0;
+}
+
+void quor_cs_transfer_uploaded(quor_cs_transfer* transfer, const char* url) {
+  if (!transfer) return;
+  quor::capi::guarded([&] {
+    if (url && *url) {
+      transfer->done(url);
+    } else {
+      transfer->failed(-1);
+    }
+    return QUOR_CS_OK;
+  });
+  delete transfer;
+}
+
+void quor_cs_transfer_downloaded(quor_cs_transfer* transfer, const char* path) {
+  quor_cs_transfer_uploaded(transfer, path);
+}
+
+void quor_cs_transfer_failed(quor_cs_transfer* transfer, int64_t error_code) {
+  if (!transfer) return;
+  quor::capi::guarded([&] {
+    transfer->failed(error_code);
+    return QUOR_CS_OK;
+  });
+  delete transfer;
 }
 
 void quor_cs_send_failed(quor_cs_send* send, int64_t error_code) {

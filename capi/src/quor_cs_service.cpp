@@ -95,8 +95,25 @@ struct StatusView {
   quor_cs_status view{};
 };
 
-quor_cs_message messageView(const KXCSConversationMessage& line) {
+quor_cs_file fileView(const KXCSFile& file) {
+  quor_cs_file view{};
+  view.name = file.name.c_str();
+  view.mime_type = file.mimeType.c_str();
+  view.size = file.size;
+  view.width = file.width;
+  view.height = file.height;
+  view.url = file.url.c_str();
+  view.local_path = file.localPath.c_str();
+  return view;
+}
+
+// A line as the C callbacks see it; `file` points into `fileSpace` (the caller's).
+quor_cs_message messageView(const KXCSConversationMessage& line, quor_cs_file* fileSpace) {
   quor_cs_message view{};
+  if (line.file) {
+    *fileSpace = fileView(*line.file);
+    view.file = fileSpace;
+  }
   view.sequence = line.sequence;
   view.author = static_cast<int>(line.author);
   view.delivery = static_cast<int>(line.delivery);
@@ -137,13 +154,15 @@ class CObserver : public KXCSServiceObserver {
   }
   void onMessage(const KXCSConversationMessage& line) override {
     call(f_.on_message, [&](auto function) {
-      const quor_cs_message view = messageView(line);
+      quor_cs_file file;
+      const quor_cs_message view = messageView(line, &file);
       function(f_.user, &view);
     });
   }
   void onMessageDelivery(const KXCSConversationMessage& line) override {
     call(f_.on_message_delivery, [&](auto function) {
-      const quor_cs_message view = messageView(line);
+      quor_cs_file file;
+      const quor_cs_message view = messageView(line, &file);
       function(f_.user, &view);
     });
   }
@@ -152,6 +171,15 @@ class CObserver : public KXCSServiceObserver {
   }
   void onDeskTyping(bool typing) override {
     call(f_.on_desk_typing, [&](auto function) { function(f_.user, typing ? 1 : 0); });
+  }
+  void onFileProgress(uint64_t sequence, uint64_t done, uint64_t total) override {
+    call(f_.on_file_progress, [&](auto function) { function(f_.user, sequence, done, total); });
+  }
+  void onFileDownloaded(uint64_t sequence, const KXCSFile& file, int64_t errorCode) override {
+    call(f_.on_file_downloaded, [&](auto function) {
+      const quor_cs_file view = fileView(file);
+      function(f_.user, sequence, &view, errorCode);
+    });
   }
   // The service is destroyed: no call from now on; `release` now, or when the running callback
   // returns.
@@ -346,6 +374,39 @@ void quor_cs_service_mark_read(quor_cs_service* service) {
 
 int quor_cs_service_set_typing(quor_cs_service* service, int typing) {
   return onService(service, [typing](KXCSService& s) { return result(s.setTyping(typing != 0)); });
+}
+
+int quor_cs_service_send_file(quor_cs_service* service, const char* path, const char* name,
+                              const char* mime_type) {
+  if (!path) return QUOR_CS_ERROR_ARGUMENT;
+  return onService(service, [&](KXCSService& s) {
+    return result(s.sendFile({path, name ? name : "", mime_type ? mime_type : ""}));
+  });
+}
+
+int quor_cs_service_cancel_file(quor_cs_service* service, uint64_t sequence) {
+  return onService(service, [sequence](KXCSService& s) { return result(s.cancelFile(sequence)); });
+}
+
+int quor_cs_service_download_file(quor_cs_service* service, uint64_t sequence) {
+  return onService(service,
+                   [sequence](KXCSService& s) { return result(s.downloadFile(sequence)); });
+}
+
+int quor_cs_service_set_accepted_file_types(quor_cs_service* service, const char* const* types,
+                                            size_t count) {
+  if (!types && count > 0) return QUOR_CS_ERROR_ARGUMENT;
+  for (size_t i = 0; i < count; ++i) {
+    if (!types[i]) return QUOR_CS_ERROR_ARGUMENT;
+  }
+  return onService(service, [&](KXCSService& s) {
+    s.setAcceptedFileTypes(std::vector<std::string>(types, types + count));
+    return QUOR_CS_OK;
+  });
+}
+
+uint64_t quor_cs_max_file_bytes(void) {
+  return capi::guardedValue(uint64_t{0}, [] { return KXCSService::maxFileBytes(); });
 }
 
 int quor_cs_service_status(quor_cs_service* service, quor_cs_status* status) {

@@ -66,6 +66,7 @@ bool optionsOf(const KXDictionary& json, QuorXmppHost::Options& options, std::st
   if (!KXJsonMembers::text(json, "storePath").empty())
     options.storePath = KXJsonMembers::text(json, "storePath");
   options.deskDomain = KXJsonMembers::text(json, "deskDomain");
+  options.fileCacheDirectory = KXJsonMembers::text(json, "fileCacheDirectory");
   if (const auto push = json.find("push"); push != json.end()) {
     if (!push->is_object()) {
       problem = "\"push\" takes an object: {\"service\", \"node\", \"token\", \"secret\"}";

@@ -46,6 +46,7 @@
 #include "QuorCustomerService/Message/KXCustomerServiceSession.h"
 #include "QuorCustomerService/Message/KXEvaluateItem.h"
 #include "QuorCustomerService/Session/KXCSConversationMessage.h"
+#include "QuorCustomerService/Session/KXCSFileType.h"
 #include "QuorCustomerService/Session/KXCSService.h"
 
 // The library's version: the number 1.0 and the version text (for example "1.0.0").

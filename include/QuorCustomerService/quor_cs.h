@@ -183,6 +183,17 @@ typedef enum quor_cs_delivery {
   QUOR_CS_DELIVERY_READ = 5         /* sent, and the desk read it */
 } quor_cs_delivery;
 
+/* The picture or other file of a line. Strings are valid during the callback. */
+typedef struct quor_cs_file {
+  const char* name;      /* the sender's: show it, never use it as a path */
+  const char* mime_type; /* the sender's; a downloaded file's is what its bytes show */
+  uint64_t size;
+  uint32_t width; /* pixels, for a picture whose size is known; else 0 */
+  uint32_t height;
+  const char* url;        /* "" while the customer's file uploads */
+  const char* local_path; /* the file sent, or where a download saved it; else "" */
+} quor_cs_file;
+
 /* One line of the conversation. Strings are valid during the callback. */
 typedef struct quor_cs_message {
   uint64_t sequence; /* 1, 2, 3 ... per service; a delivery update carries its line's */
@@ -192,7 +203,8 @@ typedef struct quor_cs_message {
   const char* sender_name; /* "" when the desk gave none */
   int64_t message_id;      /* the host's id, 0 when none */
   int64_t sent_time;
-  int64_t error_code; /* Failed, Unconfirmed */
+  int64_t error_code;       /* Failed, Unconfirmed */
+  const quor_cs_file* file; /* a picture or file line (its text ""); NULL for the others */
 } quor_cs_message;
 
 /* What a service reports. Every function may be NULL. All run on the main thread, one at a
@@ -216,6 +228,12 @@ typedef struct quor_cs_observer {
   void (*release)(void* user);
   /* The desk is typing (1) or stopped (0); 0 again when its line arrives and at the end. */
   void (*on_desk_typing)(void* user, int typing);
+  /* A file of line `sequence` moves (an upload, or a download), at most about 100 times. */
+  void (*on_file_progress)(void* user, uint64_t sequence, uint64_t done, uint64_t total);
+  /* quor_cs_service_download_file() ended: `file` with its local_path and checked mime_type,
+   * or error_code (the host's) and an empty local_path. */
+  void (*on_file_downloaded)(void* user, uint64_t sequence, const quor_cs_file* file,
+                             int64_t error_code);
 } quor_cs_observer;
 
 typedef struct quor_cs_service quor_cs_service;
@@ -273,6 +291,26 @@ QUOR_CS_C_API void quor_cs_service_mark_read(quor_cs_service* service);
  * "typing" at most once per 5 s and "stopped" after 5 s without a keystroke or at a 0; nothing
  * is stored. QUOR_CS_NOT_CONNECTED as for send_text. */
 QUOR_CS_C_API int quor_cs_service_set_typing(quor_cs_service* service, int typing);
+/* Sends a picture or other file read from `path` as it uploads; `name` (NULL: the path's last
+ * part) and `mime_type` (NULL: what the first bytes show) may be NULL. Refused at once with
+ * nothing sent: QUOR_CS_FILES_NOT_OFFERED (the host carries no files), QUOR_CS_FILE_UNREADABLE,
+ * QUOR_CS_TOO_LARGE (over quor_cs_max_file_bytes()), QUOR_CS_TYPE_NOT_ACCEPTED. Else the line
+ * (Sending, with its file), on_file_progress, and one outcome as for send_text. */
+QUOR_CS_C_API int quor_cs_service_send_file(quor_cs_service* service, const char* path,
+                                            const char* name, const char* mime_type);
+/* Stops line `sequence`'s upload (it ends failed) or download; QUOR_CS_NO_SUCH_FILE when none
+ * runs. */
+QUOR_CS_C_API int quor_cs_service_cancel_file(quor_cs_service* service, uint64_t sequence);
+/* Fetches the desk's file of line `sequence` into the host's file cache (never by itself):
+ * on_file_progress, then on_file_downloaded. QUOR_CS_NO_SUCH_FILE for a line without one. */
+QUOR_CS_C_API int quor_cs_service_download_file(quor_cs_service* service, uint64_t sequence);
+/* The MIME types send_file takes, `count` of them: exact ("image/png"), a whole kind ("image/"
+ * followed by a star), or any (a star, a slash and a star); by default JPEG, PNG, GIF and WebP
+ * pictures, PDF and plain text. */
+QUOR_CS_C_API int quor_cs_service_set_accepted_file_types(quor_cs_service* service,
+                                                          const char* const* types, size_t count);
+/* The largest file the installed host sends now, in bytes (its server's limit); 0: no files. */
+QUOR_CS_C_API uint64_t quor_cs_max_file_bytes(void);
 /* The last state reported (or about to be) into *status, whose size the caller set
  * (QUOR_CS_STATUS_INIT); see quor_cs_status for how long its strings stay valid. */
 QUOR_CS_C_API int quor_cs_service_status(quor_cs_service* service, quor_cs_status* status);
@@ -283,6 +321,9 @@ QUOR_CS_C_API int quor_cs_service_status(quor_cs_service* service, quor_cs_statu
  * quor_cs_send_succeeded() or quor_cs_send_failed(); that frees it. */
 typedef struct quor_cs_send quor_cs_send;
 typedef struct quor_cs_host quor_cs_host;
+/* One file transfer waiting for its end: report progress while it runs, ask whether it was
+ * cancelled, and end it exactly once (uploaded, downloaded or failed); that frees it. */
+typedef struct quor_cs_transfer quor_cs_transfer;
 
 /* What the library needs of the host. Every function may be called from any thread (the
  * caller's, the library's), concurrently; `body` is the content's bytes (NULL: none) and valid
@@ -316,7 +357,28 @@ typedef struct quor_cs_host_functions {
   /* Optional: the customer is typing (1) or stopped (0), throttled by the library; tell the
    * desk, store nothing. */
   void (*send_typing_status)(void* user, const char* target_id, int typing);
+  /* Optional: files. The largest file the host sends now, in bytes; missing or 0: none. */
+  uint64_t (*max_file_bytes)(void* user);
+  /* Uploads the file at `path` (`size` bytes) to where the desk can fetch it and ends
+   * `transfer` with its URL (quor_cs_transfer_uploaded): the library then sends the file's
+   * message through `send`. Or ends it failed. */
+  void (*upload_file)(void* user, const char* path, const char* name, const char* mime_type,
+                      uint64_t size, quor_cs_transfer* transfer);
+  /* Fetches `url` (at most `size` bytes when non-zero) into the app's file cache, under a name
+   * made from `name` that stays inside it, and ends `transfer` with the saved file's path
+   * (quor_cs_transfer_downloaded), or failed. */
+  void (*download_file)(void* user, const char* url, const char* name, uint64_t size,
+                        quor_cs_transfer* transfer);
 } quor_cs_host_functions;
+
+/* A transfer's progress (any thread, any number of times), whether the app cancelled it (stop
+ * and end it failed), and its one end. */
+QUOR_CS_C_API void quor_cs_transfer_progress(quor_cs_transfer* transfer, uint64_t done,
+                                             uint64_t total);
+QUOR_CS_C_API int quor_cs_transfer_cancelled(const quor_cs_transfer* transfer);
+QUOR_CS_C_API void quor_cs_transfer_uploaded(quor_cs_transfer* transfer, const char* url);
+QUOR_CS_C_API void quor_cs_transfer_downloaded(quor_cs_transfer* transfer, const char* path);
+QUOR_CS_C_API void quor_cs_transfer_failed(quor_cs_transfer* transfer, int64_t error_code);
 
 /* Installs the host (copied) as the library's core client, logger and settings, with the
  * library's module loaded (register_type is called for its types). Main-thread work waits in
@@ -355,9 +417,10 @@ typedef struct quor_cs_xmpp_host quor_cs_xmpp_host;
 /* A host for one account, not yet connected. `options_json`: {"jid", "password" (required),
  * "server", "port" (default: the JID's domain, 5222), "tls": "whenOffered" | "required" |
  * "disabled", "trustSelfSignedCertificate": bool, "storePath" (SQLite file; default in memory),
- * "deskDomain" (default: the account's), "resource", "push": {"service", "node", "token",
- * "secret"} (the device's push registration, docs/push.md)}. NULL with the reason in *error (the
- * caller's; may be NULL). */
+ * "deskDomain" (default: the account's), "resource", "fileCacheDirectory" (where received files
+ * are saved; default beside the store, none with the store in memory), "push": {"service", "node",
+ * "token", "secret"} (the device's push registration, docs/push.md)}. NULL with the reason in
+ * *error (the caller's; may be NULL). */
 QUOR_CS_C_API quor_cs_xmpp_host* quor_cs_xmpp_host_create(const char* options_json, char** error);
 /* Logs out (when connected) and frees the host; it stays installed until then. Destroy the
  * services that used it first. */

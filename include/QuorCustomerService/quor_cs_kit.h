@@ -49,6 +49,16 @@ QUOR_CS_KIT_API int quor_cs_kit_desk_read(quor_cs_kit* kit);
 /* What the library last told the desk of the customer's typing: 1 typing, 0 stopped, -1 nothing
  * yet. */
 QUOR_CS_KIT_API int quor_cs_kit_customer_typing(const quor_cs_kit* kit);
+/* Files, kept in memory under "kit://files/N": none until a limit is set (0: none). While
+ * uploads are held (non-zero) they wait, so that a test can cancel one. Downloads are written
+ * into `directory` under a name that stays inside it. A cancelled transfer fails with 41001,
+ * another failure with 41002. */
+QUOR_CS_KIT_API int quor_cs_kit_set_max_file_bytes(quor_cs_kit* kit, uint64_t bytes);
+QUOR_CS_KIT_API int quor_cs_kit_hold_uploads(quor_cs_kit* kit, int held);
+QUOR_CS_KIT_API int quor_cs_kit_set_file_cache(quor_cs_kit* kit, const char* directory);
+/* The desk sends a file of `length` bytes (kept by the kit) from whoever serves. */
+QUOR_CS_KIT_API int quor_cs_kit_desk_file(quor_cs_kit* kit, const char* name, const char* mime_type,
+                                          const char* bytes, size_t length);
 
 #ifdef __cplusplus
 }

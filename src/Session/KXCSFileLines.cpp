@@ -4,7 +4,7 @@
 #include <fstream>
 #include <system_error>
 
-#include "Session/KXCSFileType.h"
+#include "QuorCustomerService/Session/KXCSFileType.h"
 #include "Support/KXUtf8.h"
 
 namespace quor {

@@ -1,4 +1,4 @@
-#include "Session/KXCSFileType.h"
+#include "QuorCustomerService/Session/KXCSFileType.h"
 
 #include <algorithm>
 #include <fstream>

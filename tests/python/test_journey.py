@@ -256,3 +256,45 @@ def test_asyncio_awaits_the_desk_and_iterates_the_conversation(kit):
             assert groups.state == quor_cs.State.CHOOSING_GROUP
 
     asyncio.run(asyncio.wait_for(journey(), 30))
+
+
+def test_files_are_awaited_with_progress_refused_at_once_and_fetched_into_the_cache(
+        kit, tmp_path):
+    from quor_cs.aio import AsyncService
+
+    photo = tmp_path / "parcel.png"
+    photo.write_bytes(b"\x89PNG\r\n\x1a\n\0\0\0\x0dIHDR\0\0\x02\x80\0\0\x01\xe0" + b"x" * 76)
+    cache = tmp_path / "cache"
+
+    async def journey():
+        async with AsyncService(kit.desk_id) as service:
+            await service.start()
+            with pytest.raises(quor_cs.Refused) as refused:
+                service.service.send_file(photo)
+            assert refused.value.result == quor_cs.Result.FILES_NOT_OFFERED
+            kit.set_max_file_bytes(100)
+            kit.set_file_cache(cache)
+            assert quor_cs.max_file_bytes() == 100
+            moved = []
+            line = await service.send_file(photo, progress=lambda done, total: moved.append(done))
+            assert line.delivery == quor_cs.Delivery.SENT and moved[-1] == 100
+            for path, mime_type, result in ((photo, "image/svg+xml", "TYPE_NOT_ACCEPTED"),
+                                            (tmp_path / "none.png", None, "FILE_UNREADABLE")):
+                with pytest.raises(quor_cs.Refused) as refused:
+                    await service.send_file(path, mime_type=mime_type)
+                assert refused.value.result == quor_cs.Result[result]
+            photo.write_bytes(photo.read_bytes() + b"!")
+            with pytest.raises(quor_cs.Refused):
+                await service.send_file(photo)
+
+            kit.desk_file("../../label.gif", "image/gif", b"GIF89a\x02\0\x03\0rest")
+            async for line in service.lines():
+                if line.file is not None and line.author == quor_cs.Author.ROBOT:
+                    break
+            assert line.file.name == "../../label.gif" and line.text == ""
+            saved = await service.download_file(line.sequence)
+            assert saved.mime_type == "image/gif"
+            assert saved.local_path.startswith(str(cache) + "/")
+            assert open(saved.local_path, "rb").read().startswith(b"GIF89a")
+
+    asyncio.run(asyncio.wait_for(journey(), 30))

@@ -35,7 +35,7 @@ __all__ = [
     "Author", "Delivery", "Group", "Kit", "Message", "Observer", "Reason", "Refused",
     "InvalidForm", "Result", "Service", "State", "Status", "set_dispatcher", "run_task",
     "drop_task", "version", "XmppHost", "XmppStatus", "XmppError", "Closed", "Task",
-    "AppState", "PushNotification",
+    "AppState", "PushNotification", "File", "FileFailed", "max_file_bytes",
 ]
 
 
@@ -189,6 +189,19 @@ class Status:
 
 
 @dataclass(frozen=True)
+class File:
+    """The picture or other file of a line. `name` is the sender's: show it, never use it as a
+    path. A downloaded file's mime_type is what its bytes show."""
+    name: str
+    mime_type: str
+    size: int
+    width: int = 0  # pixels, for a picture whose size is known
+    height: int = 0
+    url: str = ""  # "" while the customer's file uploads
+    local_path: str = ""  # the file sent, or where download_file saved it
+
+
+@dataclass(frozen=True)
 class Message:
     sequence: int
     author: Author
@@ -198,6 +211,7 @@ class Message:
     message_id: int = 0
     sent_time: int = 0
     error_code: int = 0
+    file: Optional[File] = None  # a picture or file line (its text "")
 
 
 class Observer:
@@ -211,6 +225,8 @@ class Observer:
     def on_message_delivery(self, message: Message) -> None: ...
     def on_unread_count_changed(self, unread: int) -> None: ...
     def on_desk_typing(self, typing: bool) -> None: ...
+    def on_file_progress(self, sequence: int, done: int, total: int) -> None: ...
+    def on_file_downloaded(self, sequence: int, file: File, error_code: int) -> None: ...
 
 
 def version() -> str:
@@ -242,6 +258,14 @@ def _json(value) -> bytes:
         return json.dumps(value, ensure_ascii=False, allow_nan=False).encode("utf-8")
     except (TypeError, ValueError) as error:
         raise ValueError(f"quor_cs: not a JSON value: {error}") from None
+
+
+class FileFailed(Exception):
+    """A file's transfer ended without it: `error_code` is the host's (XmppError for XMPP)."""
+
+    def __init__(self, error_code: int):
+        super().__init__(f"quor_cs: the file's transfer failed ({error_code})")
+        self.error_code = error_code
 
 
 class Closed(ValueError):
@@ -276,9 +300,15 @@ def _status(view) -> Status:
                   _text(view.text), groups, config)
 
 
+def _file(view) -> File:
+    return File(_text(view.name), _text(view.mime_type), view.size, view.width, view.height,
+                _text(view.url), _text(view.local_path))
+
+
 def _message(view) -> Message:
     return Message(view.sequence, Author(view.author), Delivery(view.delivery), _text(view.text),
-                   _text(view.sender_name), view.message_id, view.sent_time, view.error_code)
+                   _text(view.sender_name), view.message_id, view.sent_time, view.error_code,
+                   _file(view.file) if view.file != ffi.NULL else None)
 
 
 def _report(exception, value, traceback):
@@ -328,6 +358,21 @@ def _on_desk_typing(user, typing):
     ffi.from_handle(user)._observer.on_desk_typing(bool(typing))
 
 
+@ffi.callback("void(void*, uint64_t, uint64_t, uint64_t)", onerror=_report)
+def _on_file_progress(user, sequence, done, total):
+    ffi.from_handle(user)._observer.on_file_progress(sequence, done, total)
+
+
+@ffi.callback("void(void*, uint64_t, const quor_cs_file*, int64_t)", onerror=_report)
+def _on_file_downloaded(user, sequence, file, error_code):
+    ffi.from_handle(user)._observer.on_file_downloaded(sequence, _file(file), error_code)
+
+
+def max_file_bytes() -> int:
+    """The largest file the installed host sends now (its server's limit); 0: no files."""
+    return lib.quor_cs_max_file_bytes()
+
+
 class Service:
     """One service with one desk. Call it on your main thread; close() it (or use `with`)."""
 
@@ -345,6 +390,8 @@ class Service:
         functions.on_message_delivery = _on_message_delivery
         functions.on_unread_count_changed = _on_unread_count_changed
         functions.on_desk_typing = _on_desk_typing
+        functions.on_file_progress = _on_file_progress
+        functions.on_file_downloaded = _on_file_downloaded
         self._service = lib.quor_cs_service_create(desk_id.encode("utf-8"), functions)
         if self._service == ffi.NULL:
             raise RuntimeError(f"quor_cs: a service for desk {desk_id!r} is open already: "
@@ -445,6 +492,32 @@ class Service:
         Raises Refused(NOT_CONNECTED) when the service does not run."""
         _check(lib.quor_cs_service_set_typing(self._live(), 1 if typing else 0))
 
+    def send_file(self, path: str, name: Optional[str] = None,
+                  mime_type: Optional[str] = None) -> None:
+        """Sends a picture or other file, read from `path` as it uploads; `mime_type` None: what
+        the first bytes show. Its line comes to on_message, its progress to on_file_progress, its
+        outcome to on_message_delivery. Raises Refused(FILES_NOT_OFFERED, FILE_UNREADABLE,
+        TOO_LARGE or TYPE_NOT_ACCEPTED) at once, with nothing sent."""
+        _check(lib.quor_cs_service_send_file(
+            self._live(), _utf8(os.fspath(path), "path"), _optional_utf8(name, "name"),
+            _optional_utf8(mime_type, "mime_type")))
+
+    def cancel_file(self, sequence: int) -> None:
+        """Stops line `sequence`'s upload (it ends FAILED) or download; Refused(NO_SUCH_FILE)."""
+        _check(lib.quor_cs_service_cancel_file(self._live(), sequence))
+
+    def download_file(self, sequence: int) -> None:
+        """Fetches the desk's file of line `sequence` into the host's file cache (never by
+        itself): on_file_progress, then on_file_downloaded. Refused(NO_SUCH_FILE)."""
+        _check(lib.quor_cs_service_download_file(self._live(), sequence))
+
+    def set_accepted_file_types(self, types: List[str]) -> None:
+        """The MIME types send_file takes: "application/pdf", "image/*", "*/*"."""
+        encoded = [ffi.new("char[]", _utf8(t, "types")) for t in types]
+        _check(lib.quor_cs_service_set_accepted_file_types(
+            self._live(), ffi.new("const char*[]", encoded) if encoded else ffi.NULL,
+            len(encoded)))
+
     @property
     def status(self) -> Status:
         view = ffi.new("quor_cs_status*")
@@ -506,6 +579,24 @@ class Kit:
         told = kit_lib().quor_cs_kit_customer_typing(self._live())
         return None if told < 0 else told == 1
 
+    def set_max_file_bytes(self, limit: int) -> None:
+        """Files, kept in memory: none until a limit is set (0: none)."""
+        _check(kit_lib().quor_cs_kit_set_max_file_bytes(self._live(), limit))
+
+    def hold_uploads(self, held: bool) -> None:
+        """While held, uploads wait (a test cancels one meanwhile)."""
+        _check(kit_lib().quor_cs_kit_hold_uploads(self._live(), 1 if held else 0))
+
+    def set_file_cache(self, directory: str) -> None:
+        """Where download_file writes the desk's files."""
+        _check(kit_lib().quor_cs_kit_set_file_cache(self._live(),
+                                                    _utf8(os.fspath(directory), "directory")))
+
+    def desk_file(self, name: str, mime_type: str, data: bytes) -> None:
+        """The desk sends a file (kept by the kit) from whoever serves."""
+        _check(kit_lib().quor_cs_kit_desk_file(self._live(), _utf8(name, "name"),
+                                               _utf8(mime_type, "mime_type"), data, len(data)))
+
     def close(self) -> None:
         if self._kit is not None:
             kit_lib().quor_cs_kit_destroy(self._kit)
@@ -525,8 +616,10 @@ class XmppHost:
     def __init__(self, jid: str, password: str, server: Optional[str] = None,
                  port: Optional[int] = None, tls: str = "whenOffered",
                  trust_self_signed_certificate: bool = False, store_path: Optional[str] = None,
-                 desk_domain: Optional[str] = None, push: Optional[Dict[str, str]] = None):
-        """`push`: the device's push registration, {"service", "node", "token", "secret"}."""
+                 desk_domain: Optional[str] = None, push: Optional[Dict[str, str]] = None,
+                 file_cache_directory: Optional[str] = None):
+        """`push`: the device's push registration, {"service", "node", "token", "secret"}.
+        `file_cache_directory`: where download_file saves (default beside the store)."""
         options = {"jid": jid, "password": password, "tls": tls,
                    "trustSelfSignedCertificate": trust_self_signed_certificate}
         if push is not None:
@@ -535,7 +628,8 @@ class XmppHost:
                                  '"secret"}')
             options["push"] = dict(push)
         for key, value in (("server", server), ("port", port), ("storePath", store_path),
-                           ("deskDomain", desk_domain)):
+                           ("deskDomain", desk_domain),
+                           ("fileCacheDirectory", file_cache_directory)):
             if value is not None:
                 options[key] = value
         error = ffi.new("char**")

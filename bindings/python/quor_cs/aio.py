@@ -8,10 +8,13 @@ dispatcher serves the process, so the services of one process share one loop.
 """
 
 import asyncio
-from typing import Any, AsyncIterator, Callable, Dict, Optional
+from collections import deque
+from typing import Any, AsyncIterator, Callable, Dict, Optional, Tuple
 
-from . import (Message, Observer, Service, State, Status, drop_task, run_task,
-               set_dispatcher)
+from . import (Author, Delivery, File, FileFailed, Message, Observer, Service, State, Status,
+               drop_task, run_task, set_dispatcher)
+
+Progress = Optional[Callable[[int, int], None]]
 
 __all__ = ["AsyncService"]
 
@@ -27,13 +30,40 @@ class _Feed(Observer):
         self.status: Optional[Status] = None
         self._changed = changed
         self._lines = lines
+        # Files sent and not yet reported as lines, in order; then by their line's sequence.
+        self.unnumbered: "deque[Tuple[asyncio.Future, Progress]]" = deque()
+        self.transfers: Dict[int, Tuple[asyncio.Future, Progress]] = {}
 
     def on_state_changed(self, status: Status) -> None:
         self.status = status
         self._changed.set()
 
     def on_message(self, message: Message) -> None:
+        if message.author == Author.CUSTOMER and message.file is not None and self.unnumbered:
+            self.transfers[message.sequence] = self.unnumbered.popleft()
         self._lines.put_nowait(message)
+
+    def on_message_delivery(self, message: Message) -> None:
+        # The upload's one outcome: SENT, FAILED, or UNCONFIRMED (sent again by itself).
+        if message.delivery == Delivery.SENDING or message.sequence not in self.transfers:
+            return
+        future, _ = self.transfers.pop(message.sequence)
+        if not future.done():
+            future.set_result(message)
+
+    def on_file_progress(self, sequence: int, done: int, total: int) -> None:
+        _, progress = self.transfers.get(sequence, (None, None))
+        if progress:
+            progress(done, total)
+
+    def on_file_downloaded(self, sequence: int, file: File, error_code: int) -> None:
+        future, _ = self.transfers.pop(sequence, (None, None))
+        if future is None or future.done():
+            return
+        if error_code:
+            future.set_exception(FileFailed(error_code))
+        else:
+            future.set_result(file)
 
 
 class AsyncService:
@@ -81,6 +111,38 @@ class AsyncService:
 
     def send_text(self, text: str) -> None:
         self.service.send_text(text)
+
+    async def send_file(self, path: str, name: Optional[str] = None,
+                        mime_type: Optional[str] = None, progress: Progress = None) -> Message:
+        """Sends a file and returns its line once the upload has its outcome (SENT, FAILED or
+        UNCONFIRMED); `progress(done, total)` as it goes. Refused at once as Service.send_file.
+        Cancelling the awaiting task cancels the upload."""
+        future = self._loop.create_future()
+        self._feed.unnumbered.append((future, progress))
+        try:
+            self.service.send_file(path, name, mime_type)
+        except BaseException:
+            self._feed.unnumbered.pop()
+            raise
+        try:
+            return await asyncio.shield(future)
+        except asyncio.CancelledError:
+            for sequence, (waiting, _) in list(self._feed.transfers.items()):
+                if waiting is future and self.service is not None:
+                    self.service.cancel_file(sequence)
+            raise
+
+    async def download_file(self, sequence: int, progress: Progress = None) -> File:
+        """Fetches the desk's file of line `sequence` into the host's file cache and returns it
+        (local_path set, mime_type as its bytes show); raises FileFailed with the host's code."""
+        future = self._loop.create_future()
+        self._feed.transfers[sequence] = (future, progress)
+        try:
+            self.service.download_file(sequence)
+        except BaseException:
+            del self._feed.transfers[sequence]
+            raise
+        return await future
 
     async def lines(self) -> AsyncIterator[Message]:
         """The conversation's lines as they are reported, until the service is closed."""

@@ -314,17 +314,28 @@ void QuorDeskSimulator::restoreState(const KXDictionary& state) {
   }
 }
 
-void QuorDeskSimulator::sendText(const std::string& content, bool fromAgent) {
+KXDictionary QuorDeskSimulator::speaker(bool fromAgent) const {
   const KXDictionary who = fromAgent ? agent() : KXJsonMembers::member(profile_, "robot");
   KXDictionary user = {{"id", fromAgent ? "agent" : deskId_},
                        {"name", KXJsonMembers::text(who, "name", fromAgent ? "Agent" : "Robot")}};
   if (!KXJsonMembers::text(who, "portrait").empty())
     user["portrait"] = KXJsonMembers::text(who, "portrait");
-  send(KXTextMessage::getObjectName(), {{"content", content}, {"user", user}},
+  return user;
+}
+
+void QuorDeskSimulator::sendText(const std::string& content, bool fromAgent) {
+  send(KXTextMessage::getObjectName(), {{"content", content}, {"user", speaker(fromAgent)}},
        fromAgent ? "agent" : deskId_);
 }
 
 void QuorDeskSimulator::say(const std::string& content) { sendText(content, humanMode()); }
+
+void QuorDeskSimulator::sayFile(const KXDictionary& file) {
+  const bool fromAgent = humanMode();
+  KXDictionary body = file.is_object() ? file : KXDictionary::object();
+  body["user"] = speaker(fromAgent);
+  send(KXFileMessage::getObjectName(), body, fromAgent ? "agent" : deskId_);
+}
 
 void QuorDeskSimulator::requestEvaluation() {
   int number;

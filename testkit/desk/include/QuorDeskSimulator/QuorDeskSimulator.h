@@ -76,6 +76,9 @@ class QuorDeskSimulator : public QuorLoopbackPeer,
   void endService(const std::string& text, int code = KXCSTerminateEndService);
   void updateService(int serviceStatus);  // a KXCSUpdateStatus
   void inviteLeaveMessage(const std::string& text);
+  // A file from whoever serves: {"name", "type", "size", "url", "width", "height"}, kept where the
+  // customer's host can fetch it (the host's business).
+  void sayFile(const KXDictionary& file);
 
   void onMessageFromClient(const QuorWireMessage& message) override;
 
@@ -115,6 +118,8 @@ class QuorDeskSimulator : public QuorLoopbackPeer,
   // Ends the service as the profile's "end" section says: an end message or a closing update.
   void finishService();
   void sendText(const std::string& text, bool fromAgent);
+  // The "user" of what the robot or the agent says.
+  KXDictionary speaker(bool fromAgent) const;
   void send(const std::string& objectName, const KXDictionary& body,
             const std::string& senderUserId);
   KXDictionary handShakeResponse() const;

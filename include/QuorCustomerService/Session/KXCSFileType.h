@@ -4,13 +4,16 @@
 #include <string>
 #include <vector>
 
+#include "QuorCustomerService/QuorCustomerServiceExport.h"
+
 namespace quor {
 
 // What a file's first bytes say it is, and whether a MIME type is among the accepted ones. A
-// type is never taken from a file's name.
+// type is never taken from a file's name. The session API uses it for the files it sends and
+// downloads; an app or a desk may use it for files it shows.
 //
 // Threads: any (no state).
-class KXCSFileType {
+class QUOR_CS_EXPORT KXCSFileType {
  public:
   struct Seen {
     std::string type = "application/octet-stream";  // when no known signature matches
