@@ -39,16 +39,28 @@ TEST(ConsoleBoard, TheDesksMessagesMakeTheCustomersStateAndReadableLines) {
   board.record(said(mei, true, "KX:CsLM", R"({"phone":"1"})"));
   board.record(said(mei, false, "KX:CsEnd", R"({"code":0,"msg":"Bye"})"));
   board.record(said(mei, true, "KX:TxtMsg", "not json"));  // kept as an empty line, not lost
+  // Files are lines with their file; the board names only its own conversation's files.
+  board.record(said(mei, true, "KX:FileMsg",
+                    R"({"name":"a.png","type":"image/png","size":-5,"url":"http://u/1"})"));
+  board.record(said(mei, false, "KX:FileMsg", R"({"name":"label.pdf","url":"http://u/2",
+                    "user":{"name":"Ava"}})",
+                    "shop"));
+  EXPECT_EQ(board.fileOf(mei, "http://u/1")["size"], 0) << "a negative size reads as none";
+  EXPECT_EQ(board.fileOf(mei, "http://u/2")["name"], "label.pdf");
+  EXPECT_TRUE(board.fileOf(mei, "http://u/3").is_null());
+  EXPECT_TRUE(board.fileOf("nobody", "http://u/1").is_null());
+  EXPECT_TRUE(board.fileOf(mei, "").is_null());
   const KXDictionary conversation = board.conversation(mei);
+  EXPECT_EQ(conversation["lines"].back()["file"]["url"], "http://u/2");
   EXPECT_EQ(conversation["customer"]["name"], "梅");
   EXPECT_EQ(conversation["customer"]["state"], "ended");
   EXPECT_EQ(conversation["customer"]["agent"], "Ada");
-  EXPECT_EQ(conversation["customer"]["written"], 2);
+  EXPECT_EQ(conversation["customer"]["written"], 3);
   EXPECT_THAT(texts(conversation),
               ElementsAre("event: started a service", "robot: Hi!", "customer: hi", "robot: Hello",
                           "event: asked for an agent and chose group sales", "event: taken by Ada",
                           "event: rated 4 stars \u201cok\u201d", "event: left a message",
-                          "event: the service ended: Bye", "customer: "));
+                          "event: the service ended: Bye", "customer: ", "customer: ", "robot: "));
   EXPECT_EQ(board.state()["inbox"][0]["values"]["phone"], "1");
   EXPECT_TRUE(board.conversation("nobody").is_null());
 }

@@ -16,7 +16,7 @@ import time
 
 import pytest
 from selenium import webdriver
-from selenium.common.exceptions import StaleElementReferenceException
+from selenium.common.exceptions import StaleElementReferenceException, TimeoutException
 from selenium.webdriver.chrome.service import Service as DriverService
 from selenium.webdriver.common.action_chains import ActionChains
 from selenium.webdriver.common.keys import Keys
@@ -36,7 +36,7 @@ AGENTS = ["Ada", "Bo"]
 def password(agent):
     return f"{agent.lower()}-password"
 ACCOUNTS = ["mei", "kai", "hostile", "rita", "tina", "shop", "lu", "zoe", "noa", "ivy", "max",
-            "sam", "eli", "ana", "kim", "lee"]
+            "sam", "eli", "ana", "kim", "lee", "pia"]
 
 
 def free_port():
@@ -47,7 +47,8 @@ def free_port():
 
 @pytest.fixture(scope="module")
 def server_port():
-    with private_server([f"{account}:{account}-pw" for account in ACCOUNTS]) as port:
+    with private_server([f"{account}:{account}-pw" for account in ACCOUNTS],
+                        file_share=1024 * 1024) as port:
         yield port
 
 
@@ -160,6 +161,9 @@ class Customer:
     def mark_read(self):
         self._order(do="read")
 
+    def send_file(self, path, mime_type=None):
+        self._order(do="file", path=str(path), type=mime_type)
+
     def settle(self, seconds=0.3):
         # Takes in what the customer's app reported within `seconds` (read from the pipe itself:
         # a buffered reader would hold lines that select() cannot see).
@@ -265,10 +269,25 @@ def browser(browser_home):
 
 def wait(driver, condition, seconds=15):
     # The page redraws its lists as events come: an element read while it is replaced is read
-    # again at the next poll.
-    return WebDriverWait(driver, seconds, poll_frequency=0.1,
-                         ignored_exceptions=[StaleElementReferenceException]).until(
-                             lambda _: condition())
+    # again at the next poll. A condition that never holds says what the page showed.
+    try:
+        return WebDriverWait(driver, seconds, poll_frequency=0.1,
+                             ignored_exceptions=[StaleElementReferenceException]).until(
+                                 lambda _: condition())
+    except TimeoutException:
+        raise AssertionError(f"the page never got there; it showed: {page_state(driver)}") from None
+
+
+def page_state(driver):
+    try:
+        return driver.execute_script(
+            "const text = (id) => document.getElementById(id)?.textContent.trim();"
+            "return {visibility: document.visibilityState, agent: text('agent'),"
+            " open: text('customer-name'), state: text('customer-state'),"
+            " sayHidden: document.getElementById('say')?.hidden, connection: text('connection'),"
+            " list: [...document.querySelectorAll('#customer-list tr')].map(r => r.textContent)};")
+    except Exception as error:  # the page itself is gone
+        return repr(error)
 
 
 def shot(driver, name):

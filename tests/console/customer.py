@@ -6,8 +6,10 @@ app sees on its standard output, one JSON object a line.
     customer.py ACCOUNT NAME SERVER_PORT
     in:  {"do": "ask"} {"do": "group", "id": "sales"} {"do": "say", "text": "..."}
          {"do": "rate", "stars": 5, "suggestion": "..."} {"do": "leave", "values": {...}}
-         {"do": "typing", "typing": true} {"do": "read"} {"do": "quit"}
+         {"do": "typing", "typing": true} {"do": "read"}
+         {"do": "file", "path": "...", "type": "image/png"} {"do": "quit"}
     out: {"state": 3, "reason": 0, "text": ""} {"line": [AUTHOR, "text"]} {"dialog": "id"}
+         (a file's line: {"line": [AUTHOR, "[file] NAME"]})
          {"delivery": [SEQUENCE, DELIVERY]} {"deskTyping": true} {"error": "..."}
 """
 import json
@@ -23,7 +25,8 @@ class Reporter(quor_cs.Observer):
         report({"state": int(status.state), "reason": int(status.reason), "text": status.text})
 
     def on_message(self, message):
-        report({"line": [int(message.author), message.text]})
+        said = f"[file] {message.file.name}" if message.file else message.text
+        report({"line": [int(message.author), said]})
 
     def on_rating_requested(self, dialog_id):
         report({"dialog": dialog_id or "asked"})
@@ -59,6 +62,7 @@ def main():
         "leave": lambda order: service.leave_message(order["values"]),
         "typing": lambda order: service.set_typing(order["typing"]),
         "read": lambda order: service.mark_read(),
+        "file": lambda order: service.send_file(order["path"], mime_type=order.get("type")),
     }
     pending = b""
     while True:

@@ -1,8 +1,10 @@
 """The agent console in a real browser, end to end over a private server."""
 import http.server
+import struct
 import threading
 import urllib.error
 import urllib.request
+import zlib
 
 import pytest
 from selenium.common.exceptions import NoAlertPresentException
@@ -214,3 +216,59 @@ def test_the_page_says_when_the_desk_is_gone_and_recovers_when_it_is_back(desk, 
     rita = customers("rita", "Rita")  # the restarted desk's board fills again, live
     assert rita.screen.last.state == quor_cs.State.ROBOT
     wait(page, lambda: row(page, "Rita") is not None)
+
+
+def png(width, height):
+    """A real PNG of one colour, which a browser draws."""
+    def chunk(kind, data):
+        return (struct.pack(">I", len(data)) + kind + data +
+                struct.pack(">I", zlib.crc32(kind + data) & 0xFFFFFFFF))
+    rows = b"".join(b"\0" + b"\xcc\x55\x22" * width for _ in range(height))
+    return (b"\x89PNG\r\n\x1a\n" + chunk(b"IHDR", struct.pack(">IIBBBBB", width, height, 8, 2, 0, 0, 0))
+            + chunk(b"IDAT", zlib.compress(rows)) + chunk(b"IEND", b""))
+
+
+def served(driver, index):
+    """The status and the headers that matter of the conversation's picture `index`."""
+    return driver.execute_script(
+        "return fetch(document.querySelectorAll('#lines img.picture')[arguments[0]].src)"
+        ".then(r => [r.status, r.headers.get('content-type'), r.headers.get('content-disposition'),"
+        " r.headers.get('x-content-type-options')]);", index)
+
+
+def test_a_picture_shows_inline_and_a_page_dressed_as_one_only_downloads(
+        desk, customers, browser, tmp_path):
+    page = browser(desk.link)
+    login(page, "Ada")
+    pia = customers("pia", "Pia")
+    photo = tmp_path / "parcel.png"
+    photo.write_bytes(png(160, 100))
+    pia.send_file(photo)
+    receipt = (quor_cs.Author.ROBOT, "Thanks, we have parcel.png: an agent will look at it.")
+    assert pia.until(lambda: receipt in pia.screen.lines)
+    wait(page, lambda: row(page, "Pia") is not None)
+    row(page, "Pia").click()
+    wait(page, lambda: page.execute_script(
+        "const p = document.querySelector('#lines img.picture');"
+        "return Boolean(p && p.complete && p.naturalWidth === 160);"))
+    status, kind, disposition, sniffing = served(page, 0)
+    assert (status, kind, sniffing) == (200, "image/png", "nosniff")
+    assert disposition.startswith("inline") and "parcel.png" in disposition
+
+    # Markup named and typed as a picture: shown as no picture, served only as a download.
+    disguised = tmp_path / "cat.png"
+    disguised.write_bytes(b"<html><script>alert(1)</script></html>")
+    pia.send_file(disguised, "image/png")
+    wait(page, lambda: len(page.find_elements(By.CSS_SELECTOR, "#lines img.picture")) == 2)
+    status, kind, disposition, sniffing = served(page, 1)
+    assert (status, kind, sniffing) == (200, "application/octet-stream", "nosniff")
+    assert disposition.startswith("attachment")
+    assert page.execute_script("return document.querySelectorAll('#lines img.picture')[1]"
+                               ".naturalWidth") == 0
+    with pytest.raises(NoAlertPresentException):
+        page.switch_to.alert.text
+    # Only the conversation's own files: the console is no way to fetch anything else.
+    assert page.execute_script(
+        "return fetch('/api/file?customer=pia@localhost&url=' +"
+        " encodeURIComponent('http://127.0.0.1:1/')).then(r => r.status);") == 404
+    shot(page, "console-files")

@@ -15,10 +15,13 @@ def program(name):
 
 
 @contextlib.contextmanager
-def private_server(accounts):
+def private_server(accounts, file_share=0):
+    """`file_share`: an HTTP upload service taking files up to that many bytes (0: none)."""
     arguments = [program("QUOR_CS_SERVER_PROGRAM")]
     for account in accounts:
         arguments += ["--account", account]
+    if file_share:
+        arguments += ["--file-share", str(file_share)]
     server = subprocess.Popen(arguments, stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
     try:
         line = server.stdout.readline()

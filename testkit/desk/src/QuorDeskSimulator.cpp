@@ -71,7 +71,8 @@ const std::map<std::string, std::set<std::string>>& knownKeys() {
       {"",
        {"deskId", "companyName", "serviceType", "blacklisted", "switchToHumanAtStart", "humanAgent",
         "robot", "groups", "agent", "evaluation", "leaveMessage", "announcement", "suspendWhenQuit",
-        "end", "handshake"}},
+        "end", "handshake", "files"}},
+      {"files", {"receipt", "answer"}},
       {"robot", {"name", "portrait", "greeting", "answers", "fallback", "echo"}},
       {"agent", {"name", "portrait", "greeting", "replies"}},
       {"group", {"id", "name", "online", "agent"}},
@@ -114,8 +115,8 @@ std::string validate(const KXDictionary& profile) {
   if (human != "accepts" && human != "unavailable" && human != "refuses") {
     return "\"humanAgent\" must be \"accepts\", \"unavailable\" or \"refuses\"";
   }
-  for (const char* key :
-       {"robot", "agent", "evaluation", "leaveMessage", "announcement", "end", "handshake"}) {
+  for (const char* key : {"robot", "agent", "evaluation", "leaveMessage", "announcement", "end",
+                          "handshake", "files"}) {
     const KXDictionary& section = KXJsonMembers::member(profile, key);
     if (!section.is_null() && !section.is_object())
       return std::string("\"") + key + "\" must be an object";
@@ -391,6 +392,8 @@ void QuorDeskSimulator::onMessageFromClient(const QuorWireMessage& message) {
     answerChangeMode(body);
   } else if (message.objectName == KXTextMessage::getObjectName()) {
     answerText(KXJsonMembers::text(body, "content"));
+  } else if (message.objectName == KXFileMessage::getObjectName()) {
+    answerFile(KXJsonMembers::text(body, "name"));
   } else if (message.objectName == KXCSEvaluateMessage::getObjectName()) {
     if (KXJsonMembers::flag(end, "afterEvaluation")) finishService();
   } else if (message.objectName == KXCSLeaveMessage::getObjectName()) {
@@ -552,6 +555,19 @@ std::string QuorDeskSimulator::robotAnswer(const std::string& question) const {
   return KXJsonMembers::text(robot, "fallback", "Sorry, I do not know that yet.");
 }
 
+void QuorDeskSimulator::answerFile(const std::string& name) {
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (humanMode_ && watch_) return;  // the person serving answers
+  }
+  const KXDictionary& files = KXJsonMembers::member(profile_, "files");
+  std::string receipt = KXJsonMembers::text(files, "receipt");
+  if (const auto at = receipt.find("{name}"); at != std::string::npos) receipt.replace(at, 6, name);
+  if (!receipt.empty()) sendText(receipt, humanMode());
+  const KXDictionary& answer = KXJsonMembers::member(files, "answer");
+  if (!KXJsonMembers::text(answer, "url").empty()) sayFile(answer);
+}
+
 void QuorDeskSimulator::answerText(const std::string& question) {
   bool people;
   {
@@ -647,6 +663,7 @@ KXDictionary QuorDeskSimulator::defaultProfile() {
   },
   "announcement": {"text": "Free returns all month!", "clickUrl": "https://shop.example/returns"},
   "suspendWhenQuit": true,
+  "files": {"receipt": "Thanks, we have {name}: an agent will look at it."},
   "end": {"afterLeaveMessage": true, "text": "Thank you for contacting Quor Shop. Goodbye!"}
 })");
 }

@@ -9,6 +9,21 @@
 namespace quor {
 namespace {
 
+// A file message's body as the page shows it: its name, type, size, URL and pixel size, as
+// strings and counts whatever the desk or the customer wrote.
+KXDictionary fileView(const KXDictionary& body) {
+  const auto count = [&](const char* key) {
+    const int64_t value = KXJsonMembers::integer(body, key, 0);
+    return value > 0 ? value : 0;
+  };
+  return {{"name", KXJsonMembers::text(body, "name")},
+          {"type", KXJsonMembers::text(body, "type")},
+          {"size", count("size")},
+          {"url", KXJsonMembers::text(body, "url")},
+          {"width", count("width")},
+          {"height", count("height")}};
+}
+
 KXDictionary objectOr(const KXDictionary& value) {
   return value.is_object() ? value : KXDictionary::object();
 }
@@ -95,7 +110,7 @@ void QuorConsoleBoard::setInfo(Customer& customer, const KXDictionary& handshake
 std::size_t QuorConsoleBoard::bytesOf(const Line& line) {
   // An event's values repeat what its text says.
   return sizeof(Line) + line.who.size() + line.name.size() + 2 * line.text.size() +
-         line.event.size();
+         line.event.size() + (line.file.is_null() ? 0 : line.file.dump().size());
 }
 
 void QuorConsoleBoard::addLine(Customer& customer, Line line) {
@@ -212,6 +227,13 @@ void QuorConsoleBoard::recordFromCustomer(Customer& customer, const QuorDeskStor
     Line line{now, "customer", name, KXJsonMembers::text(body, "content")};
     line.stamp = record.stamp;
     addLine(customer, std::move(line));
+  } else if (type == KXFileMessage::getObjectName()) {
+    ++customer.written;
+    customer.typing = false;
+    Line line{now, "customer", name, ""};
+    line.file = fileView(body);
+    line.stamp = record.stamp;
+    addLine(customer, std::move(line));
   } else if (type == KXCSChangeModeMessage::getObjectName()) {
     const std::string group = KXJsonMembers::text(body, "groupid");
     customer.group = group;
@@ -245,12 +267,14 @@ void QuorConsoleBoard::recordFromDesk(Customer& customer, const QuorDeskStore::R
                                       const KXDictionary& body) {
   const std::string& type = record.objectName;
   const int64_t now = record.time;
-  if (type == KXTextMessage::getObjectName()) {
+  if (type == KXTextMessage::getObjectName() || type == KXFileMessage::getObjectName()) {
     // The agent's text as said by no person (an automatic receipt) is the desk's own.
     const bool agent = record.sender == "agent";
     const std::string who = !agent ? "robot" : record.agent.empty() ? "desk" : "agent";
-    addLine(customer, {now, who, KXJsonMembers::text(KXJsonMembers::member(body, "user"), "name"),
-                       KXJsonMembers::text(body, "content")});
+    Line line{now, who, KXJsonMembers::text(KXJsonMembers::member(body, "user"), "name"),
+              KXJsonMembers::text(body, "content")};
+    if (type == KXFileMessage::getObjectName()) line.file = fileView(body);
+    addLine(customer, std::move(line));
   } else if (type == KXCSHandShakeResponseMessage::getObjectName()) {
     const KXDictionary& data = KXJsonMembers::member(body, "data");
     if (KXJsonMembers::integer(body, "status", 0) != 1) {
@@ -293,6 +317,16 @@ void QuorConsoleBoard::recordFromDesk(Customer& customer, const QuorDeskStore::R
     const std::string invitation = KXJsonMembers::text(body, "content");
     addEvent(customer, now, "invited", "invited a message: " + invitation, {{"text", invitation}});
   }
+}
+
+KXDictionary QuorConsoleBoard::fileOf(const std::string& id, const std::string& url) const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  const auto found = customers_.find(id);
+  if (found == customers_.end() || url.empty()) return nullptr;
+  for (const auto& line : found->second.lines) {
+    if (!line.file.is_null() && KXJsonMembers::text(line.file, "url") == url) return line.file;
+  }
+  return nullptr;
 }
 
 uint64_t QuorConsoleBoard::linesWritten(const std::string& id) const {
@@ -380,6 +414,7 @@ KXDictionary QuorConsoleBoard::lineView(const Line& line) {
   KXDictionary shown = {
       {"time", line.time}, {"who", line.who}, {"name", line.name}, {"text", line.text}};
   if (line.stamp) shown["stamp"] = line.stamp;
+  if (!line.file.is_null()) shown["file"] = line.file;
   if (!line.event.empty()) {
     shown["event"] = line.event;
     shown["values"] = line.values;

@@ -12,6 +12,7 @@
 #include "KXJsonTree.h"
 #include "QuorConsoleAssets.h"
 #include "QuorCustomerService/QuorCustomerService.h"
+#include "QuorHostBase/QuorFileCache.h"
 
 namespace quor {
 namespace {
@@ -22,6 +23,30 @@ constexpr auto kKeepAlive = std::chrono::seconds(5);
 constexpr std::size_t kHttpThreads = 64;
 constexpr std::size_t kLongestBody = 64 * 1024;
 constexpr const char* kCookie = "quor_cs_agent";
+// The largest file the console fetches to show or hand out; a larger one is refused (413).
+constexpr uint64_t kLargestShownFile = 25 * 1024 * 1024;
+
+// The Content-Disposition of a file served under `name`: the name made safe (no path, no quote,
+// no line break), an ASCII fallback and the UTF-8 form percent-encoded.
+std::string disposition(bool inlinePicture, const std::string& name) {
+  const std::string safe = QuorFileCache::safeName(name);
+  std::string ascii, encoded;
+  static const char* hex = "0123456789ABCDEF";
+  for (unsigned char c : safe) {
+    ascii += c < 0x80 && c != '"' && c != '\\' && c != '%' ? static_cast<char>(c) : '_';
+    const bool plain = (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') ||
+                       c == '.' || c == '-' || c == '_';
+    if (plain) {
+      encoded += static_cast<char>(c);
+    } else {
+      encoded += '%';
+      encoded += hex[c >> 4];
+      encoded += hex[c & 15];
+    }
+  }
+  return std::string(inlinePicture ? "inline" : "attachment") + "; filename=\"" + ascii +
+         "\"; filename*=UTF-8''" + encoded;
+}
 
 // The value of the cookie `name` in a Cookie header; "" when absent.
 std::string cookieValue(const std::string& header, const std::string& name) {
@@ -260,6 +285,30 @@ void QuorDeskConsole::routes() {
         board_.conversation(request.get_param_value("customer"), agentOf(request));
     if (found.is_null()) return sendJson(response, {{"error", "no such customer"}}, 404);
     sendJson(response, found);
+  });
+  // A file of a conversation, fetched by the desk and served so that no browser runs it: what
+  // its bytes show to be a PNG, JPEG, GIF or WebP picture inline as that picture (never SVG or
+  // HTML), anything else as a download; only files the board shows.
+  server_->Get("/api/file", [this](const Request& request, Response& response) {
+    const std::string url = request.get_param_value("url");
+    const KXDictionary file = board_.fileOf(request.get_param_value("customer"), url);
+    if (file.is_null()) return sendJson(response, {{"error", "no such file"}}, 404);
+    std::string bytes;
+    const std::string failed = desk_.fetchFile(url, kLargestShownFile, &bytes);
+    if (failed == "larger than announced")
+      return sendJson(response, {{"error", "the file is too large to serve here"}}, 413);
+    if (!failed.empty())
+      return sendJson(response, {{"error", "the file could not be fetched: " + failed}}, 502);
+    const std::string type = KXCSFileType::sniffBytes(bytes.substr(0, 64 * 1024)).type;
+    const bool picture =
+        type == "image/png" || type == "image/jpeg" || type == "image/gif" || type == "image/webp";
+    // "nosniff" comes with every answer of the console; the sandbox keeps a file opened in its
+    // own tab from running anything.
+    response.set_header("Content-Security-Policy", "default-src 'none'; sandbox");
+    response.set_header("Cache-Control", "private, max-age=86400");
+    response.set_header("Content-Disposition",
+                        disposition(picture, KXJsonMembers::text(file, "name")));
+    response.set_content(std::move(bytes), picture ? type : "application/octet-stream");
   });
   server_->Get("/api/events", [this](const Request& request, Response& response) {
     if (eventStreams_.fetch_add(1) >= options_.eventStreams) {

@@ -248,6 +248,36 @@ function markSeen(item, seenAt) {
   item.append(element("span", t("seen"), "seen"));
 }
 
+// A picture or file of the open conversation, fetched through the console (which serves only
+// real pictures inline, and everything else as a download).
+const pictureTypes = ["image/png", "image/jpeg", "image/gif", "image/webp"];
+
+function fileNode(file) {
+  const href = `/api/file?customer=${encodeURIComponent(openId)}&url=${encodeURIComponent(file.url)}`;
+  const link = element("a");
+  link.href = href;
+  if (pictureTypes.includes(String(file.type).toLowerCase())) {
+    const picture = element("img", undefined, "picture");
+    picture.src = href;
+    picture.alt = file.name;
+    if (file.width > 0 && file.height > 0) {
+      const scale = Math.min(1, 240 / file.width, 240 / file.height);
+      picture.width = Math.max(1, Math.round(file.width * scale));
+      picture.height = Math.max(1, Math.round(file.height * scale));
+    }
+    link.target = "_blank";
+    link.rel = "noopener";
+    link.append(picture);
+    return link;
+  }
+  const size = new Intl.NumberFormat(language, { style: "unit", unit: "kilobyte", maximumFractionDigits: 1 })
+    .format((Number(file.size) || 0) / 1000);
+  link.className = "file";
+  link.textContent = `${file.name} (${size})`;
+  link.download = file.name;
+  return link;
+}
+
 function lineItem(line, seenAt = 0) {
   const item = element("li", undefined, line.who);
   item.dataset.time = line.time;
@@ -263,7 +293,7 @@ function lineItem(line, seenAt = 0) {
     : line.name || t(line.who);
   const head = element("span", who, "who");
   head.append(when);
-  item.append(head, document.createTextNode(line.text));
+  item.append(head, line.file ? fileNode(line.file) : document.createTextNode(line.text));
   markSeen(item, seenAt);
   return item;
 }

@@ -1,5 +1,6 @@
 // quor-cs-server: a private XMPP server (Prosody with the stamping module) for scripts and the
 // language bindings' tests: quor-cs-server --account USER:PASSWORD [--account ...]
+// [--file-share LIMIT] (an HTTP upload service taking files up to LIMIT bytes)
 // Prints "quor-cs-server: port N domain D" once it serves, and runs until its standard input
 // closes or it gets SIGTERM/SIGINT; then it stops the server and removes its directory.
 #include <poll.h>
@@ -13,20 +14,27 @@
 
 int main(int argc, char** argv) {
   quor::QuorPrivateServer::Options options;
-  // Arguments come in pairs: --account USER:PASSWORD.
+  const char* usage =
+      "usage: quor-cs-server --account USER:PASSWORD [--account ...] [--file-share LIMIT]\n";
+  // Arguments come in pairs: --account USER:PASSWORD, --file-share LIMIT.
   for (int i = 1; i < argc; i += 2) {
     const std::string argument = argv[i];
     if (argument == "--help" || argument == "-h") {
-      std::printf("usage: quor-cs-server --account USER:PASSWORD [--account ...]\n");
+      std::printf("%s", usage);
       return 0;
     }
     const std::string value = i + 1 < argc ? argv[i + 1] : "";
     const auto colon = value.find(':');
-    if (argument != "--account" || colon == std::string::npos || colon == 0) {
-      std::fprintf(stderr, "usage: quor-cs-server --account USER:PASSWORD [--account ...]\n");
+    if (argument == "--file-share" && !value.empty() &&
+        value.find_first_not_of("0123456789") == std::string::npos && value.size() < 12) {
+      options.fileShare = true;
+      options.fileShareLimit = std::stoull(value);
+    } else if (argument == "--account" && colon != std::string::npos && colon != 0) {
+      options.accounts[value.substr(0, colon)] = value.substr(colon + 1);
+    } else {
+      std::fprintf(stderr, "%s", usage);
       return 2;
     }
-    options.accounts[value.substr(0, colon)] = value.substr(colon + 1);
   }
   sigset_t signals;
   sigemptyset(&signals);

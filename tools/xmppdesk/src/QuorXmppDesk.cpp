@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 
 #include "QuorCustomerService/Host/KXTextMessage.h"
+#include "QuorHttpTransfer.h"
 #include "QuorXmppHost/QuorDeskJid.h"
 #include "QuorXmppHost/QuorRecentPayloads.h"
 #include "QuorXmppHost/QuorXmppErrors.h"
@@ -32,6 +33,7 @@ std::unique_ptr<QuorDeskStore> memoryStore(const std::string& account) {
 QuorXmppDesk::QuorXmppDesk(KXDictionary profile, QuorXmppOptions options, Limits limits)
     : profile_(std::move(profile)),
       limits_(limits),
+      trustSelfSigned_(options.trustSelfSignedCertificate),
       connection_(std::make_unique<QuorXmppConnection>(
           withDeskResource(std::move(options)), static_cast<QuorXmppConnection::Events&>(*this))) {
   store_ = memoryStore(connection_->bareJid());
@@ -128,6 +130,14 @@ void QuorXmppDesk::sendRead(const std::string& customerJid) {
     if (session != sessions_.end()) newest = session->second.newestStanza;
   }
   if (!newest.empty()) connection_->sendReadMarker(customerJid, newest);
+}
+
+std::string QuorXmppDesk::fetchFile(const std::string& url, uint64_t maxBytes,
+                                    std::string* bytes) const {
+  QuorHttpTransfer::Options options;
+  options.trustSelfSignedCertificate = trustSelfSigned_;
+  options.maxBytes = maxBytes;
+  return QuorHttpTransfer::fetch(url, bytes, options);
 }
 
 void QuorXmppDesk::onChatState(const std::string& peer, bool typing) {

@@ -115,6 +115,9 @@ class QuorDeskSimulator : public QuorLoopbackPeer,
   void answerHandShake();
   void answerChangeMode(const KXDictionary& request);
   void answerText(const std::string& text);
+  // The customer sent a file: the profile's receipt ("files.receipt", "{name}" filled in) and
+  // its picture or file ("files.answer"), while the robot serves or nobody answers in person.
+  void answerFile(const std::string& name);
   // Ends the service as the profile's "end" section says: an end message or a closing update.
   void finishService();
   void sendText(const std::string& text, bool fromAgent);

@@ -67,6 +67,9 @@ class QuorConsoleBoard {
   std::string nameOf(const std::string& customer) const;
   // The agent who serves the customer ("" when none, or for a customer the board does not know).
   std::string servedBy(const std::string& customer) const;
+  // The file of the customer's conversation kept under `url` ({"name", "type", "size", "url",
+  // ...}), or null: the console serves only the files the board shows.
+  KXDictionary fileOf(const std::string& customer, const std::string& url) const;
 
   // Signals, not lines (the desk stores neither): the customer is typing or stopped (their line
   // also ends it), and the customer read the desk's lines up to `at` (ms since the epoch). Each
@@ -99,6 +102,7 @@ class QuorConsoleBoard {
     int64_t stamp = 0;         // the server's or the sender's time, where known
     std::string event;         // an event's key
     KXDictionary values = {};  // an event's values
+    KXDictionary file = {};    // a picture or file line: {"name", "type", "size", "url", ...}
   };
   struct Customer {
     std::string id;

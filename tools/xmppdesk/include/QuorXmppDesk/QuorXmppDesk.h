@@ -105,6 +105,10 @@ class QuorXmppDesk : private QuorXmppConnection::Events {
   // nothing came from the customer in this run.
   void sendTyping(const std::string& customerJid, bool typing);
   void sendRead(const std::string& customerJid);
+  // Fetches a file a customer or the desk sent (the URL its message named) into `bytes`, at
+  // most `maxBytes` of them, on the caller's thread, with the desk's link's certificate rule:
+  // "" when it came whole, else why not.
+  std::string fetchFile(const std::string& url, uint64_t maxBytes, std::string* bytes) const;
 
   // How many customers the desk serves in memory now; whether it serves `customerJid`.
   std::size_t customerCount() const;
@@ -141,6 +145,7 @@ class QuorXmppDesk : private QuorXmppConnection::Events {
 
   const KXDictionary profile_;
   const Limits limits_;
+  const bool trustSelfSigned_;  // the link's certificate rule, for the files it fetches
   std::unique_ptr<QuorDeskStore> store_;
   std::mutex steps_;                        // one step at a time; taken before mutex_
   std::vector<QuorXmppPayload> unwritten_;  // under steps_: the step's answers
