@@ -679,7 +679,7 @@ std::string pngOf(std::size_t size) {
 }
 
 TEST_F(SessionApi, FilesGoUpWithProgressComeDownOnDemandAndRefusalsComeAtOnce) {
-  auto simulator = desk(R"({"evaluation": null})");
+  auto simulator = desk(R"({"evaluation": null, "files": null})");  // no receipts
   service = open(simulator->deskId());
   recorder->takeLines();
   struct Cleanup {

@@ -14,7 +14,10 @@ import com.quor.cs.Status
 import com.quor.cs.AppState
 import com.quor.cs.XmppHost
 import com.quor.cs.coroutines.SupportPushNotifications
+import com.quor.cs.coroutines.FileTransfer
 import com.quor.cs.coroutines.SupportSession
+import java.nio.file.Files
+import kotlinx.coroutines.Deferred
 import kotlinx.coroutines.CoroutineStart
 import kotlinx.coroutines.async
 import kotlinx.coroutines.flow.first
@@ -101,6 +104,61 @@ class KotlinJourneyTest {
                 kit.settle()
                 assertEquals(0L, session.unreadCount.value)
             }
+        }
+    }
+
+    // Runs the kit (the main thread) until `work` is done.
+    private suspend fun <T> settled(kit: Kit, work: Deferred<T>, step: String,
+                                    seen: () -> String = { "" }): T {
+        repeat(1000) {
+            if (work.isCompleted) return work.await()
+            yield()
+            kit.settle()
+        }
+        work.cancel()
+        throw AssertionError("never done: $step ${seen()}")
+    }
+
+    @Test
+    fun aFileGoesUpAsAFlowAndTheDesksComesDownIntoTheCache() = runBlocking {
+        val folder = Files.createTempDirectory("quor-cs-kotlin-files")
+        try {
+            Kit().use { kit ->
+                SupportSession(kit.deskId()).use { session ->
+                    settled(kit, async(start = CoroutineStart.UNDISPATCHED) { session.start() }, "start")
+                    val photo = folder.resolve("parcel.png")
+                    Files.write(photo, byteArrayOf(0x89.toByte(), 'P'.code.toByte(), 'N'.code.toByte(),
+                        'G'.code.toByte(), 13, 10, 26, 10) + ByteArray(40))
+                    val refused = settled(kit, async(start = CoroutineStart.UNDISPATCHED) {
+                        runCatching { session.sendFile(photo).toList() }
+                    }, "the refusal")
+                    assertEquals(Result.FILES_NOT_OFFERED,
+                        (refused.exceptionOrNull() as RefusedException).result())
+
+                    kit.setMaxFileBytes(1000)
+                    kit.setFileCache(folder.resolve("cache"))
+                    val sent = settled(kit, async(start = CoroutineStart.UNDISPATCHED) {
+                        session.sendFile(photo).toList()
+                    }, "the upload") { session.conversation.value.joinToString() }
+                    assertEquals(FileTransfer.Progress(48, 48), sent.first())
+                    val outcome = sent.last() as FileTransfer.Sent
+                    assertEquals(Delivery.SENT, outcome.line.delivery)
+                    assertEquals("image/png", outcome.line.attachment!!.mimeType)
+
+                    kit.deskFile("../label.gif", "image/gif", "GIF89a\u0002\u0000\u0003\u0000".toByteArray())
+                    kit.settle()
+                    val line = session.conversation.value.last { it.attachment != null }
+                    assertEquals(Author.ROBOT, line.author)
+                    val fetched = settled(kit, async(start = CoroutineStart.UNDISPATCHED) {
+                        session.downloadFile(line.sequence).toList()
+                    }, "the download")
+                    val saved = (fetched.last() as FileTransfer.Downloaded).file
+                    assertEquals("image/gif", saved.mimeType)
+                    assertEquals(folder.resolve("cache"), java.nio.file.Path.of(saved.localPath).parent)
+                }
+            }
+        } finally {
+            folder.toFile().deleteRecursively()
         }
     }
 

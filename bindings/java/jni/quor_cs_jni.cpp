@@ -9,6 +9,7 @@
 #include <mutex>
 #include <shared_mutex>
 #include <string>
+#include <vector>
 
 #include "QuorCustomerService/quor_cs.h"
 #include "QuorJniBytes.h"
@@ -24,7 +25,8 @@ struct Classes {
   jclass byteArray, quorCS, status, observer, host;
   jmethodID post, statusFromNative;
   jmethodID stateChanged, ratingRequested, evaluationSettings, messageLeft, message, unread,
-      deskTyping;
+      deskTyping, fileProgress, fileDownloaded, attachment;
+  jclass attachmentClass;
   jmethodID send, insertIncoming, deliverLocal, registerType, log, suspendWhenLeave;
 } java;
 
@@ -119,6 +121,16 @@ void onMessageLeft(void* user, int sent, int64_t value) {
                       static_cast<jlong>(value));
 }
 
+// A line's file as a com.quor.cs.Attachment; null for none.
+jobject makeAttachment(JNIEnv* env, const quor_cs_file* file) {
+  if (!file) return nullptr;
+  jobject made = env->CallStaticObjectMethod(
+      java.attachmentClass, java.attachment, bytes(env, file->name), bytes(env, file->mime_type),
+      static_cast<jlong>(file->size), static_cast<jint>(file->width),
+      static_cast<jint>(file->height), bytes(env, file->url), bytes(env, file->local_path));
+  return env->ExceptionCheck() ? nullptr : made;
+}
+
 void message(void* user, const quor_cs_message* line, bool deliveryUpdate) {
   JNIEnv* env = currentEnv();
   if (!env) return;
@@ -128,7 +140,7 @@ void message(void* user, const quor_cs_message* line, bool deliveryUpdate) {
                       static_cast<jlong>(line->sequence), line->author, line->delivery,
                       bytes(env, line->text), bytes(env, line->sender_name),
                       static_cast<jlong>(line->message_id), static_cast<jlong>(line->sent_time),
-                      static_cast<jlong>(line->error_code));
+                      static_cast<jlong>(line->error_code), makeAttachment(env, line->file));
 }
 void onMessage(void* user, const quor_cs_message* line) { message(user, line, false); }
 void onMessageDelivery(void* user, const quor_cs_message* line) { message(user, line, true); }
@@ -145,6 +157,23 @@ void onDeskTyping(void* user, int typing) {
   if (!env) return;
   LocalFrame frame(env);
   env->CallVoidMethod(bridgeOf(user), java.deskTyping, typing ? JNI_TRUE : JNI_FALSE);
+}
+
+void onFileProgress(void* user, uint64_t sequence, uint64_t done, uint64_t total) {
+  JNIEnv* env = currentEnv();
+  if (!env) return;
+  LocalFrame frame(env);
+  env->CallVoidMethod(bridgeOf(user), java.fileProgress, static_cast<jlong>(sequence),
+                      static_cast<jlong>(done), static_cast<jlong>(total));
+}
+
+void onFileDownloaded(void* user, uint64_t sequence, const quor_cs_file* file, int64_t code) {
+  JNIEnv* env = currentEnv();
+  if (!env) return;
+  LocalFrame frame(env);
+  if (!frame.ok()) return;
+  env->CallVoidMethod(bridgeOf(user), java.fileDownloaded, static_cast<jlong>(sequence),
+                      makeAttachment(env, file), static_cast<jlong>(code));
 }
 
 void releaseObserver(void* user) {
@@ -245,7 +274,12 @@ bool lookUp(JNIEnv* env) {
   java.status = global("com/quor/cs/Status");
   java.observer = global("com/quor/cs/ObserverBridge");
   java.host = global("com/quor/cs/HostBridge");
-  if (!java.byteArray || !java.quorCS || !java.status || !java.observer || !java.host) return false;
+  java.attachmentClass = global("com/quor/cs/Attachment");
+  if (!java.byteArray || !java.quorCS || !java.status || !java.observer || !java.host ||
+      !java.attachmentClass)
+    return false;
+  java.attachment = env->GetStaticMethodID(java.attachmentClass, "fromNative",
+                                           "([B[BJII[B[B)Lcom/quor/cs/Attachment;");
   java.post = env->GetStaticMethodID(java.quorCS, "post", "(J)V");
   java.statusFromNative =
       env->GetStaticMethodID(java.status, "fromNative", "(IIZJ[B[[B[[B[Z[B)Lcom/quor/cs/Status;");
@@ -253,9 +287,13 @@ bool lookUp(JNIEnv* env) {
   java.ratingRequested = env->GetMethodID(java.observer, "ratingRequested", "([B)V");
   java.evaluationSettings = env->GetMethodID(java.observer, "evaluationSettings", "([B)V");
   java.messageLeft = env->GetMethodID(java.observer, "messageLeft", "(ZJ)V");
-  java.message = env->GetMethodID(java.observer, "message", "(ZJII[B[BJJJ)V");
+  java.message =
+      env->GetMethodID(java.observer, "message", "(ZJII[B[BJJJLcom/quor/cs/Attachment;)V");
   java.unread = env->GetMethodID(java.observer, "unreadCountChanged", "(J)V");
   java.deskTyping = env->GetMethodID(java.observer, "deskTyping", "(Z)V");
+  java.fileProgress = env->GetMethodID(java.observer, "fileProgress", "(JJJ)V");
+  java.fileDownloaded =
+      env->GetMethodID(java.observer, "fileDownloaded", "(JLcom/quor/cs/Attachment;J)V");
   java.send = env->GetMethodID(java.host, "send", "([B[B[BJ)V");
   java.insertIncoming = env->GetMethodID(java.host, "insertIncoming", "([B[B[B[B)J");
   java.deliverLocal = env->GetMethodID(java.host, "deliverLocal", "(J[B[B[B)V");
@@ -304,6 +342,8 @@ NATIVE(jlong, serviceCreate)(JNIEnv* env, jclass, jbyteArray deskId, jobject bri
   observer.on_unread_count_changed = onUnreadCountChanged;
   observer.release = releaseObserver;
   observer.on_desk_typing = onDeskTyping;
+  observer.on_file_progress = onFileProgress;
+  observer.on_file_downloaded = onFileDownloaded;
   quor_cs_service* service = quor_cs_service_create(Text(env, deskId).get(), &observer);
   if (!service) env->DeleteGlobalRef(static_cast<jobject>(observer.user));
   return toLong(service);
@@ -367,6 +407,36 @@ NATIVE(void, serviceMarkRead)(JNIEnv*, jclass, jlong service) {
 }
 NATIVE(jint, serviceSetTyping)(JNIEnv*, jclass, jlong service, jboolean typing) {
   return quor_cs_service_set_typing(handle<quor_cs_service>(service), typing ? 1 : 0);
+}
+NATIVE(jint, serviceSendFile)
+(JNIEnv* env, jclass, jlong service, jbyteArray path, jbyteArray name, jbyteArray mimeType) {
+  return quor_cs_service_send_file(handle<quor_cs_service>(service), Text(env, path).get(),
+                                   Text(env, name).get(), Text(env, mimeType).get());
+}
+NATIVE(jint, serviceCancelFile)(JNIEnv*, jclass, jlong service, jlong sequence) {
+  return quor_cs_service_cancel_file(handle<quor_cs_service>(service),
+                                     static_cast<uint64_t>(sequence));
+}
+NATIVE(jint, serviceDownloadFile)(JNIEnv*, jclass, jlong service, jlong sequence) {
+  return quor_cs_service_download_file(handle<quor_cs_service>(service),
+                                       static_cast<uint64_t>(sequence));
+}
+NATIVE(jint, serviceSetAcceptedFileTypes)(JNIEnv* env, jclass, jlong service, jobjectArray types) {
+  const jsize count = types ? env->GetArrayLength(types) : 0;
+  std::vector<std::string> kept;
+  std::vector<const char*> pointers;
+  for (jsize i = 0; i < count; ++i) {
+    auto item = static_cast<jbyteArray>(env->GetObjectArrayElement(types, i));
+    const Text type(env, item);
+    kept.emplace_back(type.get() ? type.get() : "");
+    env->DeleteLocalRef(item);
+  }
+  for (const auto& type : kept) pointers.push_back(type.c_str());
+  return quor_cs_service_set_accepted_file_types(handle<quor_cs_service>(service), pointers.data(),
+                                                 pointers.size());
+}
+NATIVE(jlong, maxFileBytes)(JNIEnv*, jclass) {
+  return static_cast<jlong>(quor_cs_max_file_bytes());
 }
 NATIVE(jobject, serviceStatus)(JNIEnv* env, jclass, jlong service) {
   quor_cs_status status{};

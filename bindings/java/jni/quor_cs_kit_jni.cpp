@@ -38,6 +38,21 @@ NATIVE(jint, kitDeskTyping)(JNIEnv*, jclass, jlong kit, jboolean typing) {
 NATIVE(jint, kitDeskRead)(JNIEnv*, jclass, jlong kit) {
   return quor_cs_kit_desk_read(handle<quor_cs_kit>(kit));
 }
+NATIVE(jint, kitSetMaxFileBytes)(JNIEnv*, jclass, jlong kit, jlong bytes) {
+  return quor_cs_kit_set_max_file_bytes(handle<quor_cs_kit>(kit), static_cast<uint64_t>(bytes));
+}
+NATIVE(jint, kitHoldUploads)(JNIEnv*, jclass, jlong kit, jboolean held) {
+  return quor_cs_kit_hold_uploads(handle<quor_cs_kit>(kit), held ? 1 : 0);
+}
+NATIVE(jint, kitSetFileCache)(JNIEnv* env, jclass, jlong kit, jbyteArray directory) {
+  return quor_cs_kit_set_file_cache(handle<quor_cs_kit>(kit), Text(env, directory).get());
+}
+NATIVE(jint, kitDeskFile)
+(JNIEnv* env, jclass, jlong kit, jbyteArray name, jbyteArray mimeType, jbyteArray data) {
+  const Text bytes(env, data);
+  return quor_cs_kit_desk_file(handle<quor_cs_kit>(kit), Text(env, name).get(),
+                               Text(env, mimeType).get(), bytes.get(), bytes.size());
+}
 NATIVE(jint, kitCustomerTyping)(JNIEnv*, jclass, jlong kit) {
   return quor_cs_kit_customer_typing(handle<quor_cs_kit>(kit));
 }

@@ -64,6 +64,26 @@ public final class Kit extends NativeHandle {
     Native.check(KitNative.kitDeskTyping(live(), typing));
   }
 
+  /** Files, kept in memory: none until a limit is set (0: none). */
+  public void setMaxFileBytes(long limit) {
+    Native.check(KitNative.kitSetMaxFileBytes(live(), limit));
+  }
+
+  /** While held, uploads wait (a test cancels one meanwhile). */
+  public void holdUploads(boolean held) {
+    Native.check(KitNative.kitHoldUploads(live(), held));
+  }
+
+  /** Where downloadFile writes the desk's files. */
+  public void setFileCache(@NotNull java.nio.file.Path directory) {
+    Native.check(KitNative.kitSetFileCache(live(), Utf8.bytes(directory.toString())));
+  }
+
+  /** The desk sends a file (kept by the kit) from whoever serves. */
+  public void deskFile(@NotNull String name, @NotNull String mimeType, byte @NotNull [] data) {
+    Native.check(KitNative.kitDeskFile(live(), Utf8.bytes(name), Utf8.bytes(mimeType), data));
+  }
+
   /** The desk read the customer's lines so far: they become READ. */
   public void deskRead() {
     Native.check(KitNative.kitDeskRead(live()));

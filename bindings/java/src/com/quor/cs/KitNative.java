@@ -35,5 +35,13 @@ final class KitNative {
 
   static native int kitDeskRead(long kit);
 
+  static native int kitSetMaxFileBytes(long kit, long bytes);
+
+  static native int kitHoldUploads(long kit, boolean held);
+
+  static native int kitSetFileCache(long kit, byte[] directory);
+
+  static native int kitDeskFile(long kit, byte[] name, byte[] mimeType, byte[] data);
+
   static native int kitCustomerTyping(long kit);
 }

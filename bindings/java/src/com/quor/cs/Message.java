@@ -1,6 +1,7 @@
 package com.quor.cs;
 
 import org.jetbrains.annotations.NotNull;
+import org.jetbrains.annotations.Nullable;
 
 /** One line of the conversation, or a delivery update of the customer's line. Immutable. */
 public final class Message {
@@ -16,9 +17,11 @@ public final class Message {
   public final long sentTime;
   /** Failed: the host's error code. */
   public final long errorCode;
+  /** A picture or file line (its text ""); null for the others. */
+  public final @Nullable Attachment attachment;
 
   Message(long sequence, int author, int delivery, byte[] text, byte[] senderName, long messageId,
-      long sentTime, long errorCode) {
+      long sentTime, long errorCode, Attachment attachment) {
     this.sequence = sequence;
     this.author = Author.of(author);
     this.delivery = Delivery.of(delivery);
@@ -27,6 +30,7 @@ public final class Message {
     this.messageId = messageId;
     this.sentTime = sentTime;
     this.errorCode = errorCode;
+    this.attachment = attachment;
   }
 
   @Override

@@ -57,6 +57,16 @@ final class Native {
 
   static native int serviceSetTyping(long service, boolean typing);
 
+  static native int serviceSendFile(long service, byte[] path, byte[] name, byte[] mimeType);
+
+  static native int serviceCancelFile(long service, long sequence);
+
+  static native int serviceDownloadFile(long service, long sequence);
+
+  static native int serviceSetAcceptedFileTypes(long service, byte[][] types);
+
+  static native long maxFileBytes();
+
   static native Status serviceStatus(long service);
 
   static native long hostInstall(HostBridge host);

@@ -29,4 +29,13 @@ public interface Observer {
 
   /** The desk is typing, or stopped (also when its line arrives and at the end). */
   default void onDeskTyping(boolean typing) {}
+
+  /** A file of line {@code sequence} moves (an upload, or a download), about 100 times at most. */
+  default void onFileProgress(long sequence, long done, long total) {}
+
+  /**
+   * {@link Service#downloadFile} ended: {@code file} with its localPath and the type its bytes
+   * show, or {@code errorCode} (the host's) and an empty localPath.
+   */
+  default void onFileDownloaded(long sequence, @NotNull Attachment file, long errorCode) {}
 }

@@ -42,10 +42,10 @@ final class ObserverBridge {
   }
 
   void message(boolean deliveryUpdate, long sequence, int author, int delivery, byte[] text,
-      byte[] senderName, long messageId, long sentTime, long errorCode) {
+      byte[] senderName, long messageId, long sentTime, long errorCode, Attachment attachment) {
     try {
-      Message line =
-          new Message(sequence, author, delivery, text, senderName, messageId, sentTime, errorCode);
+      Message line = new Message(
+          sequence, author, delivery, text, senderName, messageId, sentTime, errorCode, attachment);
       if (deliveryUpdate) {
         observer.onMessageDelivery(line);
       } else {
@@ -67,6 +67,22 @@ final class ObserverBridge {
   void deskTyping(boolean typing) {
     try {
       observer.onDeskTyping(typing);
+    } catch (Throwable thrown) {
+      QuorCS.report(thrown);
+    }
+  }
+
+  void fileProgress(long sequence, long done, long total) {
+    try {
+      observer.onFileProgress(sequence, done, total);
+    } catch (Throwable thrown) {
+      QuorCS.report(thrown);
+    }
+  }
+
+  void fileDownloaded(long sequence, Attachment file, long errorCode) {
+    try {
+      observer.onFileDownloaded(sequence, file, errorCode);
     } catch (Throwable thrown) {
       QuorCS.report(thrown);
     }

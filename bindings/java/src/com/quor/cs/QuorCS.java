@@ -28,6 +28,11 @@ public final class QuorCS {
    * ContextCompat.getMainExecutor(context)}). Null goes back to the installed host's own queue
    * (the test kit's settle(), the XMPP host's settle()). Install it before services start.
    */
+  /** The largest file the installed host sends now (its server's limit); 0: no files. */
+  public static long maxFileBytes() {
+    return Native.maxFileBytes();
+  }
+
   public static void setMainThreadExecutor(Executor executor) {
     QuorCS.executor = executor;
     Native.setDispatcher(executor != null);

@@ -125,6 +125,43 @@ public final class Service extends NativeHandle {
     Native.check(Native.serviceSetTyping(live(), typing));
   }
 
+  /**
+   * Sends a picture or other file, read from {@code path} as it uploads; {@code name} (null: the
+   * path's last part) and {@code mimeType} (null: what the first bytes show) may be null. Its
+   * line comes to onMessage, its progress to onFileProgress, one outcome to onMessageDelivery.
+   * Throws RefusedException at once, with nothing sent: FILES_NOT_OFFERED, FILE_UNREADABLE,
+   * TOO_LARGE (over {@link QuorCS#maxFileBytes}), TYPE_NOT_ACCEPTED.
+   */
+  public void sendFile(@NotNull java.nio.file.Path path, @Nullable String name,
+      @Nullable String mimeType) {
+    if (path == null) throw new IllegalArgumentException("path is null");
+    Native.check(Native.serviceSendFile(live(), Utf8.bytes(path.toString()),
+        name == null ? null : Utf8.bytes(name), mimeType == null ? null : Utf8.bytes(mimeType)));
+  }
+
+  /** Stops line {@code sequence}'s upload (it ends FAILED) or download; NO_SUCH_FILE else. */
+  public void cancelFile(long sequence) {
+    Native.check(Native.serviceCancelFile(live(), sequence));
+  }
+
+  /**
+   * Fetches the desk's file of line {@code sequence} into the host's file cache (never by
+   * itself): onFileProgress, then onFileDownloaded. Throws RefusedException (NO_SUCH_FILE).
+   */
+  public void downloadFile(long sequence) {
+    Native.check(Native.serviceDownloadFile(live(), sequence));
+  }
+
+  /** The MIME types sendFile takes: "application/pdf", "image/*", "*&#47;*". */
+  public void setAcceptedFileTypes(@NotNull java.util.List<String> types) {
+    byte[][] encoded = new byte[types.size()][];
+    for (int i = 0; i < encoded.length; ++i) {
+      if (types.get(i) == null) throw new IllegalArgumentException("a type is null");
+      encoded[i] = Utf8.bytes(types.get(i));
+    }
+    Native.check(Native.serviceSetAcceptedFileTypes(live(), encoded));
+  }
+
   /** The last state reported (or about to be). */
   public @NotNull Status status() {
     return Native.serviceStatus(live());

@@ -1,10 +1,15 @@
 package com.quor.cs.coroutines
 
 import com.quor.cs.AgentRating
+import com.quor.cs.Attachment
 import com.quor.cs.Customer
 import com.quor.cs.State
 import com.quor.cs.Status
+import java.nio.file.Path
+import kotlinx.coroutines.channels.awaitClose
+import kotlinx.coroutines.flow.Flow
 import kotlinx.coroutines.flow.MutableStateFlow
+import kotlinx.coroutines.flow.callbackFlow
 import kotlinx.coroutines.flow.StateFlow
 import kotlinx.coroutines.flow.asStateFlow
 import kotlinx.coroutines.flow.first
@@ -26,6 +31,7 @@ class SupportSession(deskId: String) : AutoCloseable {
     private val mutableConversation = MutableStateFlow<List<SupportLine>>(LinesSoFar(lines, 0))
     private val mutableUnread = MutableStateFlow(0L)
     private val mutableDeskTyping = MutableStateFlow(false)
+    private val transfers = FileTransfers()
     private val service: SupportService
 
     init {
@@ -35,12 +41,14 @@ class SupportSession(deskId: String) : AutoCloseable {
             }
 
             override fun onMessage(message: SupportLine) {
+                transfers.line(message)
                 lines.add(message)
                 mutableConversation.value = LinesSoFar(lines, lines.size)
             }
 
             // A delivery update replaces its line: the lines are numbered 1, 2, 3 ... in order.
             override fun onMessageDelivery(message: SupportLine) {
+                transfers.delivery(message)
                 val first = lines.firstOrNull() ?: return
                 val index = (message.sequence - first.sequence).toInt()
                 if (index !in lines.indices) return
@@ -55,6 +63,12 @@ class SupportSession(deskId: String) : AutoCloseable {
             override fun onDeskTyping(typing: Boolean) {
                 mutableDeskTyping.value = typing
             }
+
+            override fun onFileProgress(sequence: Long, done: Long, total: Long) =
+                transfers.progress(sequence, done, total)
+
+            override fun onFileDownloaded(sequence: Long, file: Attachment, errorCode: Long) =
+                transfers.downloaded(sequence, file, errorCode)
         }
         service = SupportService(deskId, observer)
         mutableStatus = MutableStateFlow(service.status())
@@ -113,6 +127,40 @@ class SupportSession(deskId: String) : AutoCloseable {
 
     /** The customer is typing (at each change of the input) or left it; throttled by the library. */
     fun setTyping(typing: Boolean) = service.setTyping(typing)
+
+    /**
+     * Sends a picture or other file when collected: [FileTransfer.Progress] as it uploads, then
+     * [FileTransfer.Sent] with its line's outcome, and the flow ends. A refusal (FILES_NOT_OFFERED,
+     * FILE_UNREADABLE, TOO_LARGE, TYPE_NOT_ACCEPTED) is thrown to the collector, with nothing
+     * sent; a collector that goes before the end cancels the upload.
+     */
+    fun sendFile(path: Path, name: String? = null, mimeType: String? = null): Flow<FileTransfer> =
+        callbackFlow {
+            transfers.uploadStarts(channel)
+            try {
+                service.sendFile(path, name, mimeType)
+            } catch (refused: Throwable) {
+                transfers.forget(channel) // a refused file never gets a line
+                throw refused
+            }
+            awaitClose { transfers.forget(channel)?.let { runCatching { service.cancelFile(it) } } }
+        }
+
+    /**
+     * Fetches the desk's file of line [sequence] into the host's cache when collected:
+     * [FileTransfer.Progress], then [FileTransfer.Downloaded]; a failure is thrown as
+     * [FileTransferException].
+     */
+    fun downloadFile(sequence: Long): Flow<FileTransfer> = callbackFlow {
+        transfers.downloadStarts(sequence, channel)
+        try {
+            service.downloadFile(sequence)
+        } catch (refused: Throwable) {
+            transfers.forget(channel)
+            throw refused
+        }
+        awaitClose { transfers.forget(channel)?.let { runCatching { service.cancelFile(it) } } }
+    }
 
     fun end() = service.end()
 
