@@ -1,16 +1,14 @@
 // Files over XMPP: the server's HTTP upload service (XEP-0363) on both servers.
 #include <gmock/gmock.h>
 
-#include <httplib.h>
-
 #include <filesystem>
 #include <fstream>
 #include <future>
 #include <thread>
 
-#include "QuorHostBase/QuorFileCache.h"
 #include "QuorHttpTransfer.h"
 #include "QuorLoopbackHost/QuorRecordingModule.h"
+#include "QuorPrivateServer/QuorTcpProxy.h"
 #include "QuorXmppHost/QuorXmppErrors.h"
 #include "xmpp/XmppFixture.h"
 
@@ -18,14 +16,6 @@ namespace quor::test {
 namespace {
 
 constexpr uint64_t kLimit = 300 * 1000;
-
-class XmppFiles : public XmppOnEachServer {
- protected:
-  void configure(QuorPrivateServer::Options& options) override {
-    options.fileShare = true;
-    options.fileShareLimit = kLimit;
-  }
-};
 
 template <typename Done>
 bool waitUntil(Done done) {
@@ -45,64 +35,77 @@ std::string fileOf(std::size_t size, const std::string& name) {
   return path;
 }
 
-TEST_P(XmppFiles, AFileGoesUpThroughASlotAndComesBackWholeAndTheLimitHolds) {
-  auto alice = bareHost("alice");
-  ASSERT_TRUE(alice->waitUntilOnline(kPatience));
-  // The server's upload service and its limit, from its service discovery after the login.
-  waitUntil([&] { return !alice->connection().uploadService().jid.empty(); });
-  EXPECT_EQ(alice->connection().uploadService().jid, server->uploadDomain());
-  EXPECT_EQ(alice->connection().uploadService().maxBytes, kLimit);
-  const auto slotFor = [&](const std::string& name, uint64_t size) {
-    std::promise<std::pair<QuorXmppUploadSlot, std::string>> answer;
-    alice->connection().requestUploadSlot(
-        name, size, "image/jpeg", [&](const QuorXmppUploadSlot& slot, const std::string& error) {
-          answer.set_value({slot, error});
-        });
-    auto got = answer.get_future();
-    EXPECT_EQ(got.wait_for(kPatience), std::future_status::ready);
-    return got.get();
-  };
-
-  // Over the service's limit: no slot, and the service's reason.
-  const auto refused = slotFor("huge.jpg", kLimit + 1);
-  EXPECT_TRUE(refused.first.putUrl.empty());
-  EXPECT_NE(refused.second.find("not-acceptable"), std::string::npos) << refused.second;
-
-  const std::string path = fileOf(200 * 1000, "parcel.jpg");
-  const auto [slot, error] = slotFor("parcel.jpg", 200 * 1000);
-  ASSERT_EQ(error, "");
-  QuorHttpTransfer::Options options;
-  options.contentType = "image/jpeg";
-  // Cancelled before a byte went: nothing is there.
-  std::atomic<bool> cancel{true};
-  options.cancelled = [&] { return cancel.load(); };
-  EXPECT_EQ(QuorHttpTransfer::put(slot, path, options), "cancelled");
-  cancel = false;
-  uint64_t lastSent = 0, total = 0;
-  options.progress = [&](uint64_t sent, uint64_t of) {
-    EXPECT_GE(sent, lastSent);
-    lastSent = sent;
-    total = of;
-  };
-  ::testing::internal::CaptureStdout();
-  EXPECT_EQ(QuorHttpTransfer::put(slot, path, options), "");
-  EXPECT_EQ(::testing::internal::GetCapturedStdout(), "") << "the service's answer is the host's";
-  EXPECT_EQ(total, 200u * 1000);
-  EXPECT_EQ(lastSent, total);
-
-  // The GET URL gives the same bytes.
-  httplib::Client web("127.0.0.1", server->httpPort());
-  const std::string prefix = "http://127.0.0.1:" + std::to_string(server->httpPort());
-  ASSERT_EQ(slot.getUrl.rfind(prefix, 0), 0u) << slot.getUrl;
-  const auto fetched = web.Get(slot.getUrl.substr(prefix.size()));
-  ASSERT_TRUE(fetched);
-  EXPECT_EQ(fetched->status, 200);
+std::string bytesOf(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
-  const std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-  EXPECT_TRUE(fetched->body == bytes);
-  std::filesystem::remove(path);
-  alice->logout();
+  return std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
 }
+
+class XmppFiles : public XmppOnEachServer {
+ protected:
+  void configure(QuorPrivateServer::Options& options) override {
+    options.fileShare = true;
+    options.fileShareLimit = kLimit;
+  }
+
+  // The desk's account, which records the payloads it receives.
+  std::shared_ptr<QuorXmppHost> deskAccount() {
+    const QuorXmppOptions options = accountOptions(deskLocalPart(), "desk-pw");
+    auto made = bareHost(deskLocalPart(), &options);
+    made->setWireObserver([this](const QuorXmppPayload& payload, bool fromClient) {
+      std::lock_guard<std::mutex> lock(mutex_);
+      if (!fromClient) deskGot_.push_back(payload);
+    });
+    EXPECT_TRUE(made->waitUntilOnline(kPatience));
+    return made;
+  }
+  std::vector<QuorXmppPayload> deskGot() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return deskGot_;
+  }
+
+  // A file's outcomes: every report counted, so that a second one shows.
+  struct Outcome {
+    std::atomic<int> reports{0};
+    std::atomic<int64_t> code{-1};  // 0: sent
+    std::atomic<uint64_t> progress{0};
+  };
+  std::shared_ptr<Outcome> send(QuorXmppHost& from, const std::string& to, const std::string& path,
+                                const std::string& name, bool cancelled = false,
+                                std::function<void()> duringUpload = nullptr) {
+    auto content = std::make_shared<KXFileMessage>();
+    content->setName(name);
+    content->setMimeType("image/png");
+    content->setSize(std::filesystem::file_size(path));
+    content->setLocalPath(path);
+    auto outcome = std::make_shared<Outcome>();
+    auto once = std::make_shared<std::once_flag>();
+    from.sendFileMessage(
+        KXConversationTypeCustomerService, to, content,
+        std::make_shared<std::atomic<bool>>(cancelled),
+        [outcome, once, duringUpload](uint64_t done, uint64_t) {
+          outcome->progress = done;
+          if (duringUpload) std::call_once(*once, duringUpload);
+        },
+        [outcome](int64_t) {
+          outcome->code = 0;
+          ++outcome->reports;
+        },
+        [outcome](int64_t code, int64_t) {
+          outcome->code = code;
+          ++outcome->reports;
+        });
+    return outcome;
+  }
+  // The file's one outcome, and its bytes moved.
+  static std::pair<int64_t, uint64_t> outcomeOf(const std::shared_ptr<Outcome>& outcome) {
+    EXPECT_TRUE(waitUntil([&] { return outcome->reports > 0; }));
+    return {outcome->code.load(), outcome->progress.load()};
+  }
+
+ private:
+  std::mutex mutex_;
+  std::vector<QuorXmppPayload> deskGot_;
+};
 
 // The host's own path both ways: Alice's picture goes up and reaches the desk's account as a
 // file message whose URL gives its bytes; the desk's file, under a hostile name, is fetched on
@@ -119,69 +122,38 @@ TEST_P(XmppFiles, APictureEachWayAndEveryRefusalHasOneOutcome) {
   QuorRecordingModule aliceHeard;
   alice->loadExtensionModule(aliceHeard);
   alice->connect();
-  const QuorXmppOptions deskOptions = accountOptions(deskLocalPart(), "desk-pw");
-  auto deskAccount = bareHost(deskLocalPart(), &deskOptions);
-  std::mutex mutex;
-  std::vector<QuorXmppPayload> deskGot;
-  deskAccount->setWireObserver([&](const QuorXmppPayload& payload, bool fromClient) {
-    std::lock_guard<std::mutex> lock(mutex);
-    if (!fromClient) deskGot.push_back(payload);
-  });
+  auto desk = deskAccount();
   ASSERT_TRUE(alice->waitUntilOnline(kPatience));
-  ASSERT_TRUE(deskAccount->waitUntilOnline(kPatience));
+  // The server's upload service and its limit, from its service discovery after the login.
   ASSERT_TRUE(waitUntil([&] { return alice->maxFileBytes() == kLimit; }));
-
-  struct Outcome {
-    std::promise<int64_t> code;  // 0: sent
-    std::atomic<uint64_t> progress{0};
-  };
-  const auto send = [&](QuorXmppHost& from, const std::string& to, const std::string& path,
-                        const std::string& name, bool cancelled) {
-    auto content = std::make_shared<KXFileMessage>();
-    content->setName(name);
-    content->setMimeType("image/png");
-    content->setSize(std::filesystem::file_size(path));
-    content->setLocalPath(path);
-    auto outcome = std::make_shared<Outcome>();
-    from.sendFileMessage(
-        KXConversationTypeCustomerService, to, content,
-        std::make_shared<std::atomic<bool>>(cancelled),
-        [outcome](uint64_t done, uint64_t) { outcome->progress = done; },
-        [outcome](int64_t) { outcome->code.set_value(0); },
-        [outcome](int64_t code, int64_t) { outcome->code.set_value(code); });
-    auto future = outcome->code.get_future();
-    EXPECT_EQ(future.wait_for(kPatience), std::future_status::ready);
-    return std::make_pair(future.get(), outcome->progress.load());
-  };
+  EXPECT_EQ(alice->connection().uploadService().jid, server->uploadDomain());
 
   const std::string picture = fileOf(50 * 1000, "parcel.png");
-  EXPECT_EQ(send(*alice, "quor-shop", picture, "parcel.png", true).first, QuorXmppErrorCancelled);
+  EXPECT_EQ(outcomeOf(send(*alice, "quor-shop", picture, "parcel.png", true)).first,
+            QuorXmppErrorCancelled);
   const std::string huge = fileOf(kLimit + 1, "huge.png");
-  EXPECT_EQ(send(*alice, "quor-shop", huge, "huge.png", false).first, QuorXmppErrorUploadFailed);
-  EXPECT_EQ(send(*alice, "quor-shop", picture, "parcel.png", false),
+  EXPECT_EQ(outcomeOf(send(*alice, "quor-shop", huge, "huge.png")).first,
+            QuorXmppErrorUploadFailed);
+  ::testing::internal::CaptureStdout();
+  EXPECT_EQ(outcomeOf(send(*alice, "quor-shop", picture, "parcel.png")),
             std::make_pair(int64_t{0}, uint64_t{50 * 1000}));
+  EXPECT_EQ(::testing::internal::GetCapturedStdout(), "") << "the service's answer is the host's";
 
   // The desk's account got one message, the file's, and its URL gives the picture's bytes.
-  ASSERT_TRUE(waitUntil([&] {
-    std::lock_guard<std::mutex> lock(mutex);
-    return !deskGot.empty();
-  }));
+  ASSERT_TRUE(waitUntil([&] { return !deskGot().empty(); }));
   std::this_thread::sleep_for(std::chrono::milliseconds(200));
+  ASSERT_EQ(deskGot().size(), 1u);
+  EXPECT_EQ(deskGot()[0].objectName, "KX:FileMsg");
   KXFileMessage got;
-  {
-    std::lock_guard<std::mutex> lock(mutex);
-    ASSERT_EQ(deskGot.size(), 1u);
-    EXPECT_EQ(deskGot[0].objectName, "KX:FileMsg");
-    got.decodeWithData(deskGot[0].body);
-  }
+  got.decodeWithData(deskGot()[0].body);
   EXPECT_EQ(got.name(), "parcel.png");
   EXPECT_EQ(got.size(), 50u * 1000);
   const std::string fetched = fileOf(0, "fetched.png");
   EXPECT_EQ(QuorHttpTransfer::get(got.url(), fetched, {}), "");
-  EXPECT_EQ(std::filesystem::file_size(fetched), 50u * 1000);
+  EXPECT_TRUE(bytesOf(fetched) == bytesOf(picture));
 
   // The desk's own file goes up the same way.
-  EXPECT_EQ(send(*deskAccount, "alice", picture, "invoice.png", false).first, 0);
+  EXPECT_EQ(outcomeOf(send(*desk, "alice", picture, "invoice.png")).first, 0);
   ASSERT_TRUE(waitUntil([&] { return aliceHeard.offered().size() == 1; }));
   // And one under a hostile name (written raw: a host sends only safe names): Alice's host
   // offers it to the modules and fetches it only when asked, into her cache.
@@ -192,7 +164,7 @@ TEST_P(XmppFiles, APictureEachWayAndEveryRefusalHasOneOutcome) {
   hostile.peer = server->jid("alice");
   hostile.objectName = "KX:FileMsg";
   hostile.body = received->encode();
-  deskAccount->connection().send(hostile, nullptr);
+  desk->connection().send(hostile, nullptr);
   ASSERT_TRUE(waitUntil([&] { return aliceHeard.offered().size() == 2; }));
   EXPECT_THAT(aliceHeard.offered(), ::testing::Each("KX:FileMsg live"));
   EXPECT_FALSE(std::filesystem::exists(cache)) << "nothing is fetched by itself";
@@ -215,7 +187,47 @@ TEST_P(XmppFiles, APictureEachWayAndEveryRefusalHasOneOutcome) {
 
   for (const auto& file : {picture, huge, fetched}) std::filesystem::remove(file);
   std::filesystem::remove_all(cache);
-  deskAccount->logout();
+  desk->logout();
+  alice->logout();
+}
+
+// The link drops while the slot is asked for: that file fails at once. It drops again while
+// another file's bytes go up (straight to the HTTP service): that file is sent when the link is
+// back. Each has one outcome, and the desk gets the second file once.
+TEST_P(XmppFiles, ALinkThatDropsMidUploadLeavesEachFileOneOutcome) {
+  auto proxy = QuorTcpProxy::start(server->port());
+  ASSERT_TRUE(proxy);
+  QuorXmppOptions connection = accountOptions("alice", "alice-pw");
+  connection.port = static_cast<uint16_t>(proxy->port());
+  auto alice = bareHost("alice", &connection);
+  auto desk = deskAccount();
+  ASSERT_TRUE(alice->waitUntilOnline(kPatience));
+  ASSERT_TRUE(waitUntil([&] { return alice->maxFileBytes() == kLimit; }));
+  const std::string picture = fileOf(200 * 1000, "dropped.png");
+
+  proxy->holdToClient(true);
+  auto asked = send(*alice, "quor-shop", picture, "asked.png");
+  ASSERT_TRUE(waitUntil(
+      [&] { return proxy->fromClients().find("urn:xmpp:http:upload:0") != std::string::npos; }));
+  proxy->dropAll();
+  proxy->holdToClient(false);
+  EXPECT_NE(outcomeOf(asked).first, 0);
+  ASSERT_TRUE(alice->waitUntilOnline(kPatience));
+  ASSERT_TRUE(waitUntil([&] { return alice->maxFileBytes() == kLimit; }));
+
+  auto putting =
+      send(*alice, "quor-shop", picture, "putting.png", false, [&] { proxy->dropAll(); });
+  EXPECT_EQ(outcomeOf(putting), std::make_pair(int64_t{0}, uint64_t{200 * 1000}));
+  EXPECT_GE(proxy->accepted(), 3u) << "the link dropped twice";
+  std::this_thread::sleep_for(std::chrono::milliseconds(500));
+  EXPECT_EQ(asked->reports, 1);
+  EXPECT_EQ(putting->reports, 1);
+  ASSERT_EQ(deskGot().size(), 1u);
+  KXFileMessage got;
+  got.decodeWithData(deskGot()[0].body);
+  EXPECT_EQ(got.name(), "putting.png");
+  std::filesystem::remove(picture);
+  desk->logout();
   alice->logout();
 }
 
