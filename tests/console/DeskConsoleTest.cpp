@@ -168,6 +168,29 @@ TEST_F(DeskConsole, AnswersEveryBadRequestWithAReason) {
   const auto missing = agent->Get("/api/conversation?customer=nobody");
   ASSERT_TRUE(missing);
   EXPECT_EQ(missing->status, 404);
+
+  // A body of unsaid length (not read); a file unnamed, or for a customer the agent does not serve (its
+  // bytes read and dropped, so the answer comes whole).
+  const auto unsaid = agent->Post(
+      "/api/act",
+      [](std::size_t, httplib::DataSink& sink) {
+        sink.write("{}", 2);
+        sink.done();
+        return true;
+      },
+      "application/json");
+  // Refused before the body is read: the answer, or the link closed while the client writes.
+  EXPECT_TRUE(!unsaid || unsaid->status == 411) << unsaid->status;
+  const std::string bytes(200000, 'x');
+  const auto unnamed = agent->Post("/api/attach?customer=nobody@localhost", "xx", "image/png");
+  ASSERT_TRUE(unnamed);
+  EXPECT_EQ(unnamed->status, 400);
+  EXPECT_THAT(unnamed->body, HasSubstr("name the file"));
+  const auto notServed = agent->Post("/api/attach?customer=nobody@localhost",
+                                     {{"X-File-Name", "a.png"}}, bytes, "image/png");
+  ASSERT_TRUE(notServed);
+  EXPECT_EQ(notServed->status, 409);
+  EXPECT_THAT(notServed->body, HasSubstr("take the customer first"));
 }
 
 TEST_F(DeskConsole, StreamsWhatHappensAndStopsWithItsStreamsOpen) {

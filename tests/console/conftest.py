@@ -106,11 +106,12 @@ def desk(server_port, tmp_path_factory):
 
 class Screen:
     """What a customer's app has shown: its states, lines, last status and rating request, each
-    line's delivery (by sequence) and the desk's typing."""
+    line's delivery (by sequence), the desk's typing and its files."""
 
     def __init__(self):
         self.states, self.lines, self.last, self.dialog = [], [], None, None
         self.deliveries, self.desk_typing = {}, []
+        self.files, self.downloaded = {}, {}  # a file line's sequence by name; what came of it
 
 
 class Status:
@@ -124,10 +125,11 @@ class Customer:
     """A customer in a process of their own (customer.py): a process has one XMPP host, as a
     phone has one app, and a test may need several customers at once."""
 
-    def __init__(self, account, server_port, name):
+    def __init__(self, account, server_port, name, files):
         self.process = subprocess.Popen(
             [sys.executable, os.path.join(os.path.dirname(__file__), "customer.py"), account, name,
-             str(server_port)], stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
+             str(server_port), str(files)], stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+            text=True)
         self.pending = b""
         self.screen = Screen()
         self.service = self  # the operations are this object's: customer.service.send_text(...)
@@ -164,6 +166,9 @@ class Customer:
     def send_file(self, path, mime_type=None):
         self._order(do="file", path=str(path), type=mime_type)
 
+    def download_file(self, sequence):
+        self._order(do="download", sequence=sequence)
+
     def settle(self, seconds=0.3):
         # Takes in what the customer's app reported within `seconds` (read from the pipe itself:
         # a buffered reader would hold lines that select() cannot see).
@@ -186,6 +191,10 @@ class Customer:
             self.screen.states.append(self.screen.last.state)
         elif "line" in news:
             self.screen.lines.append((quor_cs.Author(news["line"][0]), news["line"][1]))
+            if "sequence" in news:
+                self.screen.files[news["line"][1][len("[file] "):]] = news["sequence"]
+        elif "downloaded" in news:
+            self.screen.downloaded[news["downloaded"][0]] = tuple(news["downloaded"][1:])
         elif "dialog" in news:
             self.screen.dialog = news["dialog"]
         elif "delivery" in news:
@@ -214,11 +223,11 @@ class Customer:
 
 
 @pytest.fixture
-def customers(server_port):
+def customers(server_port, tmp_path):
     made = []
 
     def make(account, name):
-        made.append(Customer(account, server_port, name))
+        made.append(Customer(account, server_port, name, tmp_path / f"{account}-files"))
         return made[-1]
 
     yield make

@@ -3,13 +3,15 @@ host, as a phone has one app): it logs in over the private server, starts a serv
 desk, and then does what its standard input says, one JSON object a line, reporting what its
 app sees on its standard output, one JSON object a line.
 
-    customer.py ACCOUNT NAME SERVER_PORT
+    customer.py ACCOUNT NAME SERVER_PORT FILE_CACHE_DIRECTORY
     in:  {"do": "ask"} {"do": "group", "id": "sales"} {"do": "say", "text": "..."}
          {"do": "rate", "stars": 5, "suggestion": "..."} {"do": "leave", "values": {...}}
          {"do": "typing", "typing": true} {"do": "read"}
-         {"do": "file", "path": "...", "type": "image/png"} {"do": "quit"}
+         {"do": "file", "path": "...", "type": "image/png"} {"do": "download", "sequence": 7}
+         {"do": "quit"}
     out: {"state": 3, "reason": 0, "text": ""} {"line": [AUTHOR, "text"]} {"dialog": "id"}
-         (a file's line: {"line": [AUTHOR, "[file] NAME"]})
+         (a file's line: {"line": [AUTHOR, "[file] NAME"], "sequence": 7})
+         {"downloaded": [SEQUENCE, "image/png", WIDTH, BYTES ON DISK]}
          {"delivery": [SEQUENCE, DELIVERY]} {"deskTyping": true} {"error": "..."}
 """
 import json
@@ -25,8 +27,15 @@ class Reporter(quor_cs.Observer):
         report({"state": int(status.state), "reason": int(status.reason), "text": status.text})
 
     def on_message(self, message):
-        said = f"[file] {message.file.name}" if message.file else message.text
-        report({"line": [int(message.author), said]})
+        if message.file:
+            report({"line": [int(message.author), f"[file] {message.file.name}"],
+                    "sequence": message.sequence})
+        else:
+            report({"line": [int(message.author), message.text]})
+
+    def on_file_downloaded(self, sequence, file, error_code):
+        size = os.path.getsize(file.local_path) if error_code == 0 else -error_code
+        report({"downloaded": [sequence, file.mime_type, file.width, size]})
 
     def on_rating_requested(self, dialog_id):
         report({"dialog": dialog_id or "asked"})
@@ -45,7 +54,8 @@ def report(news):
 
 def main():
     account, name, port = sys.argv[1], sys.argv[2], int(sys.argv[3])
-    host = quor_cs.XmppHost(f"{account}@localhost", f"{account}-pw", server="127.0.0.1", port=port)
+    host = quor_cs.XmppHost(f"{account}@localhost", f"{account}-pw", server="127.0.0.1", port=port,
+                            file_cache_directory=sys.argv[4])
     host.connect()
     if not host.wait_online(15):
         report({"error": "not online"})
@@ -63,6 +73,7 @@ def main():
         "typing": lambda order: service.set_typing(order["typing"]),
         "read": lambda order: service.mark_read(),
         "file": lambda order: service.send_file(order["path"], mime_type=order.get("type")),
+        "download": lambda order: service.download_file(order["sequence"]),
     }
     pending = b""
     while True:

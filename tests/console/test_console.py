@@ -1,4 +1,5 @@
 """The agent console in a real browser, end to end over a private server."""
+import base64
 import http.server
 import struct
 import threading
@@ -236,7 +237,20 @@ def served(driver, index):
         " r.headers.get('x-content-type-options')]);", index)
 
 
-def test_a_picture_shows_inline_and_a_page_dressed_as_one_only_downloads(
+def attach(driver, name, data, kind):
+    """Chooses a file in the page's file picker as the agent would (the browser's own dialog is
+    the one part a test cannot click): the page's change handler sends it."""
+    driver.execute_script(
+        "const bytes = Uint8Array.from(atob(arguments[0]), c => c.charCodeAt(0));"
+        "const chosen = new DataTransfer();"
+        "chosen.items.add(new File([bytes], arguments[1], {type: arguments[2]}));"
+        "const input = document.getElementById('attach-file');"
+        "input.files = chosen.files;"
+        "input.dispatchEvent(new Event('change'));",
+        base64.b64encode(data).decode(), name, kind)
+
+
+def test_pictures_each_way_and_a_page_dressed_as_one_only_downloads(
         desk, customers, browser, tmp_path):
     page = browser(desk.link)
     login(page, "Ada")
@@ -271,4 +285,32 @@ def test_a_picture_shows_inline_and_a_page_dressed_as_one_only_downloads(
     assert page.execute_script(
         "return fetch('/api/file?customer=pia@localhost&url=' +"
         " encodeURIComponent('http://127.0.0.1:1/')).then(r => r.status);") == 404
+
+    # The agent answers with a picture of her own: the customer's app fetches it when asked, the
+    # page shows it; markup and an oversized file are refused at once and reach no one.
+    pia.ask_for_agent()
+    assert pia.until(lambda: pia.screen.last.state == quor_cs.State.CHOOSING_GROUP)
+    pia.choose_group("sales")
+    wait(page, lambda: cell(page, "Pia", 1) == "waiting · sales")
+    click(page, "take")
+    assert pia.until(lambda: pia.screen.last.state == quor_cs.State.AGENT)
+    invoice = png(120, 80)
+    attach(page, "invoice.png", invoice, "image/png")
+    assert pia.until(lambda: "invoice.png" in pia.screen.files)
+    assert (quor_cs.Author.AGENT, "[file] invoice.png") in pia.screen.lines
+    sequence = pia.screen.files["invoice.png"]
+    pia.download_file(sequence)
+    assert pia.until(lambda: sequence in pia.screen.downloaded)
+    assert pia.screen.downloaded[sequence] == ("image/png", 120, len(invoice))
+    wait(page, lambda: page.execute_script(
+        "const p = document.querySelectorAll('#lines li.agent img.picture');"
+        "return p.length === 1 && p[0].complete && p[0].naturalWidth === 120;"))
     shot(page, "console-files")
+    for name, data, kind, why in (
+            ("page.html", b"<html><script>alert(1)</script></html>", "text/html", "only pictures"),
+            ("huge.png", png(4, 4) + bytes(1024 * 1024), "image/png", "larger than")):
+        attach(page, name, data, kind)
+        wait(page, lambda: why in page.find_element(By.ID, "action-error").text)
+    pia.settle(1)
+    assert [said for who, said in pia.screen.lines
+            if who == quor_cs.Author.AGENT and said.startswith("[file]")] == ["[file] invoice.png"]

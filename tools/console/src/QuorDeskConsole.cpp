@@ -2,9 +2,11 @@
 
 #include <httplib.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
+#include <filesystem>
 #include <fstream>
 #include <memory>
 
@@ -23,6 +25,11 @@ constexpr auto kKeepAlive = std::chrono::seconds(5);
 constexpr std::size_t kHttpThreads = 64;
 constexpr std::size_t kLongestBody = 64 * 1024;
 constexpr const char* kCookie = "quor_cs_agent";
+constexpr const char* kAttachPath = "/api/attach";
+// The attached file's name, percent-encoded UTF-8 (encodeURIComponent).
+constexpr const char* kFileNameHeader = "X-File-Name";
+// The files that wait while they go up, in Options::uploadDirectory.
+constexpr const char* kSpoolPrefix = "attached-";
 // The largest file the console fetches to show or hand out; a larger one is refused (413).
 constexpr uint64_t kLargestShownFile = 25 * 1024 * 1024;
 
@@ -118,7 +125,7 @@ bool QuorDeskConsole::start(std::string* error) {
   server_->set_read_timeout(options_.readTimeout);
   server_->set_write_timeout(std::chrono::seconds(5));
   server_->set_keep_alive_timeout(5);
-  server_->set_payload_max_length(kLongestBody);
+  server_->set_payload_max_length(kLargestShownFile);
   // The library's default adds SO_REUSEPORT, with which a second console (a desk started twice)
   // would bind the same port and take half of the pages' requests. SO_REUSEADDR alone still lets
   // a restarted desk take its port back at once.
@@ -127,6 +134,15 @@ bool QuorDeskConsole::start(std::string* error) {
     setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof(yes));
   });
   routes();
+  // What a killed console left of files on their way up.
+  std::error_code failed;
+  if (!options_.uploadDirectory.empty()) {
+    for (std::filesystem::directory_iterator it(options_.uploadDirectory, failed), end;
+         !failed && it != end; it.increment(failed)) {
+      if (it->path().filename().string().rfind(kSpoolPrefix, 0) == 0)
+        std::filesystem::remove(it->path(), failed);
+    }
+  }
   port_ = options_.port == 0
               ? server_->bind_to_any_port(options_.address)
               : (server_->bind_to_port(options_.address, options_.port) ? options_.port : -1);
@@ -178,10 +194,28 @@ std::string QuorDeskConsole::refusal(const httplib::Request& request, int* statu
       *status = 403;
       return "only the console's own page may act";
     }
-    if (request.get_header_value("Content-Type").rfind("application/json", 0) != 0) {
+    // A file goes as its bytes: the header that names it is what no other page can send
+    // without asking first.
+    if (request.path == kAttachPath) {
+      if (!request.has_header(kFileNameHeader)) {
+        *status = 400;
+        return std::string("name the file (") + kFileNameHeader + ")";
+      }
+    } else if (request.get_header_value("Content-Type").rfind("application/json", 0) != 0) {
       *status = 415;
       return "send JSON (Content-Type: application/json)";
     }
+  }
+  // The server reads up to a file's size: every other body is at most kLongestBody, and says
+  // its length.
+  if (request.path != kAttachPath && request.has_header("Transfer-Encoding")) {
+    *status = 411;
+    return "send the request's length";
+  }
+  if (request.path != kAttachPath &&
+      request.get_header_value<uint64_t>("Content-Length") > kLongestBody) {
+    *status = 413;
+    return "the request is too long";
   }
   const bool open = request.path.rfind("/api/", 0) != 0 || request.path == "/api/login" ||
                     request.path == "/api/setup" || request.path == "/api/me";
@@ -310,6 +344,14 @@ void QuorDeskConsole::routes() {
                         disposition(picture, KXJsonMembers::text(file, "name")));
     response.set_content(std::move(bytes), picture ? type : "application/octet-stream");
   });
+  server_->Post(kAttachPath, [this](const Request& request, Response& response,
+                                    const httplib::ContentReader& reader) {
+    int status = 200;
+    const std::string problem = attach(
+        request, [&](const auto& receive) { return reader(receive); }, &status);
+    if (problem.empty()) return sendJson(response, {{"ok", true}});
+    sendJson(response, {{"error", problem}}, status);
+  });
   server_->Get("/api/events", [this](const Request& request, Response& response) {
     if (eventStreams_.fetch_add(1) >= options_.eventStreams) {
       --eventStreams_;
@@ -412,6 +454,86 @@ std::string QuorDeskConsole::act(const std::string& agent, const KXDictionary& r
     } else {
       return "unknown action";
     }
+    return "";
+  });
+}
+
+std::string QuorDeskConsole::attach(
+    const httplib::Request& request,
+    const std::function<bool(const std::function<bool(const char*, std::size_t)>&)>& read,
+    int* status) {
+  const std::string agent = agentOf(request);
+  const std::string customer = request.get_param_value("customer");
+  const uint64_t limit = std::min<uint64_t>(desk_.maxFileBytes(), kLargestShownFile);
+  const std::string tooLarge = "the file is larger than " + std::to_string(limit) + " bytes";
+  // Refused before its bytes: they are read and dropped, so that the page hears why (a browser
+  // that is still sending when the link closes hears nothing).
+  *status = 409;
+  std::string refused = board_.servedBy(customer) != agent ? "take the customer first"
+                        : limit == 0                       ? "the server takes no files"
+                                                           : "";
+  if (refused.empty() && request.get_header_value<uint64_t>("Content-Length") > limit) {
+    *status = 413;
+    refused = tooLarge;
+  }
+  if (!refused.empty()) {
+    read([](const char*, std::size_t) { return true; });
+    return refused;
+  }
+  std::string name = QuorFileCache::safeName(
+      httplib::detail::decode_url(request.get_header_value(kFileNameHeader), false));
+  if (name.empty()) name = "file";
+
+  // The bytes wait in a file of their own while they go up, whatever their size.
+  std::error_code failed;
+  std::string directory = options_.uploadDirectory;
+  if (directory.empty()) directory = std::filesystem::temp_directory_path(failed).string();
+  std::filesystem::create_directories(directory, failed);
+  std::string path = directory + "/" + kSpoolPrefix + "XXXXXX";
+  const int descriptor = ::mkstemp(path.data());
+  *status = 500;
+  if (descriptor < 0) return "the console cannot keep the file while it goes";
+  struct Spool {
+    ~Spool() {
+      ::close(descriptor);
+      ::unlink(path.c_str());
+    }
+    int descriptor;
+    std::string path;
+  } spool{descriptor, path};
+  uint64_t size = 0;
+  bool over = false, unwritten = false;
+  read([&](const char* data, std::size_t length) {
+    size += length;
+    over = size > limit;
+    for (std::size_t at = 0; !over && !unwritten && at < length;) {
+      const ssize_t wrote = ::write(descriptor, data + at, length - at);
+      unwritten = wrote <= 0;
+      at += wrote > 0 ? static_cast<std::size_t>(wrote) : 0;
+    }
+    return !over && !unwritten;
+  });
+  *status = 413;
+  if (over) return tooLarge;
+  *status = 500;
+  if (unwritten) return "the console cannot keep the file while it goes";
+  *status = 400;
+  if (size == 0) return "the file is empty";
+
+  // Its type from its bytes: the page's word counts only for plain text.
+  const std::string type =
+      KXCSFileType::trusted(request.get_header_value("Content-Type"), KXCSFileType::sniff(path));
+  *status = 415;
+  if (!KXCSFileType::accepted(KXCSFileType::defaultAccepted(), type))
+    return "only pictures (PNG, JPEG, GIF, WebP), PDF and plain text are sent";
+  KXDictionary file;
+  const std::string notSent = desk_.uploadFile(path, name, type, &file);
+  *status = 502;
+  if (!notSent.empty()) return notSent;
+  *status = 409;
+  return desk_.step(customer, [&](QuorDeskSimulator& session) -> std::string {
+    if (session.takenBy() != agent) return "take the customer first";
+    session.sayFile(file);
     return "";
   });
 }

@@ -700,6 +700,32 @@ $("say").addEventListener("submit", async (event) => {
   stopTyping({ tell: false });
   if (await act("say", { text })) $("say-text").value = "";
 });
+// A file for the customer: its bytes go to the desk as they are, its name in a header; the desk
+// checks its type from its bytes, puts it on the server and sends it as the agent's line.
+$("attach").addEventListener("click", () => $("attach-file").click());
+$("attach-file").addEventListener("change", async () => {
+  const file = $("attach-file").files[0];
+  $("attach-file").value = "";
+  if (!file || !openId) return;
+  $("action-error").textContent = "";
+  $("attach").disabled = true;
+  $("attach").textContent = t("attaching");
+  try {
+    const response = await fetch(api("/api/attach", { customer: openId }), {
+      method: "POST",
+      headers: { "Content-Type": file.type || "application/octet-stream",
+                 "X-File-Name": encodeURIComponent(file.name) },
+      body: file,
+    });
+    const answer = await response.json().catch(() => ({ error: `${response.status}` }));
+    if (answer.error) $("action-error").textContent = answer.error;
+  } catch (error) {
+    $("action-error").textContent = String(error);
+  } finally {
+    $("attach").disabled = false;
+    $("attach").textContent = t("attach");
+  }
+});
 $("note").addEventListener("submit", async (event) => {
   event.preventDefault();
   const text = $("note-text").value;

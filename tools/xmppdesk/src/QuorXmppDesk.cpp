@@ -3,10 +3,13 @@
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
+#include <future>
 #include <iterator>
 #include <nlohmann/json.hpp>
 
 #include "QuorCustomerService/Host/KXTextMessage.h"
+#include "QuorCustomerService/Session/KXCSFileType.h"
+#include "QuorHostBase/QuorFileCache.h"
 #include "QuorHttpTransfer.h"
 #include "QuorXmppHost/QuorDeskJid.h"
 #include "QuorXmppHost/QuorRecentPayloads.h"
@@ -138,6 +141,46 @@ std::string QuorXmppDesk::fetchFile(const std::string& url, uint64_t maxBytes,
   options.trustSelfSignedCertificate = trustSelfSigned_;
   options.maxBytes = maxBytes;
   return QuorHttpTransfer::fetch(url, bytes, options);
+}
+
+uint64_t QuorXmppDesk::maxFileBytes() const {
+  const auto service = connection_->uploadService();
+  return service.jid.empty() ? 0 : service.maxBytes;
+}
+
+std::string QuorXmppDesk::uploadFile(const std::string& path, const std::string& name,
+                                     const std::string& type, KXDictionary* file) const {
+  if (connection_->uploadService().jid.empty()) return "the server offers no file upload";
+  std::error_code failed;
+  const uint64_t size = std::filesystem::file_size(path, failed);
+  if (failed || size == 0) return "the file is empty or cannot be read";
+  if (size > maxFileBytes()) {
+    return "the file is larger than the server takes (" + std::to_string(maxFileBytes()) +
+           " bytes)";
+  }
+  using Answer = std::pair<QuorXmppUploadSlot, std::string>;
+  auto answer = std::make_shared<std::promise<Answer>>();
+  connection_->requestUploadSlot(QuorFileCache::safeName(name), size, type,
+                                 [answer](const QuorXmppUploadSlot& slot, const std::string& why) {
+                                   answer->set_value({slot, why});
+                                 });
+  auto slot = answer->get_future();
+  if (slot.wait_for(std::chrono::seconds(30)) != std::future_status::ready)
+    return "the server's upload service did not answer";
+  const auto [given, refused] = slot.get();
+  if (!refused.empty()) return "the server gave no upload slot: " + refused;
+  QuorHttpTransfer::Options options;
+  options.trustSelfSignedCertificate = trustSelfSigned_;
+  options.contentType = type;
+  const std::string putFailed = QuorHttpTransfer::put(given, path, options);
+  if (!putFailed.empty()) return "the upload failed: " + putFailed;
+  const KXCSFileType::Seen seen = KXCSFileType::sniff(path);
+  *file = {{"name", name}, {"type", type}, {"size", size}, {"url", given.getUrl}};
+  if (seen.width > 0 && seen.height > 0) {
+    (*file)["width"] = seen.width;
+    (*file)["height"] = seen.height;
+  }
+  return "";
 }
 
 void QuorXmppDesk::onChatState(const std::string& peer, bool typing) {

@@ -204,6 +204,7 @@ int main(int argc, char** argv) {
     consoleOptions.port = static_cast<int>(number);
     // The canned replies: the given file, else STATE-FILE.replies.txt beside the state.
     consoleOptions.repliesFile = repliesFile.empty() ? statePath + ".replies.txt" : repliesFile;
+    consoleOptions.uploadDirectory = statePath + ".uploads";
     agents = std::make_unique<QuorDeskConsole>(desk, consoleOptions);
     if (!agents->start(&error)) {
       std::fprintf(stderr, "quor-cs-desk: %s\n", error.c_str());

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <string>
 #include <thread>
@@ -30,7 +31,8 @@ namespace quor {
 // sent, is the console's) and carry JSON: another page on the same machine can neither read
 // nor act. A desk without agents prints a one-time link that makes the first one (setupLink()).
 //
-// Bounds: a request is read within Options::readTimeout, its body is at most 64 KiB, at most
+// Bounds: a request is read within Options::readTimeout, its body is at most 64 KiB (a file an
+// agent attaches: what the server's upload service takes, at most 25 MiB), at most
 // Options::eventStreams pages follow the live stream at once (a browser's tabs share one), and
 // a closed page's stream ends within 5 s.
 //
@@ -50,6 +52,9 @@ class QuorDeskConsole {
     // again for every page that loads, so that the desk's owner edits it while the desk runs.
     // "" for none.
     std::string repliesFile;
+    // Where a file an agent attaches waits while it goes to the server's upload service (it is
+    // removed once sent or refused); "" for the system's temporary directory.
+    std::string uploadDirectory;
   };
   static constexpr std::size_t kMostReplies = 200;
   static constexpr std::size_t kMostSearchResults = 50;
@@ -84,6 +89,13 @@ class QuorDeskConsole {
   // The serving agent passes the customer to another agent or to a group's wait.
   std::string pass(const std::string& agent, const std::string& customer,
                    const KXDictionary& request);
+  // A file the serving agent attaches, its bytes read from the page as they come: checked,
+  // put on the server's upload service and sent to the customer. "" when sent, else why not,
+  // with the HTTP status.
+  std::string attach(
+      const httplib::Request& request,
+      const std::function<bool(const std::function<bool(const char*, std::size_t)>&)>& read,
+      int* status);
   // The canned replies of Options::repliesFile, as they stand now.
   KXDictionary replies() const;
   // The transcripts' lines and customers that hold `words`, newest first.

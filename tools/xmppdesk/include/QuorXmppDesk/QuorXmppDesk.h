@@ -109,6 +109,15 @@ class QuorXmppDesk : private QuorXmppConnection::Events {
   // most `maxBytes` of them, on the caller's thread, with the desk's link's certificate rule:
   // "" when it came whole, else why not.
   std::string fetchFile(const std::string& url, uint64_t maxBytes, std::string* bytes) const;
+  // Puts the file at `path` on the server's upload service under `name` (a slot, then its
+  // bytes, streamed from the file), on the caller's thread: "" and `*file` the body of the file
+  // message that names it ({"name", "type", "size", "url"}, and "width" and "height" for a
+  // picture whose header gives them), else why not (no upload service, over its limit, the
+  // slot refused, the PUT failed). Never on the network thread: it waits for the slot.
+  std::string uploadFile(const std::string& path, const std::string& name, const std::string& type,
+                         KXDictionary* file) const;
+  // The largest file the server's upload service takes (0: it offers none, or not yet).
+  uint64_t maxFileBytes() const;
 
   // How many customers the desk serves in memory now; whether it serves `customerJid`.
   std::size_t customerCount() const;
