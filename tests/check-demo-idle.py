@@ -1,14 +1,21 @@
 """The demo's terminal customer and a person at the agent console, over one private server: what
-the agent says, the rating request and the end show while the customer types nothing, and /rate
-right after the request is taken. Usage: check-demo-idle.py QUOR_CS_DEMO"""
+the agent says, the rating request and the end show while the customer types nothing, /rate
+right after the request is taken, and a picture each way (/file, the console's attachment,
+/download). Usage: check-demo-idle.py QUOR_CS_DEMO"""
 import json
+import os
 import queue
 import re
+import shutil
+import struct
 import subprocess
 import sys
+import tempfile
 import threading
 import time
+import urllib.parse
 import urllib.request
+import zlib
 
 demo = subprocess.Popen([sys.argv[1], "--xmpp", "--interactive", "--console", "127.0.0.1:0"],
                         stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
@@ -41,10 +48,21 @@ def type_line(text):
 cookie = ""
 
 
-def post(path, body):
+def png(width, height):
+    def chunk(kind, data):
+        return (struct.pack(">I", len(data)) + kind + data +
+                struct.pack(">I", zlib.crc32(kind + data) & 0xFFFFFFFF))
+    rows = b"".join(b"\0" + b"\x22\x55\xcc" * width for _ in range(height))
+    return (b"\x89PNG\r\n\x1a\n" + chunk(b"IHDR", struct.pack(">IIBBBBB", width, height, 8, 2, 0, 0, 0))
+            + chunk(b"IDAT", zlib.compress(rows)) + chunk(b"IEND", b""))
+
+
+def post(path, body, headers=None):
     global cookie
-    request = urllib.request.Request(base + path, data=json.dumps(body).encode(), method="POST",
-                                     headers={"Content-Type": "application/json", "Cookie": cookie})
+    data = body if isinstance(body, bytes) else json.dumps(body).encode()
+    request = urllib.request.Request(base + path, data=data, method="POST",
+                                     headers=headers or {"Content-Type": "application/json"})
+    request.add_header("Cookie", cookie)
     with urllib.request.urlopen(request, timeout=30) as answer:
         cookie = (answer.headers.get("Set-Cookie") or cookie).split(";")[0]
         return json.loads(answer.read())
@@ -75,6 +93,27 @@ try:
     post("/api/act", {"customer": who, "do": "take"})
     post("/api/act", {"customer": who, "do": "say", "text": "Your parcel left today."})
     until(r"^(> )?Ada: Your parcel left today\.")
+    # A picture each way: the customer's /file reaches the console; the agent's attachment shows
+    # in the terminal, and /download saves it.
+    folder = tempfile.mkdtemp()
+    photo = os.path.join(folder, "parcel.png")
+    with open(photo, "wb") as out:
+        out.write(png(8, 6))
+    type_line(f"/file {photo}")
+    until(r"You: \[file\] parcel\.png \(image/png, \d+ bytes\)$")
+    answer = post("/api/attach?" + urllib.parse.urlencode({"customer": who}), png(12, 9),
+                  {"Content-Type": "image/png", "X-File-Name": "invoice.png"})
+    assert answer == {"ok": True}, answer
+    shown = until(r"Ada: \[file\] invoice\.png \(image/png, \d+ bytes\): /download \d+$")
+    type_line("/download " + shown.rsplit(" ", 1)[1])
+    until(r"saved invoice\.png \(image/png\) to ")
+    request = urllib.request.Request(
+        base + "/api/conversation?" + urllib.parse.urlencode({"customer": who}),
+        headers={"Cookie": cookie})
+    with urllib.request.urlopen(request, timeout=30) as got:
+        files = [line["file"]["name"] for line in json.loads(got.read())["lines"] if "file" in line]
+    assert sorted(files) == ["invoice.png", "parcel.png"], files
+    shutil.rmtree(folder)
     post("/api/act", {"customer": who, "do": "rate"})
     until(r"the desk asks for a rating")
     assert len(seen) > mark

@@ -93,9 +93,17 @@ class QuorDemoApp::Screen : public KXCSServiceObserver {
                 : "leaving the message failed: " + std::to_string(value));
   }
   void onMessage(const KXCSConversationMessage& line) override {
+    // A file shows as its name, type and size; the desk's with the command that fetches it.
+    const std::string said = !line.file
+                                 ? line.text
+                                 : "[file] " + line.file->name + " (" + line.file->mimeType + ", " +
+                                       std::to_string(line.file->size) + " bytes)" +
+                                       (line.author == KXCSMessageAuthor::Customer
+                                            ? ""
+                                            : ": /download " + std::to_string(line.sequence));
     switch (line.author) {
       case KXCSMessageAuthor::Customer:
-        show("You: " + line.text);
+        show("You: " + said);
         break;
       case KXCSMessageAuthor::Notice:
         show("  -- " + line.text + " --");
@@ -105,9 +113,13 @@ class QuorDemoApp::Screen : public KXCSServiceObserver {
         break;
       case KXCSMessageAuthor::Robot:
       case KXCSMessageAuthor::Agent:
-        show((line.senderName.empty() ? std::string("Desk") : line.senderName) + ": " + line.text);
+        show((line.senderName.empty() ? std::string("Desk") : line.senderName) + ": " + said);
         break;
     }
+  }
+  void onFileDownloaded(uint64_t, const KXCSFile& file, int64_t code) override {
+    status(code == 0 ? "saved " + file.name + " (" + file.mimeType + ") to " + file.localPath
+                     : "the file did not come (" + std::to_string(code) + ")");
   }
   void onMessageDelivery(const KXCSConversationMessage& line) override {
     if (line.delivery == KXCSDelivery::Failed)
@@ -202,6 +214,25 @@ void QuorDemoApp::leaveMessage(const KXDictionary& form) {
   settle_();
 }
 
+void QuorDemoApp::sendFile(const std::string& path) {
+  // Its type from its bytes; the service refuses at once what the desk's server would not take.
+  const auto result = service_->sendFile({path, "", ""});
+  if (result != KXCSServiceResult::Done) refused(result);
+  settle_();
+}
+
+void QuorDemoApp::download(const std::string& sequence) {
+  char* end = nullptr;
+  const unsigned long long number = std::strtoull(sequence.c_str(), &end, 10);
+  if (sequence.empty() || *end != '\0') {
+    std::printf("  * /download takes the number a file's line shows: /download N\n");
+    return;
+  }
+  const auto result = service_->downloadFile(number);
+  if (result != KXCSServiceResult::Done) refused(result);
+  settle_();
+}
+
 void QuorDemoApp::stop() {
   std::printf("You: (closes the service)\n");
   service_->end();
@@ -249,7 +280,8 @@ int QuorDemoApp::runJourney() {
 int QuorDemoApp::runInteractive() {
   if (!start()) return 1;
   std::printf(
-      "Type a message, or: /human, /group ID, /rate STARS [TEXT], /leave TEXT, /stop, /quit\n");
+      "Type a message, or: /human, /group ID, /rate STARS [TEXT], /leave TEXT, /file PATH, "
+      "/download N, /stop, /quit\n");
   // The desk's lines show as they come, also while the customer types nothing: the lines are
   // read on their own thread, and the main thread runs the service's reports meanwhile.
   QuorTerminalInput input;
@@ -280,7 +312,9 @@ bool QuorDemoApp::handle(const std::string& line) {
   std::getline(words >> std::ws, rest);
   if (command == "/quit") return false;
   if (command == "/help") {
-    std::printf("/human, /group ID, /rate STARS [TEXT], /leave TEXT, /stop, /quit\n");
+    std::printf(
+        "/human, /group ID, /rate STARS [TEXT], /leave TEXT, /file PATH, /download N, /stop, "
+        "/quit\n");
   } else if (command == "/human") {
     askForAgent();
   } else if (command == "/group") {
@@ -289,6 +323,10 @@ bool QuorDemoApp::handle(const std::string& line) {
     rateFromInput(rest);
   } else if (command == "/leave") {
     leaveMessage({{"content", rest}});
+  } else if (command == "/file") {
+    sendFile(rest);
+  } else if (command == "/download") {
+    download(rest);
   } else if (command == "/stop") {
     stop();
     return false;

@@ -44,6 +44,9 @@ class QuorDemoApp {
   std::vector<std::string> robotQuestions() const;
   int bestStars() const;
   void leaveMessage(const KXDictionary& form);
+  // /file PATH and /download N of the terminal chat.
+  void sendFile(const std::string& path);
+  void download(const std::string& sequence);
   void stop();
   // Prints a refusal of the service ("not now: AlreadyWithAgent").
   static void refused(KXCSServiceResult result);

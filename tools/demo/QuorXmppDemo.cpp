@@ -27,6 +27,8 @@ std::unique_ptr<QuorXmppDemo> QuorXmppDemo::start(const Options& options, std::s
   QuorPrivateServer::Options server;
   server.domain = kDomain;
   server.accounts = {{"mei", "mei-secret"}, {localPart(deskJid), "desk-secret"}};
+  server.fileShare = true;  // /file and the console's attachments
+  server.fileShareLimit = 10 * 1024 * 1024;
   demo->server_ = QuorPrivateServer::start(server, error);
   if (!demo->server_) return nullptr;
   std::printf("Private XMPP server on 127.0.0.1:%d; the desk is %s\n", demo->server_->port(),
@@ -56,6 +58,8 @@ bool QuorXmppDemo::startCustomer(const QuorXmppOptions& account, const std::stri
   QuorXmppHost::Options host;
   host.connection = account;
   host.deskDomain = deskDomain;
+  // On the demo's own server, downloads go with the server's directory.
+  if (server_) host.fileCacheDirectory = server_->directory() + "/files";
   host_ = QuorXmppHost::create(host, error);
   if (!host_) return false;
   host_->install();

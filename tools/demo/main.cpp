@@ -19,6 +19,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <nlohmann/json.hpp>
 #include <string>
 
@@ -81,6 +82,12 @@ int runInProcess(const std::shared_ptr<QuorDeskSimulator>& desk, const Arguments
   if (arguments.wire) host->setObserver(std::make_shared<WirePrinter>());
   host->loadExtensionModule();
   desk->attach(host);
+  // Files stay in the host's memory; a download is saved in a directory of this run's own.
+  host->setMaxFileBytes(10 * 1024 * 1024);
+  std::error_code failed;
+  const auto files =
+      std::filesystem::temp_directory_path(failed) / ("quor-cs-demo-" + std::to_string(::getpid()));
+  host->setFileCacheDirectory(files.string());
   int result;
   {
     QuorDemoApp app(
@@ -88,6 +95,7 @@ int runInProcess(const std::shared_ptr<QuorDeskSimulator>& desk, const Arguments
     result = play(app, arguments);
   }
   QuorLoopbackHost::uninstall();
+  std::filesystem::remove_all(files, failed);
   return result;
 }
 
