@@ -229,12 +229,13 @@ def png(width, height):
             + chunk(b"IDAT", zlib.compress(rows)) + chunk(b"IEND", b""))
 
 
-def served(driver, index):
-    """The status and the headers that matter of the conversation's picture `index`."""
+def served(driver, selector):
+    """The status and the headers that matter of the conversation's picture or file link."""
     return driver.execute_script(
-        "return fetch(document.querySelectorAll('#lines img.picture')[arguments[0]].src)"
+        "const found = document.querySelector(arguments[0]);"
+        "return fetch(found.src || found.href)"
         ".then(r => [r.status, r.headers.get('content-type'), r.headers.get('content-disposition'),"
-        " r.headers.get('x-content-type-options')]);", index)
+        " r.headers.get('x-content-type-options')]);", selector)
 
 
 def attach(driver, name, data, kind):
@@ -265,20 +266,21 @@ def test_pictures_each_way_and_a_page_dressed_as_one_only_downloads(
     wait(page, lambda: page.execute_script(
         "const p = document.querySelector('#lines img.picture');"
         "return Boolean(p && p.complete && p.naturalWidth === 160);"))
-    status, kind, disposition, sniffing = served(page, 0)
+    status, kind, disposition, sniffing = served(page, "#lines img.picture")
     assert (status, kind, sniffing) == (200, "image/png", "nosniff")
     assert disposition.startswith("inline") and "parcel.png" in disposition
 
-    # Markup named and typed as a picture: shown as no picture, served only as a download.
+    # Markup named and typed as a picture: shown as a file's link, served only as a download.
     disguised = tmp_path / "cat.png"
     disguised.write_bytes(b"<html><script>alert(1)</script></html>")
     pia.send_file(disguised, "image/png")
-    wait(page, lambda: len(page.find_elements(By.CSS_SELECTOR, "#lines img.picture")) == 2)
-    status, kind, disposition, sniffing = served(page, 1)
+    wait(page, lambda: [link.text[:9] for link in page.find_elements(By.CSS_SELECTOR,
+                                                                      "#lines a.file")]
+         == ["cat.png ("])
+    assert len(page.find_elements(By.CSS_SELECTOR, "#lines img.picture")) == 1
+    status, kind, disposition, sniffing = served(page, "#lines a.file")
     assert (status, kind, sniffing) == (200, "application/octet-stream", "nosniff")
     assert disposition.startswith("attachment")
-    assert page.execute_script("return document.querySelectorAll('#lines img.picture')[1]"
-                               ".naturalWidth") == 0
     with pytest.raises(NoAlertPresentException):
         page.switch_to.alert.text
     # Only the conversation's own files: the console is no way to fetch anything else.

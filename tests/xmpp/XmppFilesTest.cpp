@@ -231,6 +231,42 @@ TEST_P(XmppFiles, ALinkThatDropsMidUploadLeavesEachFileOneOutcome) {
   alice->logout();
 }
 
+// The desk program answers a customer's file with its receipt and a picture of its own, which
+// it put on the server at its start.
+TEST_P(XmppFiles, TheDeskAnswersAFileWithItsOwnPicture) {
+  startDesk(R"({"files": {"receipt": "Got {name}"}})");
+  const std::string own = fileOf(30 * 1000, "answer.png");
+  EXPECT_EQ(desk->answerFilesWith(own + ".missing"), "the file is empty or cannot be read");
+  ASSERT_EQ(desk->answerFilesWith(own), "");
+  host = makeHost("alice", ":memory:", view);
+  std::mutex mutex;
+  std::vector<std::string> files;
+  host->setWireObserver([&](const QuorXmppPayload& payload, bool fromClient) {
+    std::lock_guard<std::mutex> lock(mutex);
+    if (!fromClient && payload.objectName == "KX:FileMsg") files.push_back(*payload.body);
+  });
+  start("quor-shop", view);
+  ASSERT_TRUE(shownReach(view, 1));
+  ASSERT_TRUE(waitUntil([&] { return host->maxFileBytes() == kLimit; }));
+  const std::string picture = fileOf(1000, "parcel.png");
+  EXPECT_EQ(outcomeOf(send(*host, "quor-shop", picture, "parcel.png")).first, 0);
+  ASSERT_TRUE(shownReach(view, 3));
+  EXPECT_EQ(view.shown[1], "Got parcel.png");
+  EXPECT_EQ(view.shown[2], "[KX:FileMsg]");
+  KXFileMessage answer;
+  {
+    std::lock_guard<std::mutex> lock(mutex);
+    ASSERT_EQ(files.size(), 1u);
+    answer.decodeWithData(files[0]);
+  }
+  EXPECT_EQ(answer.name(), std::to_string(::getpid()) + "-answer.png");
+  const std::string fetched = fileOf(0, "answer-fetched.png");
+  EXPECT_EQ(QuorHttpTransfer::get(answer.url(), fetched, {}), "");
+  EXPECT_TRUE(bytesOf(fetched) == bytesOf(own));
+  for (const auto& file : {own, picture, fetched}) std::filesystem::remove(file);
+  host->logout();
+}
+
 QUOR_INSTANTIATE_ON_EACH_SERVER(XmppFiles);
 
 }  // namespace

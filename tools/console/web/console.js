@@ -252,11 +252,11 @@ function markSeen(item, seenAt) {
 // real pictures inline, and everything else as a download).
 const pictureTypes = ["image/png", "image/jpeg", "image/gif", "image/webp"];
 
-function fileNode(file) {
+function fileNode(file, asPicture = pictureTypes.includes(String(file.type).toLowerCase())) {
   const href = `/api/file?customer=${encodeURIComponent(openId)}&url=${encodeURIComponent(file.url)}`;
   const link = element("a");
   link.href = href;
-  if (pictureTypes.includes(String(file.type).toLowerCase())) {
+  if (asPicture) {
     const picture = element("img", undefined, "picture");
     picture.src = href;
     picture.alt = file.name;
@@ -268,6 +268,8 @@ function fileNode(file) {
     link.target = "_blank";
     link.rel = "noopener";
     link.append(picture);
+    // Bytes that are no picture (the console serves them as a download): the file's link.
+    picture.addEventListener("error", () => link.replaceWith(fileNode(file, false)), { once: true });
     return link;
   }
   const size = new Intl.NumberFormat(language, { style: "unit", unit: "kilobyte", maximumFractionDigits: 1 })

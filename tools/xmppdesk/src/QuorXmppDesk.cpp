@@ -6,6 +6,7 @@
 #include <future>
 #include <iterator>
 #include <nlohmann/json.hpp>
+#include <thread>
 
 #include "QuorCustomerService/Host/KXTextMessage.h"
 #include "QuorCustomerService/Session/KXCSFileType.h"
@@ -183,6 +184,25 @@ std::string QuorXmppDesk::uploadFile(const std::string& path, const std::string&
   return "";
 }
 
+std::string QuorXmppDesk::answerFilesWith(const std::string& path) {
+  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+  while (maxFileBytes() == 0 && std::chrono::steady_clock::now() < end)
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  KXDictionary file;
+  const std::string failed =
+      uploadFile(path, std::filesystem::path(path).filename().string(),
+                 KXCSFileType::trusted("", KXCSFileType::sniff(path)), &file);
+  if (!failed.empty()) return failed;
+  std::lock_guard<std::mutex> steps(steps_);
+  std::lock_guard<std::mutex> lock(mutex_);
+  fileAnswer_ = std::move(file);
+  // The sessions in memory were made with the profile as it was: they are made again, from the
+  // store, at their next step.
+  sessions_.clear();
+  byActivity_.clear();
+  return "";
+}
+
 void QuorXmppDesk::onChatState(const std::string& peer, bool typing) {
   std::lock_guard<std::mutex> lock(mutex_);
   if (signalWatch_.typing && sessions_.count(peer)) signalWatch_.typing(peer, typing);
@@ -256,7 +276,20 @@ std::shared_ptr<QuorDeskSimulator> QuorXmppDesk::sessionFor(const std::string& c
 }
 
 std::shared_ptr<QuorDeskSimulator> QuorXmppDesk::makeSession(const std::string& customerJid) {
-  auto desk = QuorDeskSimulator::fromProfile(profile_, nullptr);
+  KXDictionary answer;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    answer = fileAnswer_;
+  }
+  std::shared_ptr<QuorDeskSimulator> desk;
+  if (answer.is_null()) {
+    desk = QuorDeskSimulator::fromProfile(profile_, nullptr);
+  } else {
+    KXDictionary profile = profile_;
+    if (!profile["files"].is_object()) profile["files"] = KXDictionary::object();
+    profile["files"]["answer"] = std::move(answer);
+    desk = QuorDeskSimulator::fromProfile(profile, nullptr);
+  }
   if (!desk) return nullptr;
   desk->keepReceived(0);  // the store has them
   std::weak_ptr<QuorDeskSimulator> weak = desk;

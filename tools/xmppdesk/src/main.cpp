@@ -17,6 +17,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -46,6 +47,27 @@ int usage(const char* problem) {
 }
 
 #ifdef QUOR_CS_HAS_CONSOLE
+// The profile's `files.answer.path` (relative to the profile's directory): put on the server
+// once the desk is online, and sent back for every customer's file.
+void answerFilesFromProfile(quor::QuorXmppDesk& desk, const quor::KXDictionary& profile,
+                            const std::string& profilePath) {
+  const quor::KXDictionary* at = &profile;
+  for (const char* key : {"files", "answer", "path"}) {
+    if (!at->is_object() || !at->contains(key)) return;
+    at = &(*at)[key];
+  }
+  if (!at->is_string() || at->get<std::string>().empty()) return;
+  const std::string path = at->get<std::string>();
+  const auto resolved = std::filesystem::path(profilePath).parent_path() / path;
+  const std::string failed = desk.answerFilesWith(resolved.string());
+  if (failed.empty()) {
+    std::fprintf(stderr, "quor-cs-desk: a customer's file is answered with %s\n", resolved.c_str());
+  } else {
+    std::fprintf(stderr, "quor-cs-desk: cannot answer files with %s: %s\n", resolved.c_str(),
+                 failed.c_str());
+  }
+}
+
 // quor-cs-desk agent add|remove|list: the desk's agents in its state file.
 int manageAgents(const std::string& command, const std::string& name, const std::string& state,
                  const std::string& jid) {
@@ -225,6 +247,7 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "quor-cs-desk: cannot log in as %s (still trying)\n", options.jid.c_str());
   } else {
     std::fprintf(stderr, "quor-cs-desk: serving as %s\n", options.jid.c_str());
+    answerFilesFromProfile(desk, profile, profilePath);
   }
   int received = 0;
   sigwait(&signals, &received);

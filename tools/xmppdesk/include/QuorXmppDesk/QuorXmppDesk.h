@@ -118,6 +118,11 @@ class QuorXmppDesk : private QuorXmppConnection::Events {
                          KXDictionary* file) const;
   // The largest file the server's upload service takes (0: it offers none, or not yet).
   uint64_t maxFileBytes() const;
+  // Puts the picture or file at `path` on the server (its name the path's last part, its type
+  // from its bytes) and sends it back for every customer's file from now on, as the profile's
+  // `files.answer`: "" when done, else why not. Call it once online (it waits up to 10 s for
+  // the server's upload service), never on the network thread.
+  std::string answerFilesWith(const std::string& path);
 
   // How many customers the desk serves in memory now; whether it serves `customerJid`.
   std::size_t customerCount() const;
@@ -153,6 +158,7 @@ class QuorXmppDesk : private QuorXmppConnection::Events {
   };
 
   const KXDictionary profile_;
+  KXDictionary fileAnswer_;  // under mutex_: what answerFilesWith() put on the server
   const Limits limits_;
   const bool trustSelfSigned_;  // the link's certificate rule, for the files it fetches
   std::unique_ptr<QuorDeskStore> store_;
