@@ -269,5 +269,48 @@ TEST_P(XmppFiles, TheDeskAnswersAFileWithItsOwnPicture) {
 
 QUOR_INSTANTIATE_ON_EACH_SERVER(XmppFiles);
 
+// The upload service over HTTPS: its certificate is verified as the XMPP link's would be, so a
+// self-signed one fails the file, once, unless the account trusts it.
+class XmppFilesOverTls : public XmppFiles {
+ protected:
+  void configure(QuorPrivateServer::Options& options) override {
+    XmppFiles::configure(options);
+    options.fileShareTls = true;
+  }
+};
+
+TEST_P(XmppFilesOverTls, ACertificateIsVerifiedUnlessTrusted) {
+  ASSERT_EQ(server->fileShareUrl().rfind("https://", 0), 0u);
+  auto desk = deskAccount();
+  const std::string picture = fileOf(50 * 1000, "secure.png");
+  for (const bool trusted : {false, true}) {
+    SCOPED_TRACE(trusted ? "trusted" : "verified");
+    QuorXmppOptions connection = accountOptions("alice", "alice-pw");
+    connection.trustSelfSignedCertificate = trusted;
+    auto alice = bareHost("alice", &connection);
+    ASSERT_TRUE(alice->waitUntilOnline(kPatience));
+    ASSERT_TRUE(waitUntil([&] { return alice->maxFileBytes() == kLimit; }));
+    auto sent = send(*alice, "quor-shop", picture, "secure.png");
+    EXPECT_EQ(outcomeOf(sent).first, trusted ? 0 : QuorXmppErrorUploadFailed);
+    alice->logout();
+  }
+  ASSERT_TRUE(waitUntil([&] { return !deskGot().empty(); }));
+  std::this_thread::sleep_for(std::chrono::milliseconds(200));
+  ASSERT_EQ(deskGot().size(), 1u);
+  KXFileMessage got;
+  got.decodeWithData(deskGot()[0].body);
+  EXPECT_EQ(got.url().rfind("https://127.0.0.1:", 0), 0u) << got.url();
+  const std::string fetched = fileOf(0, "secure-fetched.png");
+  QuorHttpTransfer::Options trusting;
+  EXPECT_NE(QuorHttpTransfer::get(got.url(), fetched, trusting), "");
+  trusting.trustSelfSignedCertificate = true;
+  EXPECT_EQ(QuorHttpTransfer::get(got.url(), fetched, trusting), "");
+  EXPECT_TRUE(bytesOf(fetched) == bytesOf(picture));
+  for (const auto& file : {picture, fetched}) std::filesystem::remove(file);
+  desk->logout();
+}
+
+QUOR_INSTANTIATE_ON_EACH_SERVER(XmppFilesOverTls);
+
 }  // namespace
 }  // namespace quor::test

@@ -156,7 +156,8 @@ std::unique_ptr<QuorPrivateServer> QuorPrivateServer::start(Options options, std
       {"sh", "-c", "while kill -0 \"$1\" 2>/dev/null; do sleep 1; done; rm -rf -- \"$2\"",
        "quor-prosody-janitor", std::to_string(::getpid()), directory},
       "/dev/null", error, false);
-  if (server->options_.tls && !server->makeCertificate(error)) return nullptr;
+  if ((server->options_.tls || server->options_.fileShareTls) && !server->makeCertificate(error))
+    return nullptr;
   for (const auto& [user, password] : server->options_.accounts) {
     if (!server->addAccount(user, password)) {
       if (error) *error = "cannot create the account " + user;
@@ -212,13 +213,20 @@ bool QuorPrivateServer::addAccount(const std::string& user, const std::string& p
   return static_cast<bool>(file.flush());
 }
 
+std::string QuorPrivateServer::fileShareUrl() const {
+  return (options_.fileShareTls ? "https" : "http") + std::string("://127.0.0.1:") +
+         std::to_string(httpPort_);
+}
+
 bool QuorPrivateServer::makeCertificate(std::string* error) const {
   // Prosody finds DOMAIN.crt and DOMAIN.key in its certificates directory.
   const std::string base = directory_ + "/" + options_.domain;
-  auto openssl = QuorChildProcess::start(
-      {"openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days", "2", "-subj",
-       "/CN=" + options_.domain, "-keyout", base + ".key", "-out", base + ".crt"},
-      directory_ + "/openssl.out", error);
+  auto openssl =
+      QuorChildProcess::start({"openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days",
+                               "2", "-subj", "/CN=" + options_.domain, "-addext",
+                               "subjectAltName=DNS:" + options_.domain + ",IP:127.0.0.1", "-keyout",
+                               base + ".key", "-out", base + ".crt"},
+                              directory_ + "/openssl.out", error);
   if (!openssl) return false;
   for (int i = 0; i < 3000 && openssl->running(); ++i) {
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
@@ -235,6 +243,8 @@ bool QuorPrivateServer::makeCertificate(std::string* error) const {
 bool QuorPrivateServer::writeConfiguration(std::string* error) const {
   std::ofstream config(directory_ + "/prosody.cfg.lua", std::ios::trunc);
   const std::string modules = options_.stampingModule ? ", \"quor_cs_stamp\"" : "";
+  const bool fileShareTls = options_.fileShare && options_.fileShareTls;
+  const bool plainFileShare = options_.fileShare && !options_.fileShareTls;
   config << "pidfile = " << luaString(directory_ + "/prosody.pid") << "\n"
          << "data_path = " << luaString(directory_ + "/data") << "\n"
          << "certificates = " << luaString(directory_) << "\n"
@@ -242,9 +252,13 @@ bool QuorPrivateServer::writeConfiguration(std::string* error) const {
          << "interfaces = { \"127.0.0.1\" }\n"
          << "c2s_ports = { " << port_ << " }\n"
          << "c2s_direct_tls_ports = { }\nlegacy_ssl_ports = { }\n"
-         << "s2s_ports = { }\nhttps_ports = { }\n"
-         << "http_ports = { " << (options_.fileShare ? std::to_string(httpPort_) : "") << " }\n"
-         << "http_interfaces = { \"127.0.0.1\" }\n"
+         << "s2s_ports = { }\n"
+         << "https_ports = { " << (fileShareTls ? std::to_string(httpPort_) : "") << " }\n"
+         << "http_ports = { " << (plainFileShare ? std::to_string(httpPort_) : "") << " }\n"
+         << "http_interfaces = { \"127.0.0.1\" }\nhttps_interfaces = { \"127.0.0.1\" }\n"
+         << "https_ssl = { certificate = " << luaString(directory_ + "/" + options_.domain + ".crt")
+         << ", key = " << luaString(directory_ + "/" + options_.domain + ".key")
+         << " }\n"
          // Requests name 127.0.0.1, not upload.DOMAIN: they go to the upload service.
          << "http_default_host = " << luaString(uploadDomain()) << "\n"
          << "modules_enabled = { \"roster\", \"saslauth\", \"disco\", \"ping\", \"offline\", "
@@ -273,8 +287,7 @@ bool QuorPrivateServer::writeConfiguration(std::string* error) const {
   if (options_.fileShare) {
     // The URLs it hands out name the loopback address: upload.DOMAIN need not resolve.
     config << "Component " << luaString(uploadDomain()) << " \"http_file_share\"\n"
-           << "  http_external_url = "
-           << luaString("http://127.0.0.1:" + std::to_string(httpPort_) + "/") << "\n"
+           << "  http_external_url = " << luaString(fileShareUrl() + "/") << "\n"
            << "  http_file_share_size_limit = " << options_.fileShareLimit << "\n";
   }
   if (!config.flush()) {
@@ -310,7 +323,12 @@ bool QuorPrivateServer::writeEjabberdConfiguration(const std::string& directory,
     config << "  - port: " << httpPort_ << "\n"
            << "    ip: \"127.0.0.1\"\n"
            << "    module: ejabberd_http\n"
+           << "    tls: " << (options_.fileShareTls ? "true" : "false") << "\n"
            << "    request_handlers:\n      /upload: mod_http_upload\n";
+  }
+  if (fileShare && options_.fileShareTls) {
+    const std::string base = directory_ + "/" + options_.domain;
+    config << "certfiles:\n  - \"" << base << ".crt\"\n  - \"" << base << ".key\"\n";
   }
   config << "auth_method: internal\n"
          << "auth_password_format: scram\n"
@@ -324,7 +342,7 @@ bool QuorPrivateServer::writeEjabberdConfiguration(const std::string& directory,
          << "  mod_push_keepalive: {}\n";
   if (fileShare) {
     config << "  mod_http_upload:\n    host: \"" << uploadDomain() << "\"\n"
-           << "    put_url: \"http://127.0.0.1:" << httpPort_ << "/upload\"\n"
+           << "    put_url: \"" << fileShareUrl() << "/upload\"\n"
            << "    docroot: \"" << directory << "/upload\"\n"
            << "    max_size: " << options_.fileShareLimit << "\n";
   }

@@ -54,6 +54,9 @@ class QuorPrivateServer {
     // fileShareLimit bytes. On the first node of a cluster only.
     bool fileShare = false;
     std::size_t fileShareLimit = 1024 * 1024;
+    // The upload service over HTTPS instead, with the self-signed certificate made at start
+    // (for the domain and 127.0.0.1): a client verifies it only by trusting it.
+    bool fileShareTls = false;
     // The Prosody executable and the directory that holds mod_quor_cs_stamp.lua.
     std::string prosody = "prosody";
     std::string moduleDirectory;
@@ -77,9 +80,11 @@ class QuorPrivateServer {
   std::string pushDomain() const { return "push." + options_.domain; }
   int componentPort() const { return componentPort_; }
   const std::string& componentSecret() const { return componentSecret_; }
-  // The upload service's domain and its HTTP port (fileShare).
+  // The upload service's domain and its HTTP (or HTTPS: fileShareTls) port (fileShare).
   std::string uploadDomain() const { return "upload." + options_.domain; }
   int httpPort() const { return httpPort_; }
+  // "http://127.0.0.1:PORT" or "https://..." (fileShareTls): where the files go.
+  std::string fileShareUrl() const;
   bool running() const { return server_ && server_->running(); }
   // The server process's id while it runs, else 0.
   pid_t pid() const { return server_ ? server_->pid() : 0; }
