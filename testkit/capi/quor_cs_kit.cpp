@@ -19,8 +19,8 @@
 #include "KXJsonTree.h"
 #include "QuorCApi.h"
 #include "QuorDeskSimulator/QuorDeskSimulator.h"
-#include "QuorHostBase/QuorFileCache.h"
 #include "QuorHostBase/QuorWorkerThread.h"
+#include "QuorLoopbackHost/QuorMemoryFiles.h"
 
 struct quor_cs_kit {
   quor_cs_host* host = nullptr;
@@ -32,20 +32,10 @@ struct quor_cs_kit {
   std::atomic<int> customerTyping{-1};  // what the library told last: -1 nothing yet
   std::mutex clockMutex;
   int64_t lastTime = 0;
-  // Files: under filesMutex.
-  std::mutex filesMutex;
-  uint64_t maxFileBytes = 0;
-  std::map<std::string, std::string> files;
-  std::string fileCache;
-  bool uploadsHeld = false;
-  std::vector<std::function<void()>> heldUploads;
+  std::atomic<uint64_t> maxFileBytes{0};
+  quor::QuorMemoryFiles files{"kit"};
 
-  std::string keep(std::string bytes) {
-    std::lock_guard<std::mutex> lock(filesMutex);
-    const std::string url = "kit://files/" + std::to_string(files.size() + 1);
-    files[url] = std::move(bytes);
-    return url;
-  }
+  void post(std::function<void()> work) { thread->post(std::move(work)); }
 
   // Milliseconds since the epoch, growing with every call: a reply is never older than the
   // send it answers.
@@ -90,11 +80,7 @@ void sendTypingStatus(void* user, const char*, int typing) {
   static_cast<quor_cs_kit*>(user)->customerTyping = typing ? 1 : 0;
 }
 
-uint64_t maxFileBytes(void* user) {
-  auto* kit = static_cast<quor_cs_kit*>(user);
-  std::lock_guard<std::mutex> lock(kit->filesMutex);
-  return kit->maxFileBytes;
-}
+uint64_t maxFileBytes(void* user) { return static_cast<quor_cs_kit*>(user)->maxFileBytes; }
 
 void uploadFile(void* user, const char* path, const char*, const char*, uint64_t,
                 quor_cs_transfer* transfer) {
@@ -105,34 +91,22 @@ void uploadFile(void* user, const char* path, const char*, const char*, uint64_t
     std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
     if (!in && !in.eof()) return quor_cs_transfer_failed(transfer, 41002);
     quor_cs_transfer_progress(transfer, bytes.size(), bytes.size());
-    quor_cs_transfer_uploaded(transfer, kit->keep(std::move(bytes)).c_str());
+    quor_cs_transfer_uploaded(transfer, kit->files.keep(std::move(bytes)).c_str());
   };
-  std::lock_guard<std::mutex> lock(kit->filesMutex);
-  if (kit->uploadsHeld) {
-    kit->heldUploads.push_back(std::move(upload));
-  } else {
-    kit->thread->post(std::move(upload));
-  }
+  kit->files.upload(std::move(upload),
+                    [kit](std::function<void()> ready) { kit->post(std::move(ready)); });
 }
 
 void downloadFile(void* user, const char* url, const char* name, uint64_t,
                   quor_cs_transfer* transfer) {
   auto* kit = static_cast<quor_cs_kit*>(user);
   kit->thread->post([kit, transfer, url = std::string(url), name = std::string(name)] {
-    std::string bytes, directory;
-    {
-      std::lock_guard<std::mutex> lock(kit->filesMutex);
-      const auto found = kit->files.find(url);
-      if (found != kit->files.end()) bytes = found->second;
-      directory = kit->fileCache;
-    }
     if (quor_cs_transfer_cancelled(transfer)) return quor_cs_transfer_failed(transfer, 41001);
-    if (bytes.empty() || directory.empty()) return quor_cs_transfer_failed(transfer, 41002);
-    std::error_code ignored;
-    std::filesystem::create_directories(directory, ignored);
-    const std::string path = quor::QuorFileCache(directory).pathFor(url, name);
-    std::ofstream(path, std::ios::binary | std::ios::trunc) << bytes;
-    quor_cs_transfer_progress(transfer, bytes.size(), bytes.size());
+    const std::string path = kit->files.save(url, name);
+    if (path.empty()) return quor_cs_transfer_failed(transfer, 41002);
+    std::error_code unknown;
+    const uint64_t size = std::filesystem::file_size(path, unknown);
+    quor_cs_transfer_progress(transfer, size, size);
     quor_cs_transfer_downloaded(transfer, path.c_str());
   });
 }
@@ -269,7 +243,6 @@ int quor_cs_kit_desk_invite_leave_message(quor_cs_kit* kit, const char* text) {
 
 int quor_cs_kit_set_max_file_bytes(quor_cs_kit* kit, uint64_t bytes) {
   if (!kit) return QUOR_CS_ERROR_ARGUMENT;
-  std::lock_guard<std::mutex> lock(kit->filesMutex);
   kit->maxFileBytes = bytes;
   return QUOR_CS_OK;
 }
@@ -277,13 +250,8 @@ int quor_cs_kit_set_max_file_bytes(quor_cs_kit* kit, uint64_t bytes) {
 int quor_cs_kit_hold_uploads(quor_cs_kit* kit, int held) {
   if (!kit) return QUOR_CS_ERROR_ARGUMENT;
   return guardedValue<int>(QUOR_CS_ERROR_MEMORY, [&] {
-    std::vector<std::function<void()>> released;
-    {
-      std::lock_guard<std::mutex> lock(kit->filesMutex);
-      kit->uploadsHeld = held != 0;
-      if (!held) released.swap(kit->heldUploads);
-    }
-    for (auto& upload : released) kit->thread->post(std::move(upload));
+    kit->files.holdUploads(held != 0,
+                           [kit](std::function<void()> ready) { kit->post(std::move(ready)); });
     return QUOR_CS_OK;
   });
 }
@@ -291,8 +259,7 @@ int quor_cs_kit_hold_uploads(quor_cs_kit* kit, int held) {
 int quor_cs_kit_set_file_cache(quor_cs_kit* kit, const char* directory) {
   if (!kit || !directory) return QUOR_CS_ERROR_ARGUMENT;
   return guardedValue<int>(QUOR_CS_ERROR_MEMORY, [&] {
-    std::lock_guard<std::mutex> lock(kit->filesMutex);
-    kit->fileCache = directory;
+    kit->files.setCacheDirectory(directory);
     return QUOR_CS_OK;
   });
 }
@@ -301,7 +268,7 @@ int quor_cs_kit_desk_file(quor_cs_kit* kit, const char* name, const char* mime_t
                           const char* bytes, size_t length) {
   if (!kit || !name || !mime_type || (!bytes && length > 0)) return QUOR_CS_ERROR_ARGUMENT;
   return guardedValue<int>(QUOR_CS_ERROR_MEMORY, [&] {
-    const std::string url = kit->keep(std::string(bytes ? bytes : "", length));
+    const std::string url = kit->files.keep(std::string(bytes ? bytes : "", length));
     const quor::KXDictionary file = {
         {"name", name}, {"type", mime_type}, {"size", length}, {"url", url}};
     return onKitThread(kit, [kit, file] { kit->desk->sayFile(file); });

@@ -231,32 +231,17 @@ void QuorLoopbackHost::settle() {
 }
 
 void QuorLoopbackHost::setFileCacheDirectory(std::string directory) {
-  std::lock_guard<std::mutex> lock(mutex_);
-  fileCacheDirectory_ = std::move(directory);
+  files_.setCacheDirectory(std::move(directory));
 }
 
 void QuorLoopbackHost::holdUploads(bool held) {
-  std::vector<std::function<void()>> released;
-  {
-    std::lock_guard<std::mutex> lock(mutex_);
-    uploadsHeld_ = held;
-    if (!held) released.swap(heldUploads_);
-  }
-  for (auto& upload : released) hostThread_->post(std::move(upload));
+  files_.holdUploads(
+      held, [this](std::function<void()> upload) { hostThread_->post(std::move(upload)); });
 }
 
-std::string QuorLoopbackHost::fileAt(const std::string& url) const {
-  std::lock_guard<std::mutex> lock(mutex_);
-  const auto at = files_.find(url);
-  return at == files_.end() ? "" : at->second;
-}
+std::string QuorLoopbackHost::fileAt(const std::string& url) const { return files_.at(url); }
 
-std::string QuorLoopbackHost::keepFile(std::string bytes) {
-  std::lock_guard<std::mutex> lock(mutex_);
-  const std::string url = "loopback://files/" + std::to_string(files_.size() + 1);
-  files_[url] = std::move(bytes);
-  return url;
-}
+std::string QuorLoopbackHost::keepFile(std::string bytes) { return files_.keep(std::move(bytes)); }
 
 void QuorLoopbackHost::sendFileMessage(int32_t conversationType, const KXString& targetId,
                                        std::shared_ptr<KXFileMessage> content,
@@ -280,32 +265,21 @@ void QuorLoopbackHost::sendFileMessage(int32_t conversationType, const KXString&
     content->setUrl(keepFile(std::move(bytes)));
     sendMessage(conversationType, targetId, content, std::nullopt, std::nullopt, success, error);
   };
-  std::lock_guard<std::mutex> lock(mutex_);
-  if (uploadsHeld_) {
-    heldUploads_.push_back(std::move(upload));
-  } else {
-    hostThread_->post(std::move(upload));
-  }
+  files_.upload(std::move(upload),
+                [this](std::function<void()> ready) { hostThread_->post(std::move(ready)); });
 }
 
 void QuorLoopbackHost::downloadFile(std::shared_ptr<const KXFileMessage> content,
                                     std::shared_ptr<const std::atomic<bool>> cancel,
                                     ProgressBlock progress, DownloadBlock done) {
   hostThread_->post([this, content, cancel, progress, done] {
-    std::string directory;
-    {
-      std::lock_guard<std::mutex> lock(mutex_);
-      directory = fileCacheDirectory_;
-    }
-    const std::string bytes = content ? fileAt(content->url()) : "";
     if (!done) return;
     if (cancel && cancel->load()) return done("", kFileCancelled);
-    if (directory.empty() || bytes.empty()) return done("", kFileFailed);
-    std::error_code failed;
-    std::filesystem::create_directories(directory, failed);
-    const std::string path = QuorFileCache(directory).pathFor(content->url(), content->name());
-    std::ofstream(path, std::ios::binary | std::ios::trunc) << bytes;
-    if (progress) progress(bytes.size(), bytes.size());
+    const std::string path = content ? files_.save(content->url(), content->name()) : "";
+    if (path.empty()) return done("", kFileFailed);
+    std::error_code unknown;
+    const uint64_t size = std::filesystem::file_size(path, unknown);
+    if (progress) progress(size, size);
     done(path, 0);
   });
 }

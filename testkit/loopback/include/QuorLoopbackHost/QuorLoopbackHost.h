@@ -15,6 +15,7 @@
 #include "QuorHostBase/QuorWorkerThread.h"
 #include "QuorLoopbackHost/QuorLoopbackObserver.h"
 #include "QuorLoopbackHost/QuorLoopbackPeer.h"
+#include "QuorLoopbackHost/QuorMemoryFiles.h"
 
 namespace quor {
 
@@ -129,10 +130,7 @@ class QuorLoopbackHost : public QuorHostBase {
   std::atomic<int64_t> clock_{1000};
   std::atomic<bool> autoConfirm_{true};
   std::atomic<uint64_t> maxFileBytes_{0};
-  std::map<std::string, std::string> files_;  // under mutex_: bytes by URL
-  std::string fileCacheDirectory_;            // under mutex_
-  bool uploadsHeld_ = false;                  // under mutex_
-  std::vector<std::function<void()>> heldUploads_;
+  QuorMemoryFiles files_{"loopback"};
   // Declared last: their threads stop first, while everything they use still exists.
   std::unique_ptr<QuorWorkerThread> hostThread_;
   std::unique_ptr<QuorWorkerThread> deliveryThread_;
