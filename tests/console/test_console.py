@@ -307,6 +307,16 @@ def test_pictures_each_way_and_a_page_dressed_as_one_only_downloads(
     wait(page, lambda: page.execute_script(
         "const p = document.querySelectorAll('#lines li.agent img.picture');"
         "return p.length === 1 && p[0].complete && p[0].naturalWidth === 120;"))
+    # And a file that is no picture: a link on the page, the customer's app saves it as a PDF.
+    pdf = b"%PDF-1.7\n" + bytes(2000)
+    attach(page, "invoice.pdf", pdf, "application/pdf")
+    assert pia.until(lambda: "invoice.pdf" in pia.screen.files)
+    pia.download_file(pia.screen.files["invoice.pdf"])
+    assert pia.until(lambda: pia.screen.files["invoice.pdf"] in pia.screen.downloaded)
+    assert pia.screen.downloaded[pia.screen.files["invoice.pdf"]] == ("application/pdf", 0,
+                                                                       len(pdf))
+    wait(page, lambda: [link.text[:13] for link in page.find_elements(
+        By.CSS_SELECTOR, "#lines li.agent a.file")] == ["invoice.pdf ("])
     shot(page, "console-files")
     for name, data, kind, why in (
             ("page.html", b"<html><script>alert(1)</script></html>", "text/html", "only pictures"),
@@ -315,4 +325,5 @@ def test_pictures_each_way_and_a_page_dressed_as_one_only_downloads(
         wait(page, lambda: why in page.find_element(By.ID, "action-error").text)
     pia.settle(1)
     assert [said for who, said in pia.screen.lines
-            if who == quor_cs.Author.AGENT and said.startswith("[file]")] == ["[file] invoice.png"]
+            if who == quor_cs.Author.AGENT and said.startswith("[file]")] == [
+                "[file] invoice.png", "[file] invoice.pdf"]

@@ -15,8 +15,7 @@ using Handle = std::unique_ptr<CURL, void (*)(CURL*)>;
 struct Transfer {
   std::FILE* file = nullptr;
   const QuorHttpTransfer::Options* options = nullptr;
-  bool upload = false;            // which side progress reports
-  std::string* memory = nullptr;  // a fetch's bytes, instead of the file
+  bool upload = false;  // which side progress reports
   bool cancelled = false;
   uint64_t written = 0;
   bool overLimit = false;
@@ -34,10 +33,6 @@ size_t writePiece(char* buffer, size_t size, size_t count, void* user) {
   if (transfer->options->maxBytes > 0 && transfer->written > transfer->options->maxBytes) {
     transfer->overLimit = true;
     return 0;  // curl ends the transfer
-  }
-  if (transfer->memory) {
-    transfer->memory->append(buffer, bytes);
-    return bytes;
   }
   return std::fwrite(buffer, 1, bytes, transfer->file);
 }
@@ -130,7 +125,7 @@ std::string QuorHttpTransfer::put(const QuorXmppUploadSlot& slot, const std::str
 
 namespace {
 
-// A GET into the transfer's file or memory.
+// A GET into the transfer's file.
 std::string download(const std::string& url, Transfer& transfer,
                      const QuorHttpTransfer::Options& options) {
   Handle curl = handleFor(url, &transfer, options);
@@ -152,18 +147,6 @@ std::string QuorHttpTransfer::get(const std::string& url, const std::string& pat
   std::string failed = download(url, transfer, limited);
   if (std::fclose(file.release()) != 0 && failed.empty()) failed = "cannot write " + path;
   if (!failed.empty()) std::remove(path.c_str());
-  return failed;
-}
-
-std::string QuorHttpTransfer::fetch(const std::string& url, std::string* bytes,
-                                    const Options& options) {
-  Options limited = options;
-  if (limited.maxBytes == 0) limited.maxBytes = UINT64_MAX;
-  Transfer transfer{nullptr, &limited, false};
-  transfer.memory = bytes;
-  bytes->clear();
-  const std::string failed = download(url, transfer, limited);
-  if (!failed.empty()) bytes->clear();
   return failed;
 }
 

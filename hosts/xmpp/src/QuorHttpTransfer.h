@@ -39,8 +39,6 @@ class QuorHttpTransfer {
   // Fetches `url` (http or https only, no redirects) into the file `path`, created or
   // truncated; "" when all of it came (2xx), else why not, and the file is removed.
   static std::string get(const std::string& url, const std::string& path, const Options& options);
-  // The same into memory (a small file a page shows): `*bytes` holds them when "" is returned.
-  static std::string fetch(const std::string& url, std::string* bytes, const Options& options);
 };
 
 }  // namespace quor

@@ -93,6 +93,31 @@ bool blank(const std::string& text) {
   return true;
 }
 
+// A file of its own for bytes on their way through the console (an attached file going up, a
+// file handed to a page), so that memory does not grow with them; removed with the spool.
+class Spool {
+ public:
+  explicit Spool(const std::string& directory) : path_(directory + "/" + kSpoolPrefix + "XXXXXX") {
+    std::error_code failed;
+    std::filesystem::create_directories(directory, failed);
+    descriptor_ = ::mkstemp(path_.data());
+  }
+  ~Spool() {
+    if (descriptor_ < 0) return;
+    ::close(descriptor_);
+    ::unlink(path_.c_str());
+  }
+  Spool(const Spool&) = delete;
+  Spool& operator=(const Spool&) = delete;
+  bool ok() const { return descriptor_ >= 0; }
+  int descriptor() const { return descriptor_; }
+  const std::string& path() const { return path_; }
+
+ private:
+  std::string path_;
+  int descriptor_ = -1;
+};
+
 void sendJson(httplib::Response& response, const KXDictionary& value, int status = 200) {
   response.status = status;
   response.set_content(value.dump(-1, ' ', false, KXDictionary::error_handler_t::replace),
@@ -327,13 +352,18 @@ void QuorDeskConsole::routes() {
     const std::string url = request.get_param_value("url");
     const KXDictionary file = board_.fileOf(request.get_param_value("customer"), url);
     if (file.is_null()) return sendJson(response, {{"error", "no such file"}}, 404);
-    std::string bytes;
-    const std::string failed = desk_.fetchFile(url, kLargestShownFile, &bytes);
+    // Fetched into a spool and handed out in pieces: a page's file costs no memory of its size.
+    auto spool = std::make_shared<Spool>(spoolDirectory());
+    if (!spool->ok())
+      return sendJson(response, {{"error", "the console cannot keep the file while it goes"}}, 500);
+    const std::string failed = desk_.fetchFile(url, kLargestShownFile, spool->path());
     if (failed == "larger than announced")
       return sendJson(response, {{"error", "the file is too large to serve here"}}, 413);
     if (!failed.empty())
       return sendJson(response, {{"error", "the file could not be fetched: " + failed}}, 502);
-    const std::string type = KXCSFileType::sniffBytes(bytes.substr(0, 64 * 1024)).type;
+    std::error_code unknown;
+    const uint64_t size = std::filesystem::file_size(spool->path(), unknown);
+    const std::string type = KXCSFileType::sniff(spool->path()).type;
     const bool picture =
         type == "image/png" || type == "image/jpeg" || type == "image/gif" || type == "image/webp";
     // "nosniff" comes with every answer of the console; the sandbox keeps a file opened in its
@@ -342,7 +372,15 @@ void QuorDeskConsole::routes() {
     response.set_header("Cache-Control", "private, max-age=86400");
     response.set_header("Content-Disposition",
                         disposition(picture, KXJsonMembers::text(file, "name")));
-    response.set_content(std::move(bytes), picture ? type : "application/octet-stream");
+    response.set_content_provider(
+        size, picture ? type : "application/octet-stream",
+        [spool](std::size_t offset, std::size_t length, httplib::DataSink& sink) {
+          char piece[64 * 1024];
+          const ssize_t read = ::pread(spool->descriptor(), piece, std::min(length, sizeof piece),
+                                       static_cast<off_t>(offset));
+          return read > 0 && sink.write(piece, static_cast<std::size_t>(read));
+        },
+        [spool](bool) {});
   });
   server_->Post(kAttachPath, [this](const Request& request, Response& response,
                                     const httplib::ContentReader& reader) {
@@ -458,6 +496,12 @@ std::string QuorDeskConsole::act(const std::string& agent, const KXDictionary& r
   });
 }
 
+std::string QuorDeskConsole::spoolDirectory() const {
+  if (!options_.uploadDirectory.empty()) return options_.uploadDirectory;
+  std::error_code failed;
+  return std::filesystem::temp_directory_path(failed).string();
+}
+
 std::string QuorDeskConsole::attach(
     const httplib::Request& request,
     const std::function<bool(const std::function<bool(const char*, std::size_t)>&)>& read,
@@ -485,22 +529,11 @@ std::string QuorDeskConsole::attach(
   if (name.empty()) name = "file";
 
   // The bytes wait in a file of their own while they go up, whatever their size.
-  std::error_code failed;
-  std::string directory = options_.uploadDirectory;
-  if (directory.empty()) directory = std::filesystem::temp_directory_path(failed).string();
-  std::filesystem::create_directories(directory, failed);
-  std::string path = directory + "/" + kSpoolPrefix + "XXXXXX";
-  const int descriptor = ::mkstemp(path.data());
+  const Spool spool(spoolDirectory());
+  const int descriptor = spool.descriptor();
+  const std::string& path = spool.path();
   *status = 500;
-  if (descriptor < 0) return "the console cannot keep the file while it goes";
-  struct Spool {
-    ~Spool() {
-      ::close(descriptor);
-      ::unlink(path.c_str());
-    }
-    int descriptor;
-    std::string path;
-  } spool{descriptor, path};
+  if (!spool.ok()) return "the console cannot keep the file while it goes";
   uint64_t size = 0;
   bool over = false, unwritten = false;
   read([&](const char* data, std::size_t length) {

@@ -137,11 +137,11 @@ void QuorXmppDesk::sendRead(const std::string& customerJid) {
 }
 
 std::string QuorXmppDesk::fetchFile(const std::string& url, uint64_t maxBytes,
-                                    std::string* bytes) const {
+                                    const std::string& path) const {
   QuorHttpTransfer::Options options;
   options.trustSelfSignedCertificate = trustSelfSigned_;
   options.maxBytes = maxBytes;
-  return QuorHttpTransfer::fetch(url, bytes, options);
+  return QuorHttpTransfer::get(url, path, options);
 }
 
 uint64_t QuorXmppDesk::maxFileBytes() const {

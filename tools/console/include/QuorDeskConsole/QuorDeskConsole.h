@@ -52,8 +52,9 @@ class QuorDeskConsole {
     // again for every page that loads, so that the desk's owner edits it while the desk runs.
     // "" for none.
     std::string repliesFile;
-    // Where a file an agent attaches waits while it goes to the server's upload service (it is
-    // removed once sent or refused); "" for the system's temporary directory.
+    // Where a file waits on its way through the console (one an agent attaches, while it goes
+    // to the server's upload service; one a page shows, while it is handed out): removed once
+    // through; "" for the system's temporary directory.
     std::string uploadDirectory;
   };
   static constexpr std::size_t kMostReplies = 200;
@@ -96,6 +97,8 @@ class QuorDeskConsole {
       const httplib::Request& request,
       const std::function<bool(const std::function<bool(const char*, std::size_t)>&)>& read,
       int* status);
+  // Options::uploadDirectory, else the system's temporary directory.
+  std::string spoolDirectory() const;
   // The canned replies of Options::repliesFile, as they stand now.
   KXDictionary replies() const;
   // The transcripts' lines and customers that hold `words`, newest first.

@@ -105,10 +105,10 @@ class QuorXmppDesk : private QuorXmppConnection::Events {
   // nothing came from the customer in this run.
   void sendTyping(const std::string& customerJid, bool typing);
   void sendRead(const std::string& customerJid);
-  // Fetches a file a customer or the desk sent (the URL its message named) into `bytes`, at
-  // most `maxBytes` of them, on the caller's thread, with the desk's link's certificate rule:
-  // "" when it came whole, else why not.
-  std::string fetchFile(const std::string& url, uint64_t maxBytes, std::string* bytes) const;
+  // Fetches a file a customer or the desk sent (the URL its message named) into the file
+  // `path`, at most `maxBytes`, on the caller's thread, with the desk's link's certificate rule:
+  // "" when it came whole, else why not (and `path` is removed).
+  std::string fetchFile(const std::string& url, uint64_t maxBytes, const std::string& path) const;
   // Puts the file at `path` on the server's upload service under `name` (a slot, then its
   // bytes, streamed from the file), on the caller's thread: "" and `*file` the body of the file
   // message that names it ({"name", "type", "size", "url"}, and "width" and "height" for a
