@@ -241,6 +241,9 @@ TEST_F(DeskConsoleServed, TypingAndReadTravelBetweenTheCustomerAndTheServingAgen
   ASSERT_TRUE(eventually([&] { return mei().value("typing", false); })) << mei().dump();
   mei_->send("shop@localhost", "KX:TxtMsg", R"({"content":"hello?"})", "mei-7");
   ASSERT_TRUE(eventually([&] { return !mei().value("typing", true); }));
+  // The desk restarts before the agent reads: her read still names the customer's newest line.
+  stopDesk();
+  startDesk();
 
   // The serving agent types and reads; another agent's typing goes nowhere.
   EXPECT_EQ(act("Bo", "typing", "", {{"typing", true}}).first, 409);

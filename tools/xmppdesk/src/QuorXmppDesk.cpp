@@ -20,6 +20,8 @@
 namespace quor {
 namespace {
 
+// Where a session's saved state keeps the customer's newest message id.
+constexpr const char* kNewestStanza = "newestStanza";
 // The fixed resource of a desk: its next login replaces a dead one's session at once.
 constexpr const char* kDeskResource = "desk";
 
@@ -128,10 +130,19 @@ void QuorXmppDesk::sendTyping(const std::string& customerJid, bool typing) {
 
 void QuorXmppDesk::sendRead(const std::string& customerJid) {
   std::string newest;
+  bool inMemory = false;
   {
     std::lock_guard<std::mutex> lock(mutex_);
     const auto session = sessions_.find(customerJid);
-    if (session != sessions_.end()) newest = session->second.newestStanza;
+    inMemory = session != sessions_.end();
+    if (inMemory) newest = session->second.newestStanza;
+  }
+  if (!inMemory) {
+    // A customer the desk holds no session of in memory now (a restart, many customers since):
+    // the saved one.
+    const auto saved = store_->session(customerJid);
+    const auto found = saved ? saved->find(kNewestStanza) : KXDictionary::const_iterator();
+    if (saved && found != saved->end() && found->is_string()) newest = found->get<std::string>();
   }
   if (!newest.empty()) connection_->sendReadMarker(customerJid, newest);
 }
@@ -204,13 +215,23 @@ std::string QuorXmppDesk::answerFilesWith(const std::string& path) {
 }
 
 void QuorXmppDesk::onChatState(const std::string& peer, bool typing) {
+  if (!knows(peer)) return;
   std::lock_guard<std::mutex> lock(mutex_);
-  if (signalWatch_.typing && sessions_.count(peer)) signalWatch_.typing(peer, typing);
+  if (signalWatch_.typing) signalWatch_.typing(peer, typing);
 }
 
 void QuorXmppDesk::onDisplayed(const std::string& peer, const std::string&) {
+  if (!knows(peer)) return;
   std::lock_guard<std::mutex> lock(mutex_);
-  if (signalWatch_.read && sessions_.count(peer)) signalWatch_.read(peer);
+  if (signalWatch_.read) signalWatch_.read(peer);
+}
+
+bool QuorXmppDesk::knows(const std::string& customerJid) const {
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (sessions_.count(customerJid)) return true;
+  }
+  return store_->session(customerJid).has_value();
 }
 
 std::size_t QuorXmppDesk::customerCount() const {
@@ -241,7 +262,16 @@ std::string QuorXmppDesk::stepLocked(const std::string& customerJid, bool create
   if (!session) return "this customer is not with the desk";
   store_->begin();
   std::string result = change(*session);
-  store_->saveSession(customerJid, session->saveState());
+  // The session's state, and the customer's newest message, which the desk's read marker names
+  // (after a restart too).
+  KXDictionary state = session->saveState();
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    const auto found = sessions_.find(customerJid);
+    if (found != sessions_.end() && !found->second.newestStanza.empty())
+      state[kNewestStanza] = found->second.newestStanza;
+  }
+  store_->saveSession(customerJid, state);
   if (!store_->commit()) {
     onLog(2, "desk", "cannot store the state of " + customerJid + ": " + store_->lastError());
   }
@@ -266,11 +296,16 @@ std::shared_ptr<QuorDeskSimulator> QuorXmppDesk::sessionFor(const std::string& c
   if (!saved && !create) return nullptr;
   auto desk = makeSession(customerJid);
   if (!desk) return nullptr;
-  if (saved) desk->restoreState(*saved);
+  std::string newest;
+  if (saved) {
+    desk->restoreState(*saved);
+    const auto found = saved->find(kNewestStanza);
+    if (found != saved->end() && found->is_string()) newest = found->get<std::string>();
+  }
   std::lock_guard<std::mutex> lock(mutex_);
   watchByPeople(*desk);
   byActivity_.push_back(customerJid);
-  sessions_[customerJid] = {desk, now, std::prev(byActivity_.end()), {}};
+  sessions_[customerJid] = {desk, now, std::prev(byActivity_.end()), newest};
   forgetOld(now);
   return desk;
 }
@@ -418,16 +453,17 @@ void QuorXmppDesk::onPayload(QuorXmppPayload payload) {
       message.offline = payload.offline;
       record({payload.peer, QuorXmppStanza::wallClockMs(), true, message.objectName, message.body,
               message.senderUserId.value_or(""), session.takenBy(), payload.stamp});
+      if (!payload.stanzaId.empty()) {
+        std::lock_guard<std::mutex> lock(mutex_);
+        const auto found = sessions_.find(payload.peer);
+        if (found != sessions_.end()) found->second.newestStanza = payload.stanzaId;
+      }
       answering_ = true;
       session.onMessageFromClient(message);
       answering_ = false;
       return std::string();
     });
     answers.swap(unwritten_);
-    std::lock_guard<std::mutex> lock(mutex_);
-    const auto session = sessions_.find(payload.peer);
-    if (session != sessions_.end() && !payload.stanzaId.empty())
-      session->second.newestStanza = payload.stanzaId;
   }
   // The robot "types" its answer: the customer's app shows it until the text arrives.
   const bool texts = std::any_of(answers.begin(), answers.end(), [](const auto& answer) {

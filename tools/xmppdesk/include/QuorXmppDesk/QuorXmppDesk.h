@@ -101,8 +101,8 @@ class QuorXmppDesk : private QuorXmppConnection::Events {
   };
   void watchSignals(SignalWatch watch);
   // A person of the desk is typing to `customerJid` (or stopped), and read the customer's
-  // messages up to the newest one this run took; nothing when offline or, for the read, when
-  // nothing came from the customer in this run.
+  // messages up to the newest one the desk took (kept across restarts); nothing when offline
+  // or, for the read, when nothing came from the customer.
   void sendTyping(const std::string& customerJid, bool typing);
   void sendRead(const std::string& customerJid);
   // Fetches a file a customer or the desk sent (the URL its message named) into the file
@@ -141,6 +141,8 @@ class QuorXmppDesk : private QuorXmppConnection::Events {
   // The session in memory, else from the store, else a new one when `create`.
   std::shared_ptr<QuorDeskSimulator> sessionFor(const std::string& customerJid, bool create);
   std::shared_ptr<QuorDeskSimulator> makeSession(const std::string& customerJid);
+  // Whether the desk serves `customerJid`, in memory now or in its store.
+  bool knows(const std::string& customerJid) const;
   // Under steps_: stores a message of a session and tells the people watching.
   void record(QuorDeskStore::Record record);
   // Writes a stored answer; the store forgets it once the server confirmed it.
@@ -154,7 +156,7 @@ class QuorXmppDesk : private QuorXmppConnection::Events {
     std::shared_ptr<QuorDeskSimulator> desk;
     std::chrono::steady_clock::time_point lastActive;
     std::list<std::string>::iterator inOrder;
-    std::string newestStanza;  // the customer's newest message this run took
+    std::string newestStanza;  // the customer's newest message (kept with the session's state)
   };
 
   const KXDictionary profile_;
