@@ -424,6 +424,14 @@ function apply(event) {
   if (event.typing && customers.has(event.typing.customer)) {
     const c = customers.get(event.typing.customer);
     c.typing = event.typing.typing;
+    // An app that went away while typing never says it stopped: "typing…" lapses after 30 s.
+    clearTimeout(c.typingLapse);
+    if (c.typing) {
+      c.typingLapse = setTimeout(() => {
+        c.typing = false;
+        if (c.id === openId) renderHead(c);
+      }, 30000);
+    }
     if (c.id === openId) renderHead(c);
   }
   if (event.seen && customers.has(event.seen.customer)) {
