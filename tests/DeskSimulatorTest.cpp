@@ -182,4 +182,17 @@ TEST_F(SupportScreenTest, AnEchoingRobotRepeatsWhatNoKeywordMatches) {
   EXPECT_EQ(shown.back(), "You said: ping r1-7");
 }
 
+// A file whose name is not UTF-8 (a page sends the bytes it likes) goes out with U+FFFD.
+TEST_F(SupportScreenTest, AFileNamedInBytesThatAreNotUtf8StillGoesOut) {
+  auto desk = deskWith("{}");
+  open(desk);
+  std::vector<QuorWireMessage> said;
+  desk->servedByPeople([&](const QuorWireMessage& message, bool fromCustomer) {
+    if (!fromCustomer) said.push_back(message);
+  });
+  desk->sayFile({{"name", "\xff.png"}, {"type", "image/png"}, {"size", 3}, {"url", "x://1"}});
+  ASSERT_EQ(said.size(), 1u);
+  EXPECT_NE(said[0].body.value_or("").find("\xef\xbf\xbd.png"), std::string::npos);
+}
+
 }  // namespace

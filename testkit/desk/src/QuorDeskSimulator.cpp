@@ -216,7 +216,9 @@ void QuorDeskSimulator::send(const std::string& objectName, const KXDictionary& 
   message.objectName = objectName;
   message.targetId = deskId_;
   message.senderUserId = senderUserId;
-  message.body = body.dump();
+  // A text that is not UTF-8 (a file's name from a page, a profile's bytes) is written with
+  // U+FFFD in its place: the desk never throws on what it was given.
+  message.body = body.dump(-1, ' ', false, KXDictionary::error_handler_t::replace);
   if (watch) watch(message, false);
   reply(std::move(message));
 }
