@@ -212,6 +212,8 @@ TEST_P(XmppFiles, ALinkThatDropsMidUploadLeavesEachFileOneOutcome) {
   proxy->dropAll();
   proxy->holdToClient(false);
   EXPECT_NE(outcomeOf(asked).first, 0);
+  // Online again on a new link (the old one may still read as online for a moment).
+  ASSERT_TRUE(waitUntil([&] { return proxy->accepted() >= 2; }));
   ASSERT_TRUE(alice->waitUntilOnline(kPatience));
   ASSERT_TRUE(waitUntil([&] { return alice->maxFileBytes() == kLimit; }));
 

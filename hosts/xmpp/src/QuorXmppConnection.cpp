@@ -347,8 +347,28 @@ void QuorXmppConnection::requestUploadSlot(const std::string& name, uint64_t siz
     std::lock_guard<std::mutex> lock(mutex_);
     if (stopping_) return done({}, "stopped");
     slotWaits_.emplace(id, std::move(done));
+    // A link lost before the request is written drops it: its wait fails then, not never.
+    outbox_.push_back(
+        {{},
+         QuorXmppStanza::uploadSlotRequest(service.jid, id, name, size, type)->toXml(),
+         [this, id](int64_t code, int64_t) {
+           failSlotWait(id, code == QuorXmppErrorStopped ? "stopped" : "not online");
+         },
+         Clock::now()});
   }
-  sendRaw(QuorXmppStanza::uploadSlotRequest(service.jid, id, name, size, type)->toXml());
+  wake();
+}
+
+void QuorXmppConnection::failSlotWait(const std::string& id, const std::string& reason) {
+  SlotDone done;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    const auto waiting = slotWaits_.find(id);
+    if (waiting == slotWaits_.end()) return;
+    done = std::move(waiting->second);
+    slotWaits_.erase(waiting);
+  }
+  done({}, reason);
 }
 
 void QuorXmppConnection::failSlotWaits(const std::string& reason) {
@@ -852,7 +872,11 @@ void QuorXmppConnection::Network::takeOutbox() {
   }
   for (auto& outgoing : taken) {
     if (!outgoing.raw.empty()) {
-      if (phase_ == Phase::Online) writeStanza(outgoing.raw);
+      if (phase_ == Phase::Online) {
+        writeStanza(outgoing.raw);
+      } else if (outgoing.outcome) {
+        outgoing.outcome(QuorXmppErrorNotOnline, 0);
+      }
       continue;
     }
     if (phase_ != Phase::Online && options_.outboxTimeout.count() <= 0) {

@@ -169,8 +169,9 @@ class QuorXmppConnection {
   QuorXmppPush push_;                          // under mutex_
   UploadService upload_;                       // under mutex_
   std::map<std::string, SlotDone> slotWaits_;  // under mutex_: by the request's id
-  // Ends every slot request still waiting with `reason`.
+  // Ends every slot request still waiting with `reason`; failSlotWait() the one of `id`.
   void failSlotWaits(const std::string& reason);
+  void failSlotWait(const std::string& id, const std::string& reason);
   int wakeFd_ = -1;
   std::unique_ptr<Network> network_;
   std::thread thread_;
