@@ -169,8 +169,8 @@ TEST_F(DeskConsole, AnswersEveryBadRequestWithAReason) {
   ASSERT_TRUE(missing);
   EXPECT_EQ(missing->status, 404);
 
-  // A body of unsaid length (not read); a file unnamed, or for a customer the agent does not serve (its
-  // bytes read and dropped, so the answer comes whole).
+  // A body of unsaid length (not read); a file unnamed, or for a customer the agent does not serve
+  // (its bytes read and dropped, so the answer comes whole).
   const auto unsaid = agent->Post(
       "/api/act",
       [](std::size_t, httplib::DataSink& sink) {
